@@ -1,0 +1,2 @@
+#pragma once
+#include "base/task_runner.h"

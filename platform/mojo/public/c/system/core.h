@@ -1,0 +1,3 @@
+#pragma once
+#include "mojo/public/c/system/message_pipe.h"
+#include "mojo/public/c/system/types.h"
