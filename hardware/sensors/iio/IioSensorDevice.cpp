@@ -1,0 +1,291 @@
+#include "IioSensorDevice.h"
+
+#include <cstring>
+#include <utility>
+
+#include <utils/SystemClock.h>
+
+#include "base/bind.h"
+#include "base/logging.h"
+#include "base/strings/string_number_conversions.h"
+
+namespace kelvane {
+namespace sensors {
+
+using android::hardware::sensors::V2_1::Event;
+using android::hardware::sensors::V2_1::SensorType;
+using chromeos::sensors::mojom::ObserverErrorType;
+
+namespace {
+
+constexpr uint32_t kDeviceTimeoutMs = 5000;
+constexpr double kDefaultFrequencyHz = 50.0;
+constexpr int32_t kReadFailedError = 5;  // ObserverErrorType READ_FAILED: restart sampling
+constexpr uint8_t kStatusAccuracyHigh = 3;
+
+const char* sensorTypeName(SensorType type) {
+    static constexpr const char* kNames[] = {
+            "Accelerometer", "Magnetometer", "Unknown", "Gyroscope", "Light",
+            "Unknown",       "Unknown",      "Unknown", "Gravity",
+    };
+    int value = static_cast<int>(type);
+    return value >= 1 && value <= 9 ? kNames[value - 1] : "Unknown";
+}
+
+// The channel-id prefix of a three-axis type, or null.
+const char* axisPrefix(SensorType type) {
+    switch (type) {
+        case SensorType::ACCELEROMETER:
+            return "accel";
+        case SensorType::MAGNETIC_FIELD:
+            return "magn";
+        case SensorType::GYROSCOPE:
+            return "anglvel";
+        case SensorType::GRAVITY:
+            return "gravity";
+        default:
+            return nullptr;
+    }
+}
+
+bool isThreeAxis(SensorType type) { return axisPrefix(type) != nullptr; }
+
+struct TypeDescription {
+    SensorType type;
+    const char* typeAsString;
+    float maxRange;
+    float resolution;
+    int32_t minDelayUs;
+    uint32_t flags;
+};
+
+constexpr float kPowerMa = 0.001f;
+constexpr int32_t kMaxDelayUs = 200000;
+constexpr uint32_t kContinuous = 0;
+constexpr uint32_t kOnChange = 2;
+
+constexpr TypeDescription kTypeDescriptions[] = {
+        {SensorType::ACCELEROMETER, "android.sensor.accelerometer", 78.4532f, 0.0023928226f,
+         10000, kContinuous},
+        {SensorType::MAGNETIC_FIELD, "android.sensor.magnetic_field", 4911.994f, 0.15f, 20000,
+         kContinuous},
+        {SensorType::GYROSCOPE, "android.sensor.gyroscope", 34.906586f, 0.001065264f, 10000,
+         kContinuous},
+        {SensorType::LIGHT, "android.sensor.light", 100000.0f, 1.0f, 0, kOnChange},
+        {SensorType::GRAVITY, "android.sensor.gravity", 9.80665f, 0.001f, 10000, kContinuous},
+};
+
+constexpr uint32_t bitsOf(float f) { return __builtin_bit_cast(uint32_t, f); }
+static_assert(bitsOf(kPowerMa) == 0x3A83126F);
+static_assert(bitsOf(kTypeDescriptions[0].maxRange) == 0x429CE80A);
+static_assert(bitsOf(kTypeDescriptions[0].resolution) == 0x3B1CD0E7);
+static_assert(bitsOf(kTypeDescriptions[1].maxRange) == 0x45997FF4);
+static_assert(bitsOf(kTypeDescriptions[1].resolution) == 0x3E19999A);
+static_assert(bitsOf(kTypeDescriptions[2].maxRange) == 0x420BA058);
+static_assert(bitsOf(kTypeDescriptions[2].resolution) == 0x3A8BA054);
+static_assert(bitsOf(kTypeDescriptions[3].maxRange) == 0x47C35000);
+static_assert(bitsOf(kTypeDescriptions[3].resolution) == 0x3F800000);
+static_assert(bitsOf(kTypeDescriptions[4].maxRange) == 0x411CE80A);
+static_assert(bitsOf(kTypeDescriptions[4].resolution) == 0x3A83126F);
+
+const TypeDescription* findDescription(SensorType type) {
+    for (const TypeDescription& d : kTypeDescriptions) {
+        if (d.type == type) return &d;
+    }
+    return nullptr;
+}
+
+// raw -> float -> double, times the scale in double, back to float.
+float scaled(const base::flat_map<int32_t, int64_t>& sample, int32_t index, double scale) {
+    if (index < 0) return 0.0f;
+    auto it = sample.find(index);
+    if (it == sample.end()) return 0.0f;
+    return static_cast<float>(static_cast<double>(static_cast<float>(it->second)) * scale);
+}
+
+void onChannelsEnabled(int32_t deviceId, const std::vector<int32_t>& failedIndices) {
+    if (!failedIndices.empty()) {
+        LOG(WARNING) << "IioSensorDevice " << deviceId << ": failed to enable "
+                     << failedIndices.size() << " channels";
+    }
+}
+
+void onStartFrequency(double frequency) {
+    LOG(INFO) << "IioSensorDevice: frequency set to " << frequency << " Hz";
+}
+
+void onBatchFrequency(double frequency) {
+    LOG(INFO) << "IioSensorDevice: SetFrequency result=" << frequency;
+}
+
+}  // namespace
+
+IioSensorDevice::IioSensorDevice(int deviceId, int handle, SensorType type,
+                                 const std::vector<int>& deviceTypes,
+                                 IioSensorEventCallback* callback)
+    : mDeviceId(deviceId),
+      mHandle(handle),
+      mSensorType(type),
+      mDeviceTypes(deviceTypes.begin(), deviceTypes.end()),
+      mCallback(callback),
+      mObserverBinding(this) {}
+
+IioSensorDevice::~IioSensorDevice() {
+    // No StopReadingSamples: the closed pipes tell the host.
+    if (mObserverBinding.is_bound()) mObserverBinding.Close();
+}
+
+void IioSensorDevice::initialize(
+        mojo::InterfacePtr<chromeos::sensors::mojom::SensorService>& sensorService) {
+    sensorService->GetDevice(mDeviceId, mojo::MakeRequest(&mSensorDevice));
+    mSensorDevice.set_connection_error_handler(base::BindOnce(
+            [](int32_t deviceId) {
+                LOG(WARNING) << "IioSensorDevice " << deviceId << ": SensorDevice connection lost";
+            },
+            mDeviceId));
+    mSensorDevice->SetTimeout(kDeviceTimeoutMs);
+    mSensorDevice->GetAllChannelIds(
+            base::BindRepeating(&IioSensorDevice::onChannelIds, base::Unretained(this)));
+}
+
+void IioSensorDevice::onChannelIds(const std::vector<std::string>& channelIds) {
+    mChannelIds = channelIds;
+    for (size_t i = 0; i < mChannelIds.size(); ++i) {
+        mChannelIndices[mChannelIds[i]] = static_cast<int>(i);
+    }
+    auto lookup = [this](const std::string& id, int32_t* field) {
+        auto it = mChannelIndices.find(id);
+        if (it != mChannelIndices.end()) *field = it->second;
+    };
+    if (const char* prefix = axisPrefix(mSensorType)) {
+        lookup(std::string(prefix) + "_x", &mXIndex);
+        lookup(std::string(prefix) + "_y", &mYIndex);
+        lookup(std::string(prefix) + "_z", &mZIndex);
+    } else if (mSensorType == SensorType::LIGHT) {
+        lookup("illuminance", &mLightIndex);
+    }
+    lookup("timestamp", &mTimestampIndex);
+
+    mSensorDevice->GetAttributes(
+            {"name", "scale", "location"},
+            base::BindRepeating(&IioSensorDevice::onAttributes, base::Unretained(this)));
+}
+
+void IioSensorDevice::onAttributes(const std::vector<base::Optional<std::string>>& values) {
+    if (values.size() > 0 && values[0].has_value()) mName = *values[0];
+    if (values.size() > 1 && values[1].has_value()) {
+        if (!base::StringToDouble(*values[1], &mScale)) mScale = 1.0;
+    }
+    if (values.size() > 2 && values[2].has_value()) mLocation = *values[2];
+
+    LOG(INFO) << "IioSensorDevice " << mDeviceId << " (" << sensorTypeName(mSensorType)
+              << "): name=" << mName << " scale=" << mScale << " location=" << mLocation
+              << " channels=" << mChannelIds.size();
+    mReady.store(true, std::memory_order_release);
+}
+
+IioSensorDevice::SensorInfo IioSensorDevice::getSensorInfo() const {
+    SensorInfo info{};
+    info.sensorHandle = mHandle;
+    info.name = mLocation.empty() ? std::string(sensorTypeName(mSensorType))
+                                  : std::string(sensorTypeName(mSensorType)) + " (" + mLocation +
+                                            ")";
+    info.vendor = "Tolvik";
+    info.version = 1;
+    info.type = mSensorType;
+    info.power = kPowerMa;
+    info.fifoReservedEventCount = 0;
+    info.fifoMaxEventCount = 0;
+    info.requiredPermission = "";
+    info.maxDelay = kMaxDelayUs;
+    if (const TypeDescription* d = findDescription(mSensorType)) {
+        info.typeAsString = d->typeAsString;
+        info.maxRange = d->maxRange;
+        info.resolution = d->resolution;
+        info.minDelay = d->minDelayUs;
+        info.flags = d->flags;
+    }
+    return info;
+}
+
+void IioSensorDevice::activate(bool enabled) {
+    mActive = enabled;
+    if (enabled) {
+        startSampling();
+        return;
+    }
+    if (!mSensorDevice.is_bound()) return;
+    mSensorDevice->StopReadingSamples();
+    if (mObserverBinding.is_bound()) mObserverBinding.Close();
+}
+
+void IioSensorDevice::startSampling() {
+    if (!mSensorDevice.is_bound()) return;
+    std::vector<int32_t> channels;
+    for (int32_t index : {mXIndex, mYIndex, mZIndex, mLightIndex, mTimestampIndex}) {
+        if (index >= 0) channels.push_back(index);
+    }
+    if (channels.empty()) {
+        LOG(WARNING) << "IioSensorDevice " << mDeviceId << ": no channels to enable";
+        return;
+    }
+    mSensorDevice->SetChannelsEnabled(channels, true,
+                                      base::BindRepeating(&onChannelsEnabled, mDeviceId));
+    double frequency = mFrequency > 0.0 ? mFrequency : kDefaultFrequencyHz;
+    mSensorDevice->SetFrequency(frequency, base::BindRepeating(&onStartFrequency));
+
+    if (mObserverBinding.is_bound()) mObserverBinding.Close();
+    chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr observer;
+    mObserverBinding.Bind(mojo::MakeRequest(&observer));
+    mSensorDevice->StartReadingSamples(std::move(observer));
+}
+
+void IioSensorDevice::stopSampling() {
+    if (!mSensorDevice.is_bound()) return;
+    mSensorDevice->StopReadingSamples();
+    if (mObserverBinding.is_bound()) mObserverBinding.Close();
+}
+
+void IioSensorDevice::batch(int64_t samplingPeriodNs) {
+    mFrequency = 1e9 / static_cast<double>(samplingPeriodNs);
+    if (mActive) mSensorDevice->SetFrequency(mFrequency, base::BindRepeating(&onBatchFrequency));
+}
+
+void IioSensorDevice::OnErrorOccurred(ObserverErrorType errorType) {
+    int32_t error = static_cast<int32_t>(errorType);
+    LOG(WARNING) << "IioSensorDevice " << mDeviceId << ": observer error " << error;
+    if (error == kReadFailedError && mActive) {
+        if (mObserverBinding.is_bound()) mObserverBinding.Close();
+        startSampling();
+    }
+}
+
+void IioSensorDevice::OnSampleUpdated(const base::flat_map<int32_t, int64_t>& sample) {
+    if (!mActive || mCallback == nullptr) return;
+
+    auto ts = mTimestampIndex >= 0 ? sample.find(mTimestampIndex) : sample.end();
+    const int64_t timestamp = ts != sample.end() ? ts->second : android::elapsedRealtimeNano();
+
+    const bool threeAxis = isThreeAxis(mSensorType);
+    if (!threeAxis && mSensorType != SensorType::LIGHT) return;
+
+    std::vector<Event> events(1);
+    Event& event = events[0];
+    std::memset(&event.u, 0, sizeof(event.u));
+    event.timestamp = timestamp;
+    event.sensorHandle = mHandle;
+    event.sensorType = mSensorType;
+    if (threeAxis) {
+        event.u.vec3.x = scaled(sample, mXIndex, mScale);
+        event.u.vec3.y = scaled(sample, mYIndex, mScale);
+        event.u.vec3.z = scaled(sample, mZIndex, mScale);
+        event.u.vec3.status =
+                static_cast<android::hardware::sensors::V1_0::SensorStatus>(kStatusAccuracyHigh);
+    } else {
+        event.u.scalar = scaled(sample, mLightIndex, mScale);
+    }
+    mCallback->postSensorEvents(events, false);
+}
+
+}  // namespace sensors
+}  // namespace kelvane

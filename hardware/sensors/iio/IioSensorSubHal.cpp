@@ -1,0 +1,228 @@
+#include "IioSensorSubHal.h"
+
+#include <chrono>
+#include <cstdio>
+#include <future>
+#include <utility>
+
+#include <unistd.h>
+
+#include <log/log.h>
+#include <utils/SystemClock.h>
+
+#include "base/bind.h"
+#include "base/location.h"
+#include "vel/MojoProcessSupport.h"
+
+namespace kelvane {
+namespace sensors {
+
+using android::sp;
+using android::hardware::hidl_handle;
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
+using android::hardware::Void;
+using android::hardware::sensors::V1_0::MetaDataEventType;
+using android::hardware::sensors::V2_1::SensorType;
+
+namespace {
+
+constexpr const char* kLogTag = "IioSensorSubHal";
+constexpr const char* kSubHalName = "Kelvane-IIOService-Subhal";
+constexpr int kSensorListWaitMs = 10000;
+// Upper bound on waiting for the Mojo thread to tear the bridge down at exit.
+constexpr std::chrono::seconds kTeardownLimit{10};
+
+#define SUBHAL_LOG(...) __android_log_print(ANDROID_LOG_INFO, kLogTag, __VA_ARGS__)
+
+// Holds the last reference to the bridge and signals once it is released, whether the task that
+// carries it runs or is destroyed unrun.
+class BridgeRelease {
+public:
+    BridgeRelease(sp<IioSensorBridge> bridge, std::promise<void>* done)
+        : mBridge(std::move(bridge)), mDone(done) {}
+    ~BridgeRelease() {
+        mBridge.clear();
+        mDone->set_value();
+    }
+
+private:
+    sp<IioSensorBridge> mBridge;
+    std::promise<void>* mDone;
+};
+
+// The bridge's Mojo endpoints and devices are dispatched on the Mojo thread, so it is destroyed
+// there: nothing of it is touched while the thread could be dispatching, and tasks it queued
+// find it gone.
+void releaseOnMojoThread(sp<IioSensorBridge> bridge) {
+    if (bridge == nullptr) return;
+    scoped_refptr<base::SingleThreadTaskRunner> runner =
+            vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner();
+    if (runner->RunsTasksInCurrentSequence()) return;  // released right here
+    std::promise<void> done;
+    std::future<void> released = done.get_future();
+    runner->PostTask(FROM_HERE,
+                     base::BindOnce([](std::unique_ptr<BridgeRelease>) {},
+                                    std::make_unique<BridgeRelease>(std::move(bridge), &done)));
+    released.wait_for(kTeardownLimit);
+}
+
+}  // namespace
+
+IioSensorSubHal::IioSensorSubHal() {
+    SUBHAL_LOG("IioSensorSubHal: starting Mojo bridge in constructor");
+    vel::MojoProcessSupport* support = vel::MojoProcessSupport::GetInstance();
+    mBridge = new IioSensorBridge(support, this);
+    mBridge->start();
+}
+
+IioSensorSubHal::~IioSensorSubHal() { releaseOnMojoThread(std::move(mBridge)); }
+
+IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::initialize(
+        const sp<IHalProxyCallback>& halProxyCallback) {
+    SUBHAL_LOG("IioSensorSubHal::initialize");
+    sp<IHalProxyCallback> previous;
+    {
+        std::lock_guard<std::mutex> lock(mCallbackMutex);
+        previous = std::move(mHalProxyCallback);
+        mHalProxyCallback = halProxyCallback;
+    }
+    mOperationMode = OperationMode::NORMAL;
+    return Result::OK;  // `previous` is released here, outside the lock
+}
+
+const std::string IioSensorSubHal::getName() { return kSubHalName; }
+
+IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::setOperationMode(
+        OperationMode mode) {
+    mOperationMode = mode;
+    return Result::OK;
+}
+
+IioSensorSubHal::Return<void> IioSensorSubHal::registerDirectChannel(
+        const SharedMemInfo&, registerDirectChannel_cb callback) {
+    callback(Result::INVALID_OPERATION, -1);
+    return Void();
+}
+
+IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::unregisterDirectChannel(
+        int32_t) {
+    return Result::INVALID_OPERATION;
+}
+
+IioSensorSubHal::Return<void> IioSensorSubHal::configDirectReport(int32_t, int32_t, RateLevel,
+                                                                  configDirectReport_cb callback) {
+    callback(Result::INVALID_OPERATION, 0);
+    return Void();
+}
+
+IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::injectSensorData_2_1(
+        const Event&) {
+    return Result::INVALID_OPERATION;
+}
+
+IioSensorSubHal::Return<void> IioSensorSubHal::getSensorsList_2_1(getSensorsList_2_1_cb callback) {
+    SUBHAL_LOG("IioSensorSubHal::getSensorsList_2_1");
+    if (!mPublished.load(std::memory_order_acquire)) {
+        // One discovery at a time; a caller that waited here finds the list published.
+        std::lock_guard<std::mutex> lock(mDiscoveryMutex);
+        if (!mPublished.load(std::memory_order_relaxed) && mBridge != nullptr) {
+            std::vector<SensorInfo> list;
+            std::map<int, SensorInfo> map;
+            for (const auto& [handle, info] : mBridge->getSensors(kSensorListWaitMs)) {
+                list.push_back(info);
+                map[handle] = info;
+            }
+            SUBHAL_LOG("IioSensorSubHal: discovered %zu sensors", list.size());
+            if (!list.empty()) {
+                mSensorList = std::move(list);
+                mSensorMap = std::move(map);
+                mPublished.store(true, std::memory_order_release);
+            }
+        }
+    }
+    hidl_vec<SensorInfo> sensors;
+    if (mPublished.load(std::memory_order_acquire)) sensors = mSensorList;
+    callback(sensors);
+    return Void();
+}
+
+bool IioSensorSubHal::isPublished(int32_t handle) const {
+    return mPublished.load(std::memory_order_acquire) && mSensorMap.count(handle) != 0;
+}
+
+sp<IioSensorSubHal::IHalProxyCallback> IioSensorSubHal::proxyCallback() const {
+    std::lock_guard<std::mutex> lock(mCallbackMutex);
+    return mHalProxyCallback;
+}
+
+IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::activate(int32_t sensorHandle,
+                                                                          bool enabled) {
+    if (!isPublished(sensorHandle)) return Result::BAD_VALUE;
+    if (mBridge != nullptr) mBridge->activate(sensorHandle, enabled);
+    return Result::OK;
+}
+
+IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::batch(int32_t sensorHandle,
+                                                                       int64_t samplingPeriodNs,
+                                                                       int64_t) {
+    if (!isPublished(sensorHandle)) return Result::BAD_VALUE;
+    if (mBridge != nullptr) mBridge->batch(sensorHandle, samplingPeriodNs);
+    return Result::OK;
+}
+
+IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::flush(int32_t sensorHandle) {
+    if (!isPublished(sensorHandle)) return Result::BAD_VALUE;
+    std::vector<Event> events(1);
+    Event& event = events[0];
+    event.timestamp = android::elapsedRealtimeNano();
+    event.sensorHandle = sensorHandle;
+    event.sensorType = SensorType::META_DATA;
+    event.u.meta.what = MetaDataEventType::META_DATA_FLUSH_COMPLETE;
+    // Before initialize there is nobody to tell: the flush is accepted and nothing is posted.
+    sp<IHalProxyCallback> callback = proxyCallback();
+    if (callback == nullptr) return Result::OK;
+    callback->postEvents(events, callback->createScopedWakelock(false));
+    return Result::OK;
+}
+
+void IioSensorSubHal::postSensorEvents(const std::vector<Event>& events, bool wakeup) {
+    sp<IHalProxyCallback> callback = proxyCallback();
+    if (callback == nullptr) return;
+    callback->postEvents(events, callback->createScopedWakelock(wakeup));
+}
+
+IioSensorSubHal::Return<void> IioSensorSubHal::debug(const hidl_handle& fd,
+                                                     const hidl_vec<hidl_string>&) {
+    const native_handle_t* handle = fd.getNativeHandle();
+    if (handle == nullptr || handle->numFds < 1) return Void();
+    int duplicate = dup(handle->data[0]);
+    if (duplicate < 0) return Void();
+    FILE* out = fdopen(duplicate, "w");
+    if (out == nullptr) {
+        close(duplicate);
+        return Void();
+    }
+    const bool published = mPublished.load(std::memory_order_acquire);
+    fprintf(out, "IioSensorSubHal:\n");
+    fprintf(out, "  sensors: %zu\n", published ? mSensorMap.size() : size_t{0});
+    if (published) {
+        for (const auto& [sensorHandle, info] : mSensorMap) {
+            fprintf(out, "  [%d] %s (type %d)\n", sensorHandle, info.name.c_str(),
+                    static_cast<int>(info.type));
+        }
+    }
+    fclose(out);
+    return Void();
+}
+
+}  // namespace sensors
+}  // namespace kelvane
+
+extern "C" __attribute__((visibility("default")))
+android::hardware::sensors::V2_1::implementation::ISensorsSubHal*
+sensorsHalGetSubHal_2_1(uint32_t* version) {
+    static kelvane::sensors::IioSensorSubHal subHal;
+    *version = android::hardware::sensors::V2_1::implementation::SUB_HAL_2_1_VERSION;
+    return &subHal;
+}

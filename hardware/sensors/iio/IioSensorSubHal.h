@@ -1,0 +1,76 @@
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <V2_1/SubHal.h>
+#include <utils/RefBase.h>
+
+#include "IioSensorBridge.h"
+#include "IioSensorEventCallback.h"
+
+namespace kelvane {
+namespace sensors {
+
+// The sub-HAL the multi-HAL proxy talks to. Binder threads call every operation, several at once;
+// devices post events from the Mojo thread.
+class IioSensorSubHal : public android::hardware::sensors::V2_1::implementation::ISensorsSubHal,
+                        public IioSensorEventCallback {
+public:
+    using Result = android::hardware::sensors::V1_0::Result;
+    using OperationMode = android::hardware::sensors::V1_0::OperationMode;
+    using RateLevel = android::hardware::sensors::V1_0::RateLevel;
+    using SharedMemInfo = android::hardware::sensors::V1_0::SharedMemInfo;
+    using Event = android::hardware::sensors::V2_1::Event;
+    using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
+    using IHalProxyCallback = android::hardware::sensors::V2_1::implementation::IHalProxyCallback;
+    template <typename T>
+    using Return = android::hardware::Return<T>;
+
+    IioSensorSubHal();
+    ~IioSensorSubHal() override;
+
+    Return<void> debug(const android::hardware::hidl_handle& fd,
+                       const android::hardware::hidl_vec<android::hardware::hidl_string>& args)
+            override;
+    Return<Result> setOperationMode(OperationMode mode) override;
+    Return<Result> activate(int32_t sensorHandle, bool enabled) override;
+    Return<Result> batch(int32_t sensorHandle, int64_t samplingPeriodNs,
+                         int64_t maxReportLatencyNs) override;
+    Return<Result> flush(int32_t sensorHandle) override;
+    Return<void> registerDirectChannel(const SharedMemInfo& mem,
+                                       registerDirectChannel_cb callback) override;
+    Return<Result> unregisterDirectChannel(int32_t channelHandle) override;
+    Return<void> configDirectReport(int32_t sensorHandle, int32_t channelHandle, RateLevel rate,
+                                    configDirectReport_cb callback) override;
+    Return<void> getSensorsList_2_1(getSensorsList_2_1_cb callback) override;
+    Return<Result> injectSensorData_2_1(const Event& event) override;
+    const std::string getName() override;
+    Return<Result> initialize(const android::sp<IHalProxyCallback>& halProxyCallback) override;
+
+    // Mojo thread (sample events) and binder threads.
+    void postSensorEvents(const std::vector<Event>& events, bool wakeup) override;
+
+private:
+    // Whether `handle` was published; the tables are read only once published.
+    bool isPublished(int32_t handle) const;
+    android::sp<IHalProxyCallback> proxyCallback() const;
+
+    mutable std::mutex mCallbackMutex;
+    android::sp<IHalProxyCallback> mHalProxyCallback;  // guarded by mCallbackMutex
+    std::atomic<OperationMode> mOperationMode{OperationMode::NORMAL};
+    android::sp<IioSensorBridge> mBridge;  // set in the constructor, released in the destructor
+    // Filled once by the first discovery that finds sensors, under mDiscoveryMutex, then
+    // published through mPublished (release) and never written again: readers that see
+    // mPublished (acquire) read them without a lock.
+    std::vector<SensorInfo> mSensorList;
+    std::map<int, SensorInfo> mSensorMap;
+    std::mutex mDiscoveryMutex;
+    std::atomic<bool> mPublished{false};
+};
+
+}  // namespace sensors
+}  // namespace kelvane

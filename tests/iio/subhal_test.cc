@@ -1,0 +1,150 @@
+// The sub-HAL's own answers, with no host reachable: nothing gets published.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include <cutils/native_handle.h>
+#include <utils/SystemClock.h>
+
+#include "IioSensorSubHal.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/recording_proxy_callback.h"
+
+namespace kelvane::sensors {
+namespace {
+
+using android::sp;
+using android::wp;
+using android::hardware::hidl_handle;
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
+using android::hardware::sensors::V1_0::OperationMode;
+using android::hardware::sensors::V1_0::RateLevel;
+using android::hardware::sensors::V1_0::Result;
+using android::hardware::sensors::V1_0::SharedMemInfo;
+using android::hardware::sensors::V2_1::Event;
+using android::hardware::sensors::V2_1::SensorType;
+using kelvane::testing::LogCapture;
+using kelvane::testing::RecordingProxyCallback;
+
+// Reads what `debug` writes through a pipe.
+std::string dumpOf(IioSensorSubHal& hal, int* callerFd = nullptr) {
+    int fds[2];
+    EXPECT_EQ(pipe(fds), 0);
+    native_handle_t* nh = native_handle_create(1, 0);
+    nh->data[0] = fds[1];
+    hidl_handle handle;
+    handle.setTo(nh, false);
+    hal.debug(handle, hidl_vec<hidl_string>{});
+    if (callerFd) *callerFd = fcntl(fds[1], F_GETFD);
+    close(fds[1]);
+    native_handle_delete(nh);
+    std::string out;
+    char buf[256];
+    ssize_t n;
+    while ((n = read(fds[0], buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
+    close(fds[0]);
+    return out;
+}
+
+class SubHalTest : public ::testing::Test {
+protected:
+    LogCapture logs;
+    sp<IioSensorSubHal> hal = new IioSensorSubHal();
+};
+
+TEST_F(SubHalTest, AnswersTheFixedOperations) {
+    EXPECT_EQ(hal->getName(), "Kelvane-IIOService-Subhal");
+    EXPECT_EQ(hal->getName().size(), 25u);
+    EXPECT_EQ(hal->setOperationMode(OperationMode::DATA_INJECTION), Result::OK);
+    EXPECT_EQ(hal->injectSensorData_2_1(Event{}), Result::INVALID_OPERATION);
+    EXPECT_EQ(hal->unregisterDirectChannel(1), Result::INVALID_OPERATION);
+
+    std::vector<std::pair<Result, int32_t>> answers;
+    hal->registerDirectChannel(SharedMemInfo{}, [&](Result r, int32_t channel) {
+        answers.emplace_back(r, channel);
+    });
+    hal->configDirectReport(1, 2, RateLevel::FAST, [&](Result r, int32_t token) {
+        answers.emplace_back(r, token);
+    });
+    EXPECT_EQ(answers, (std::vector<std::pair<Result, int32_t>>{{Result::INVALID_OPERATION, -1},
+                                                                {Result::INVALID_OPERATION, 0}}));
+    bool called = false;
+    hal->getSensorsList([&](const auto&) { called = true; });
+    EXPECT_FALSE(called);
+    EXPECT_TRUE(logs.contains("IioSensorSubHal: starting Mojo bridge in constructor"));
+    EXPECT_TRUE(logs.contains("IioSensorBridge: connecting to VEL bridge (async)"));
+}
+
+TEST_F(SubHalTest, InitializeReplacesAndReleasesTheCallback) {
+    sp<RecordingProxyCallback> first = new RecordingProxyCallback();
+    wp<RecordingProxyCallback> firstWeak = first;
+    EXPECT_EQ(hal->initialize(first), Result::OK);
+    hal->setOperationMode(OperationMode::DATA_INJECTION);
+    first.clear();
+    EXPECT_NE(firstWeak.promote(), nullptr);  // the sub-HAL still holds it
+
+    sp<RecordingProxyCallback> second = new RecordingProxyCallback();
+    EXPECT_EQ(hal->initialize(second), Result::OK);
+    EXPECT_EQ(firstWeak.promote(), nullptr);
+    EXPECT_EQ(logs.count("IioSensorSubHal::initialize"), 2u);
+
+    hal->postSensorEvents({Event{}}, false);
+    EXPECT_EQ(second->eventCount(), 1u);
+}
+
+TEST_F(SubHalTest, PostsEventsUnderAWakeLockOfTheAskedKind) {
+    hal->postSensorEvents({Event{}}, false);  // before initialize: dropped, nothing to crash on
+    sp<RecordingProxyCallback> proxy = new RecordingProxyCallback();
+    hal->initialize(proxy);
+    Event e{};
+    e.sensorHandle = 4;
+    hal->postSensorEvents({e, e}, true);
+    hal->postSensorEvents({e}, false);
+    auto posts = proxy->posts();
+    ASSERT_EQ(posts.size(), 2u);
+    EXPECT_EQ(posts[0].events.size(), 2u);
+    EXPECT_TRUE(posts[0].wakelockHeld);
+    EXPECT_FALSE(posts[1].wakelockHeld);
+    EXPECT_EQ(proxy->wakelockRequests(), (std::vector<bool>{true, false}));
+}
+
+TEST_F(SubHalTest, RejectsHandlesThatWereNeverPublished) {
+    sp<RecordingProxyCallback> proxy = new RecordingProxyCallback();
+    hal->initialize(proxy);
+    EXPECT_EQ(hal->activate(1, true), Result::BAD_VALUE);
+    EXPECT_EQ(hal->batch(1, 10000000, 0), Result::BAD_VALUE);
+    EXPECT_EQ(hal->flush(1), Result::BAD_VALUE);
+    EXPECT_EQ(hal->flush(-1), Result::BAD_VALUE);
+    EXPECT_EQ(proxy->eventCount(), 0u);
+}
+
+TEST_F(SubHalTest, DumpsAnEmptyTableAndLeavesTheCallersDescriptorOpen) {
+    int flags = -1;
+    EXPECT_EQ(dumpOf(*hal, &flags), "IioSensorSubHal:\n  sensors: 0\n");
+    EXPECT_NE(flags, -1);  // still a valid descriptor after the dump
+
+    // No native handle, or one without descriptors: nothing is written, nothing breaks.
+    hal->debug(hidl_handle(), hidl_vec<hidl_string>{});
+    native_handle_t* empty = native_handle_create(0, 1);
+    hidl_handle handle;
+    handle.setTo(empty, false);
+    hal->debug(handle, hidl_vec<hidl_string>{});
+    native_handle_delete(empty);
+}
+
+TEST_F(SubHalTest, SkipsTheDumpWhenTheDescriptorCannotBeDuplicated) {
+    native_handle_t* nh = native_handle_create(1, 0);
+    nh->data[0] = 1000000;  // not an open descriptor: dup fails
+    hidl_handle handle;
+    handle.setTo(nh, false);
+    hal->debug(handle, hidl_vec<hidl_string>{});
+    native_handle_delete(nh);
+}
+
+}  // namespace
+}  // namespace kelvane::sensors

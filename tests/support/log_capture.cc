@@ -1,0 +1,77 @@
+#include "tests/support/log_capture.h"
+
+#include <atomic>
+#include <cstdlib>
+
+#include <log/log_capture.h>
+
+#include "base/logging.h"
+
+namespace kelvane::testing {
+namespace {
+
+std::atomic<LogCapture*> gActive{nullptr};
+
+bool onChromeLog(int severity, const char* file, int, size_t messageStart, const std::string& str) {
+    LogCapture* capture = gActive.load();
+    if (capture == nullptr) return false;
+    std::string text = str.substr(messageStart);
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    capture->add(LogLine{LogLine::kChrome, severity, file, text});
+    return true;
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+    if (gActive.exchange(this) != nullptr) std::abort();  // one capture at a time
+    logging::SetLogMessageHandler(&onChromeLog);
+    android_log_set_sink([this](int prio, const std::string& tag, const std::string& text) {
+        add(LogLine{LogLine::kAndroid, prio, tag, text});
+    });
+}
+
+LogCapture::~LogCapture() {
+    android_log_set_sink(nullptr);
+    logging::SetLogMessageHandler(nullptr);
+    gActive.store(nullptr);
+}
+
+void LogCapture::add(LogLine line) {
+    mSignal.Notify([&] { mLines.push_back(std::move(line)); });
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+    std::lock_guard<std::mutex> lock(mSignal.mutex());
+    return mLines;
+}
+
+std::vector<std::string> LogCapture::texts() const {
+    std::vector<std::string> texts;
+    for (const LogLine& l : lines()) texts.push_back(l.text);
+    return texts;
+}
+
+size_t LogCapture::count(const std::string& text) const {
+    size_t n = 0;
+    for (const LogLine& l : lines()) n += l.text == text ? 1 : 0;
+    return n;
+}
+
+bool LogCapture::waitFor(const std::string& text, size_t n) {
+    return mSignal.WaitUntil([&] {
+        size_t seen = 0;
+        for (const LogLine& l : mLines) seen += l.text == text ? 1 : 0;
+        return seen >= n;
+    });
+}
+
+const LogLine* LogCapture::find(const std::string& text, std::vector<LogLine>* storage) const {
+    *storage = lines();
+    for (const LogLine& l : *storage) {
+        if (l.text == text) return &l;
+    }
+    return nullptr;
+}
+
+}  // namespace kelvane::testing
