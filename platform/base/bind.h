@@ -16,11 +16,11 @@ namespace internal {
 // Holds a receiver without owning it or checking that it is alive.
 template <typename T>
 class UnretainedWrapper {
-public:
+  public:
     explicit UnretainedWrapper(T* o) : mPtr(o) {}
     T* get() const { return mPtr; }
 
-private:
+  private:
     T* mPtr;
 };
 
@@ -110,7 +110,7 @@ decltype(auto) InvokeFunctor(F&& f, A&&... args) {
 // passes them as lvalues every time.
 template <bool kOnce, typename Functor, typename BoundTuple, typename R, typename... Unbound>
 class BindState final : public BindStateBase<R, Unbound...> {
-public:
+  public:
     BindState(Functor f, BoundTuple bound) : mFunctor(std::move(f)), mBound(std::move(bound)) {}
 
     R RunOnce(Unbound&&... args) override {
@@ -131,13 +131,14 @@ public:
         } else {
             return std::apply(
                 [&](auto&... bound) -> R {
-                    return InvokeFunctor(mFunctor, Unwrap(bound)..., std::forward<Unbound>(args)...);
+                    return InvokeFunctor(mFunctor, Unwrap(bound)...,
+                                         std::forward<Unbound>(args)...);
                 },
                 mBound);
         }
     }
 
-private:
+  private:
     Functor mFunctor;
     BoundTuple mBound;
 };
@@ -151,8 +152,8 @@ struct MakeCallback<Callback, R, Functor, BoundTuple, TypeList<Unbound...>> {
     using Type = Callback<R(Unbound...)>;
     static Type Make(Functor f, BoundTuple bound) {
         constexpr bool kOnce = std::is_same_v<Type, OnceCallback<R(Unbound...)>>;
-        return Type(
-                new BindState<kOnce, Functor, BoundTuple, R, Unbound...>(std::move(f), std::move(bound)));
+        return Type(new BindState<kOnce, Functor, BoundTuple, R, Unbound...>(std::move(f),
+                                                                             std::move(bound)));
     }
 };
 

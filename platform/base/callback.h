@@ -14,7 +14,7 @@ namespace internal {
 
 template <typename R, typename... Args>
 class BindStateBase {
-public:
+  public:
     virtual ~BindStateBase() = default;
     // Runs with the bound arguments moved out; the state is not run again.
     virtual R RunOnce(Args&&... args) = 0;
@@ -27,14 +27,14 @@ public:
     }
     bool HasOneRef() const { return mRefs.load(std::memory_order_acquire) == 1; }
 
-private:
+  private:
     std::atomic<int> mRefs{1};
 };
 
 // Owning handle to a bind state.
 template <typename R, typename... Args>
 class BindStateRef {
-public:
+  public:
     using State = BindStateBase<R, Args...>;
     BindStateRef() = default;
     explicit BindStateRef(State* adopted) : mState(adopted) {}
@@ -52,7 +52,7 @@ public:
     }
     State* get() const { return mState; }
 
-private:
+  private:
     State* mState = nullptr;
 };
 
@@ -60,7 +60,7 @@ private:
 
 template <typename R, typename... Args>
 class OnceCallback<R(Args...)> {
-public:
+  public:
     using RunType = R(Args...);
     using State = internal::BindStateBase<R, Args...>;
 
@@ -90,14 +90,14 @@ public:
         return state.get()->RunOnce(std::forward<Args>(args)...);
     }
 
-private:
+  private:
     internal::BindStateRef<R, Args...> mState;
     bool mShared = false;
 };
 
 template <typename R, typename... Args>
 class RepeatingCallback<R(Args...)> {
-public:
+  public:
     using RunType = R(Args...);
     using State = internal::BindStateBase<R, Args...>;
 
@@ -118,7 +118,7 @@ public:
         return self.Run(std::forward<Args>(args)...);
     }
 
-private:
+  private:
     friend class OnceCallback<R(Args...)>;
     internal::BindStateRef<R, Args...> mState;
 };

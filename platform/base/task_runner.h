@@ -10,13 +10,13 @@ namespace base {
 // Runs posted tasks somewhere. Tasks that can no longer run (the runner has shut down) are
 // destroyed without running, which releases their bound arguments.
 class TaskRunner : public RefCountedThreadSafe<TaskRunner> {
-public:
+  public:
     bool PostTask(const Location& from_here, OnceClosure task);
     virtual bool PostDelayedTask(const Location& from_here, OnceClosure task, TimeDelta delay) = 0;
     // True on the thread (sequence) that runs this runner's tasks.
     virtual bool RunsTasksInCurrentSequence() const = 0;
 
-protected:
+  protected:
     friend class RefCountedThreadSafe<TaskRunner>;
     TaskRunner() = default;
     virtual ~TaskRunner() = default;
@@ -28,19 +28,19 @@ class SequencedTaskRunner : public TaskRunner {};
 
 // A sequenced runner bound to one thread.
 class SingleThreadTaskRunner : public SequencedTaskRunner {
-public:
+  public:
     bool BelongsToCurrentThread() const { return RunsTasksInCurrentSequence(); }
 };
 
 // The runner of the sequence the caller is running on, if any.
 class SequencedTaskRunnerHandle {
-public:
+  public:
     static scoped_refptr<SequencedTaskRunner> Get();
     static bool IsSet();
 };
 
 class ThreadTaskRunnerHandle {
-public:
+  public:
     static scoped_refptr<SingleThreadTaskRunner> Get();
     static bool IsSet();
 };

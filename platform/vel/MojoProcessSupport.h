@@ -7,7 +7,7 @@
 namespace vel {
 
 class MojoThread {
-public:
+  public:
     MojoThread();
     ~MojoThread();
     MojoThread(const MojoThread&) = delete;
@@ -16,19 +16,19 @@ public:
     // Runs tasks on the Mojo thread, one at a time, in posting order (delayed ones by due time).
     scoped_refptr<base::SingleThreadTaskRunner> getTaskRunner() const;
 
-private:
+  private:
     base::Thread mThread;
 };
 
 class MojoProcessSupport {
-public:
+  public:
     // Created on first use and started at once; destroyed at process exit, which stops the Mojo
     // thread after its current task and destroys the tasks still queued without running them.
     static MojoProcessSupport* GetInstance();
 
     MojoThread* getThread() { return &mThread; }
 
-private:
+  private:
     MojoProcessSupport() = default;
     ~MojoProcessSupport() = default;
     friend struct MojoProcessSupportHolder;

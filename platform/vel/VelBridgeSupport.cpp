@@ -23,7 +23,8 @@ struct Request {
 };
 
 // Mojo thread: answers one request from a host of `hostVersion`.
-void serve(const Request& request, uint32_t hostVersion, const VelHostRegistry::Connector& connect) {
+void serve(const Request& request, uint32_t hostVersion,
+           const VelHostRegistry::Connector& connect) {
     std::shared_ptr<VelBridgeSupport::State> state = request.state.lock();
     if (!state) return;
     android::sp<VelService> service = request.service.promote();
@@ -37,7 +38,7 @@ void serve(const Request& request, uint32_t hostVersion, const VelHostRegistry::
 }
 
 class Registry {
-public:
+  public:
     static Registry& get() {
         static Registry* registry = new Registry();  // outlives every static destructor
         return *registry;
@@ -67,11 +68,11 @@ public:
         if (waiting.empty()) return;
         MojoProcessSupport::GetInstance()->getThread()->getTaskRunner()->PostTask(
             FROM_HERE, base::BindOnce(
-                               [](std::vector<Request> requests, uint32_t version,
-                                  VelHostRegistry::Connector connect) {
-                                   for (const Request& r : requests) serve(r, version, connect);
-                               },
-                               std::move(waiting), version, std::move(connect)));
+                           [](std::vector<Request> requests, uint32_t version,
+                              VelHostRegistry::Connector connect) {
+                               for (const Request& r : requests) serve(r, version, connect);
+                           },
+                           std::move(waiting), version, std::move(connect)));
     }
 
     void unregisterHost() {
@@ -79,11 +80,11 @@ public:
         mConnect.Reset();
     }
 
-private:
+  private:
     std::mutex mMutex;
-    uint32_t mVersion = 0;                 // guarded by mMutex
+    uint32_t mVersion = 0;                // guarded by mMutex
     VelHostRegistry::Connector mConnect;  // guarded by mMutex; null while no host is registered
-    std::vector<Request> mWaiting;         // guarded by mMutex
+    std::vector<Request> mWaiting;        // guarded by mMutex
 };
 
 }  // namespace
@@ -101,16 +102,15 @@ VelBridgeSupport::~VelBridgeSupport() {
     scoped_refptr<base::SingleThreadTaskRunner> runner = mSupport->getThread()->getTaskRunner();
     if (runner->RunsTasksInCurrentSequence()) return;  // mState goes here, on the Mojo thread
     // Otherwise the host pointer is released on the Mojo thread (or here if it has stopped).
-    runner->PostTask(FROM_HERE,
-                     base::BindOnce([](std::shared_ptr<State>) {}, std::move(mState)));
+    runner->PostTask(FROM_HERE, base::BindOnce([](std::shared_ptr<State>) {}, std::move(mState)));
 }
 
 void VelBridgeSupport::requestVelBridgeProxyAsync(android::wp<VelService> service,
                                                   uint32_t version) {
     Request request{mState, std::move(service), version};
     mSupport->getThread()->getTaskRunner()->PostTask(
-        FROM_HERE,
-        base::BindOnce([](Request r) { Registry::get().submit(std::move(r)); }, std::move(request)));
+        FROM_HERE, base::BindOnce([](Request r) { Registry::get().submit(std::move(r)); },
+                                  std::move(request)));
 }
 
 }  // namespace vel

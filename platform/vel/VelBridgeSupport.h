@@ -1,9 +1,9 @@
 #pragma once
 
+#include <utils/RefBase.h>
+
 #include <cstdint>
 #include <memory>
-
-#include <utils/RefBase.h>
 
 #include "vel/MojoProcessSupport.h"
 #include "vel/VelService.h"
@@ -13,7 +13,7 @@ namespace vel {
 // Fetches the host's bridge for a service. The service is held only weakly: one that has gone by
 // the time the host answers is never called.
 class VelBridgeSupport {
-public:
+  public:
     explicit VelBridgeSupport(MojoProcessSupport* support);
     // May run on any thread; the host connection it holds is closed on the Mojo thread.
     ~VelBridgeSupport();
@@ -27,7 +27,7 @@ public:
 
     struct State;
 
-private:
+  private:
     MojoProcessSupport* mSupport;
     std::shared_ptr<State> mState;
 };

@@ -9,7 +9,7 @@
 namespace vel {
 
 class VelHostRegistry {
-public:
+  public:
     // Runs on the Mojo thread with the receiving end of a new host-bridge pipe; the host binds it
     // on its own thread.
     using Connector = base::RepeatingCallback<void(mojom::VelBridgeHostRequest)>;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
-
 #include <utils/RefBase.h>
+
+#include <cstdint>
 
 #include "hardware/sensors/mojom/vel.mojom.h"
 
@@ -10,14 +10,14 @@ namespace vel {
 
 // A container-bridge service: asks for the host's bridge and is called back on the Mojo thread.
 class VelService : public virtual android::RefBase {
-public:
+  public:
     // The host bridge offers the requested version. `host` belongs to the support library and is
     // valid only during the call.
     virtual void ready(mojo::InterfacePtr<mojom::VelBridgeHost>* host) = 0;
     // The host bridge is older than requested; `version` is what it offers.
     virtual void versionMismatch(uint32_t version) = 0;
 
-protected:
+  protected:
     ~VelService() override = default;
 };
 

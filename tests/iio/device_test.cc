@@ -1,6 +1,7 @@
 // The device on its own: channel mapping, attributes, description and sample conversion. Its
 // Mojo pointers stay unbound here, so calls it makes to the host are dropped.
 #include <gtest/gtest.h>
+#include <utils/SystemClock.h>
 
 #include <cmath>
 #include <cstring>
@@ -8,8 +9,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <utils/SystemClock.h>
 
 #include "IioSensorDevice.h"
 #include "tests/support/log_capture.h"
@@ -24,7 +23,7 @@ using kelvane::testing::LogCapture;
 using Sample = base::flat_map<int32_t, int64_t>;
 
 class RecordingEvents : public IioSensorEventCallback {
-public:
+  public:
     void postSensorEvents(const std::vector<Event>& e, bool wakeup) override {
         posts.push_back(e);
         wakeups.push_back(wakeup);
@@ -43,8 +42,8 @@ struct DeviceTest : ::testing::Test {
     std::unique_ptr<IioSensorDevice> make(SensorType type, std::vector<std::string> channels,
                                           std::vector<base::Optional<std::string>> attributes = {},
                                           int deviceId = 7, int handle = 1) {
-        auto device = std::make_unique<IioSensorDevice>(deviceId, handle, type,
-                                                        std::vector<int>{1}, &events);
+        auto device =
+            std::make_unique<IioSensorDevice>(deviceId, handle, type, std::vector<int>{1}, &events);
         device->onChannelIds(channels);
         device->onAttributes(attributes);
         return device;
@@ -68,13 +67,19 @@ TEST_F(DeviceTest, MapsAxisLightAndTimestampChannelsByExactName) {
         int64_t timestamp;          // -1: taken from the clock
     };
     const std::vector<Case> cases = {
-            {SensorType::ACCELEROMETER, {"accel_x", "accel_y", "accel_z", "timestamp"}, {1, 11, 21}, 31},
-            {SensorType::GYROSCOPE, {"timestamp", "anglvel_z", "anglvel_y", "anglvel_x"}, {31, 21, 11}, 1},
-            {SensorType::LIGHT, {"illuminance", "timestamp"}, {1}, 11},
-            {SensorType::LIGHT, {"accel_x", "timestamp"}, {0}, 11},
-            {SensorType::MAGNETIC_FIELD, {"magn_x", "magn_x", "magn_z"}, {11, 0, 21}, -1},
-            {SensorType::GRAVITY, {"Gravity_x", "gravity_y ", "gravity_z"}, {0, 0, 21}, -1},
-            {SensorType::ACCELEROMETER, {}, {0, 0, 0}, -1},
+        {SensorType::ACCELEROMETER,
+         {"accel_x", "accel_y", "accel_z", "timestamp"},
+         {1, 11, 21},
+         31},
+        {SensorType::GYROSCOPE,
+         {"timestamp", "anglvel_z", "anglvel_y", "anglvel_x"},
+         {31, 21, 11},
+         1},
+        {SensorType::LIGHT, {"illuminance", "timestamp"}, {1}, 11},
+        {SensorType::LIGHT, {"accel_x", "timestamp"}, {0}, 11},
+        {SensorType::MAGNETIC_FIELD, {"magn_x", "magn_x", "magn_z"}, {11, 0, 21}, -1},
+        {SensorType::GRAVITY, {"Gravity_x", "gravity_y ", "gravity_z"}, {0, 0, 21}, -1},
+        {SensorType::ACCELEROMETER, {}, {0, 0, 0}, -1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.channels.empty() ? "no channels" : c.channels[0]);
@@ -102,8 +107,8 @@ TEST_F(DeviceTest, MapsAxisLightAndTimestampChannelsByExactName) {
 
 TEST_F(DeviceTest, ParsesTheScaleOrFallsBackToOne) {
     const std::vector<std::pair<std::string, double>> cases = {
-            {"0.25", 0.25}, {"2.5e-3", 0.0025}, {"abc", 1.0}, {"", 1.0},
-            {"1.5x", 1.0},  {" 2", 1.0},       {"0.5\n", 1.0}, {"inf", 1.0},
+        {"0.25", 0.25}, {"2.5e-3", 0.0025}, {"abc", 1.0},   {"", 1.0},
+        {"1.5x", 1.0},  {" 2", 1.0},        {"0.5\n", 1.0}, {"inf", 1.0},
     };
     for (const auto& [text, scale] : cases) {
         SCOPED_TRACE(text);
@@ -116,19 +121,22 @@ TEST_F(DeviceTest, ParsesTheScaleOrFallsBackToOne) {
 }
 
 TEST_F(DeviceTest, LogsTheSummaryAndBecomesReadyWhateverTheAttributesHold) {
-    make(SensorType::ACCELEROMETER, {"accel_x", "accel_x"}, {"name-a", "0.0025", "loc-b", "extra"}, 3);
+    make(SensorType::ACCELEROMETER, {"accel_x", "accel_x"}, {"name-a", "0.0025", "loc-b", "extra"},
+         3);
     make(SensorType::LIGHT, {}, {"name-b"}, 4);
     make(SensorType::GYROSCOPE, {"anglvel_x"}, {}, 5);
     make(SensorType::GRAVITY, {}, {base::nullopt, base::nullopt, base::nullopt}, 6);
     make(SensorType::MAGNETIC_FIELD, {}, {"m", "1e-5"}, 8);
     EXPECT_TRUE(logs.contains(
-            "IioSensorDevice 3 (Accelerometer): name=name-a scale=0.0025 location=loc-b channels=2"));
-    EXPECT_TRUE(logs.contains("IioSensorDevice 4 (Light): name=name-b scale=1 location= channels=0"));
+        "IioSensorDevice 3 (Accelerometer): name=name-a scale=0.0025 location=loc-b channels=2"));
+    EXPECT_TRUE(
+        logs.contains("IioSensorDevice 4 (Light): name=name-b scale=1 location= channels=0"));
     EXPECT_TRUE(logs.contains("IioSensorDevice 5 (Gyroscope): name= scale=1 location= channels=1"));
     EXPECT_TRUE(logs.contains("IioSensorDevice 6 (Gravity): name= scale=1 location= channels=0"));
-    EXPECT_TRUE(logs.contains("IioSensorDevice 8 (Magnetometer): name=m scale=1e-05 location= channels=0"));
-    auto device = std::make_unique<IioSensorDevice>(9, 1, SensorType::LIGHT, std::vector<int>{3},
-                                                    &events);
+    EXPECT_TRUE(
+        logs.contains("IioSensorDevice 8 (Magnetometer): name=m scale=1e-05 location= channels=0"));
+    auto device =
+        std::make_unique<IioSensorDevice>(9, 1, SensorType::LIGHT, std::vector<int>{3}, &events);
     EXPECT_FALSE(device->isReady());
     device->onChannelIds({});
     EXPECT_FALSE(device->isReady());
@@ -145,18 +153,17 @@ TEST_F(DeviceTest, DescribesEachTypeFromTheFixedTable) {
         uint32_t flags;
     };
     const std::vector<Expect> table = {
-            {SensorType::ACCELEROMETER, "Accelerometer (loc-b)", "android.sensor.accelerometer",
-             0x429CE80A, 0x3B1CD0E7, 10000, 0},
-            {SensorType::MAGNETIC_FIELD, "Magnetometer (loc-b)", "android.sensor.magnetic_field",
-             0x45997FF4, 0x3E19999A, 20000, 0},
-            {SensorType::GYROSCOPE, "Gyroscope (loc-b)", "android.sensor.gyroscope", 0x420BA058,
-             0x3A8BA054, 10000, 0},
-            {SensorType::LIGHT, "Light (loc-b)", "android.sensor.light", 0x47C35000, 0x3F800000, 0,
-             2},
-            {SensorType::GRAVITY, "Gravity (loc-b)", "android.sensor.gravity", 0x411CE80A,
-             0x3A83126F, 10000, 0},
-            {SensorType::ORIENTATION, "Unknown (loc-b)", "", 0, 0, 0, 0},
-            {static_cast<SensorType>(42), "Unknown (loc-b)", "", 0, 0, 0, 0},
+        {SensorType::ACCELEROMETER, "Accelerometer (loc-b)", "android.sensor.accelerometer",
+         0x429CE80A, 0x3B1CD0E7, 10000, 0},
+        {SensorType::MAGNETIC_FIELD, "Magnetometer (loc-b)", "android.sensor.magnetic_field",
+         0x45997FF4, 0x3E19999A, 20000, 0},
+        {SensorType::GYROSCOPE, "Gyroscope (loc-b)", "android.sensor.gyroscope", 0x420BA058,
+         0x3A8BA054, 10000, 0},
+        {SensorType::LIGHT, "Light (loc-b)", "android.sensor.light", 0x47C35000, 0x3F800000, 0, 2},
+        {SensorType::GRAVITY, "Gravity (loc-b)", "android.sensor.gravity", 0x411CE80A, 0x3A83126F,
+         10000, 0},
+        {SensorType::ORIENTATION, "Unknown (loc-b)", "", 0, 0, 0, 0},
+        {static_cast<SensorType>(42), "Unknown (loc-b)", "", 0, 0, 0, 0},
     };
     for (const Expect& e : table) {
         SCOPED_TRACE(e.name);
@@ -178,14 +185,16 @@ TEST_F(DeviceTest, DescribesEachTypeFromTheFixedTable) {
         EXPECT_EQ(info.maxDelay, 200000);
         EXPECT_EQ(static_cast<uint32_t>(info.flags), e.flags);
     }
-    EXPECT_EQ(std::string(make(SensorType::ACCELEROMETER, {})->getSensorInfo().name), "Accelerometer");
+    EXPECT_EQ(std::string(make(SensorType::ACCELEROMETER, {})->getSensorInfo().name),
+              "Accelerometer");
 }
 
 TEST_F(DeviceTest, ConvertsRawValuesThroughFloatThenScaleInDouble) {
     auto device = make(SensorType::ACCELEROMETER, {"accel_x", "accel_y", "accel_z", "timestamp"},
                        {"n", "0.5", ""});
     device->activate(true);
-    std::vector<Event> out = convert(*device, Sample{{0, 100}, {1, -7}, {2, (1 << 24) + 1}, {3, -5}, {9, 4}});
+    std::vector<Event> out =
+        convert(*device, Sample{{0, 100}, {1, -7}, {2, (1 << 24) + 1}, {3, -5}, {9, 4}});
     ASSERT_EQ(out.size(), 1u);
     EXPECT_EQ(out[0].u.vec3.x, 50.0f);
     EXPECT_EQ(out[0].u.vec3.y, -3.5f);
@@ -242,6 +251,21 @@ TEST_F(DeviceTest, DropsSamplesWhileInactiveOrOfUnsupportedTypes) {
     IioSensorDevice noCallback(1, 1, SensorType::ACCELEROMETER, {1}, nullptr);
     noCallback.activate(true);
     noCallback.OnSampleUpdated(Sample{{0, 1}});  // nothing to post to; must not crash
+}
+
+TEST_F(DeviceTest, ObserverErrorsAreLoggedAndInactiveOnesChangeNothing) {
+    auto accel = make(SensorType::ACCELEROMETER, {"accel_x"}, {}, 11);
+    accel->OnErrorOccurred(chromeos::sensors::mojom::ObserverErrorType::READ_FAILED);
+    accel->OnErrorOccurred(static_cast<chromeos::sensors::mojom::ObserverErrorType>(42));
+    EXPECT_TRUE(logs.contains("IioSensorDevice 11: observer error 5"));
+    EXPECT_TRUE(logs.contains("IioSensorDevice 11: observer error 42"));
+    EXPECT_TRUE(convert(*accel, Sample{{0, 1}}).empty());  // still inactive
+}
+
+TEST_F(DeviceTest, StartingWithoutUsableChannelsWarnsOnly) {
+    auto accel = make(SensorType::ACCELEROMETER, {"temp"}, {}, 12);
+    accel->activate(true);  // no control pipe here: nothing is sent, nothing is logged
+    EXPECT_FALSE(logs.contains("IioSensorDevice 12: no channels to enable"));
 }
 
 }  // namespace

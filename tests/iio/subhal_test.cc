@@ -1,14 +1,12 @@
 // The sub-HAL's own answers, with no host reachable: nothing gets published.
-#include <gtest/gtest.h>
-
+#include <cutils/native_handle.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
+#include <utils/SystemClock.h>
 
 #include <string>
 #include <vector>
-
-#include <cutils/native_handle.h>
-#include <utils/SystemClock.h>
 
 #include "IioSensorSubHal.h"
 #include "tests/support/log_capture.h"
@@ -52,7 +50,7 @@ std::string dumpOf(IioSensorSubHal& hal, int* callerFd = nullptr) {
 }
 
 class SubHalTest : public ::testing::Test {
-protected:
+  protected:
     LogCapture logs;
     sp<IioSensorSubHal> hal = new IioSensorSubHal();
 };
@@ -65,12 +63,10 @@ TEST_F(SubHalTest, AnswersTheFixedOperations) {
     EXPECT_EQ(hal->unregisterDirectChannel(1), Result::INVALID_OPERATION);
 
     std::vector<std::pair<Result, int32_t>> answers;
-    hal->registerDirectChannel(SharedMemInfo{}, [&](Result r, int32_t channel) {
-        answers.emplace_back(r, channel);
-    });
-    hal->configDirectReport(1, 2, RateLevel::FAST, [&](Result r, int32_t token) {
-        answers.emplace_back(r, token);
-    });
+    hal->registerDirectChannel(
+        SharedMemInfo{}, [&](Result r, int32_t channel) { answers.emplace_back(r, channel); });
+    hal->configDirectReport(1, 2, RateLevel::FAST,
+                            [&](Result r, int32_t token) { answers.emplace_back(r, token); });
     EXPECT_EQ(answers, (std::vector<std::pair<Result, int32_t>>{{Result::INVALID_OPERATION, -1},
                                                                 {Result::INVALID_OPERATION, 0}}));
     bool called = false;

@@ -1,10 +1,11 @@
+#include "base/callback.h"
+
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 
 #include "base/bind.h"
-#include "base/callback.h"
 
 namespace kelvane::testing {
 namespace {
@@ -16,7 +17,8 @@ struct Counter {
 
 TEST(CallbackTest, BindsMembersThroughUnretainedAndLeavesTheRestUnbound) {
     Counter c;
-    base::RepeatingCallback<int(int)> addTen = base::BindRepeating(&Counter::add, base::Unretained(&c), 10);
+    base::RepeatingCallback<int(int)> addTen =
+        base::BindRepeating(&Counter::add, base::Unretained(&c), 10);
     EXPECT_EQ(addTen.Run(1), 11);
     EXPECT_EQ(addTen.Run(2), 23);
     base::OnceCallback<int(int)> once = addTen;  // a repeating callback converts
@@ -25,9 +27,9 @@ TEST(CallbackTest, BindsMembersThroughUnretainedAndLeavesTheRestUnbound) {
 }
 
 TEST(CallbackTest, OnceCallbacksMoveBoundArgumentsOutAndRunOnce) {
-    auto cb = base::BindOnce([](std::unique_ptr<std::string> s, const std::string& tail) {
-        return *s + tail;
-    }, std::make_unique<std::string>("head"));
+    auto cb = base::BindOnce(
+        [](std::unique_ptr<std::string> s, const std::string& tail) { return *s + tail; },
+        std::make_unique<std::string>("head"));
     EXPECT_FALSE(cb.is_null());
     EXPECT_EQ(std::move(cb).Run("-tail"), "head-tail");
     EXPECT_TRUE(cb.is_null());

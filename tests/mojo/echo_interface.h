@@ -16,7 +16,7 @@ class EchoProxy;
 class EchoStub;
 
 class Echo {
-public:
+  public:
     static constexpr char Name_[] = "test.Echo";
     using Proxy_ = EchoProxy;
     using Stub_ = EchoStub;
@@ -36,19 +36,19 @@ struct EchoIntParams : mojo::internal::MessagePayload {
 };
 
 class EchoAskForward : public mojo::MessageReceiver {
-public:
+  public:
     explicit EchoAskForward(Echo::AskCallback cb) : mCallback(std::move(cb)) {}
     bool Accept(mojo::Message* m) override {
         std::move(mCallback).Run(m->payload<EchoIntParams>()->value);
         return true;
     }
 
-private:
+  private:
     Echo::AskCallback mCallback;
 };
 
 class EchoProxy : public Echo {
-public:
+  public:
     explicit EchoProxy(mojo::MessageReceiverWithResponder* receiver) : mReceiver(receiver) {}
     void Say(int value) override {
         mojo::Message m(kEcho_Say_Name, 0, std::make_unique<EchoIntParams>(value));
@@ -60,12 +60,12 @@ public:
         mReceiver->AcceptWithResponder(&m, std::make_unique<EchoAskForward>(std::move(callback)));
     }
 
-private:
+  private:
     mojo::MessageReceiverWithResponder* mReceiver;
 };
 
 class EchoStub : public mojo::MessageReceiverWithResponder {
-public:
+  public:
     void set_sink(Echo* sink) { mSink = sink; }
     Echo* sink() { return mSink; }
     bool Accept(mojo::Message* m) override {
@@ -78,16 +78,16 @@ public:
         if (m->name() != kEcho_Ask_Name) return false;
         mSink->Ask(m->payload<EchoIntParams>()->value,
                    base::BindOnce(
-                           [](std::unique_ptr<mojo::MessageReceiver> r, int v) {
-                               mojo::Message reply(kEcho_Ask_Name, mojo::Message::kFlagIsResponse,
-                                                   std::make_unique<EchoIntParams>(v));
-                               r->Accept(&reply);
-                           },
-                           std::move(responder)));
+                       [](std::unique_ptr<mojo::MessageReceiver> r, int v) {
+                           mojo::Message reply(kEcho_Ask_Name, mojo::Message::kFlagIsResponse,
+                                               std::make_unique<EchoIntParams>(v));
+                           r->Accept(&reply);
+                       },
+                       std::move(responder)));
         return true;
     }
 
-private:
+  private:
     Echo* mSink = nullptr;
 };
 

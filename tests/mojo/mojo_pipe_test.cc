@@ -16,7 +16,7 @@ namespace {
 
 // Records what arrives, with the thread it arrived on.
 class RecordingEcho : public Echo {
-public:
+  public:
     void Say(int value) override {
         signal.Notify([&] {
             said.push_back(value);
@@ -41,7 +41,7 @@ public:
 };
 
 class MojoPipeTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         host.Start();
         client.Start();
@@ -103,14 +103,16 @@ TEST_F(MojoPipeTest, ErrorHandlerRunsOnceAfterEarlierMessagesWithTheReason) {
     std::vector<std::string> events;
     Signal done;
     RunAndWait(host.task_runner(), [&] {
-        impl.onSay = [&](int v) { done.Notify([&] { events.push_back("say " + std::to_string(v)); }); };
-        binding->set_connection_error_with_reason_handler(
-                base::BindOnce([](std::vector<std::string>* ev, Signal* d, uint32_t reason,
-                                  const std::string& description) {
-                    d->Notify([&] {
-                        ev->push_back("error " + std::to_string(reason) + " " + description);
-                    });
-                }, &events, &done));
+        impl.onSay = [&](int v) {
+            done.Notify([&] { events.push_back("say " + std::to_string(v)); });
+        };
+        binding->set_connection_error_with_reason_handler(base::BindOnce(
+            [](std::vector<std::string>* ev, Signal* d, uint32_t reason,
+               const std::string& description) {
+                d->Notify(
+                    [&] { ev->push_back("error " + std::to_string(reason) + " " + description); });
+            },
+            &events, &done));
     });
     RunAndWait(client.task_runner(), [&] {
         ptr->Say(1);
@@ -129,17 +131,17 @@ TEST_F(MojoPipeTest, PlainCloseGivesNoReasonAndOwnCloseRunsNoOwnHandler) {
     std::string description = "unset";
     RunAndWait(host.task_runner(), [&] {
         binding->set_connection_error_with_reason_handler(base::BindOnce(
-                [](std::atomic<int>* n, uint32_t* r, std::string* d, uint32_t reason,
-                   const std::string& desc) {
-                    *r = reason;
-                    *d = desc;
-                    ++*n;
-                },
-                &hostErrors, &reason, &description));
+            [](std::atomic<int>* n, uint32_t* r, std::string* d, uint32_t reason,
+               const std::string& desc) {
+                *r = reason;
+                *d = desc;
+                ++*n;
+            },
+            &hostErrors, &reason, &description));
     });
     RunAndWait(client.task_runner(), [&] {
-        ptr.set_connection_error_handler(base::BindOnce([](std::atomic<int>* n) { ++*n; },
-                                                        &clientErrors));
+        ptr.set_connection_error_handler(
+            base::BindOnce([](std::atomic<int>* n) { ++*n; }, &clientErrors));
         ptr.reset();
     });
     ASSERT_TRUE(Flush(host.task_runner()));
@@ -158,13 +160,13 @@ TEST_F(MojoPipeTest, RepliesRunOnTheAskingThreadEvenWhenSentFromAnotherThread) {
     int answer = 0;
     RunAndWait(client.task_runner(), [&] {
         ptr->Ask(21, base::BindOnce(
-                             [](Signal* s, std::thread::id* t, int* a, int v) {
-                                 s->Notify([&] {
-                                     *t = std::this_thread::get_id();
-                                     *a = v;
-                                 });
-                             },
-                             &replied, &replyThread, &answer));
+                         [](Signal* s, std::thread::id* t, int* a, int v) {
+                             s->Notify([&] {
+                                 *t = std::this_thread::get_id();
+                                 *a = v;
+                             });
+                         },
+                         &replied, &replyThread, &answer));
     });
     ASSERT_TRUE(Flush(host.task_runner()));
     std::thread other([&] { std::move(impl.held.at(0)).Run(42); });
@@ -232,8 +234,8 @@ TEST_F(MojoPipeTest, ErrorHandlerMayDestroyTheOwnerOfTheEndpoint) {
     RunAndWait(client.task_runner(), [&] {
         request = mojo::MakeRequest(&owner->echo);
         owner->echo.set_connection_error_handler(base::BindOnce(
-                [](std::unique_ptr<Owner>* o, Signal* s) { s->Notify([&] { o->reset(); }); },
-                &owner, &gone));
+            [](std::unique_ptr<Owner>* o, Signal* s) { s->Notify([&] { o->reset(); }); }, &owner,
+            &gone));
     });
     request = {};
     ASSERT_TRUE(gone.WaitUntil([&] { return owner == nullptr; }));

@@ -18,9 +18,12 @@ TEST(TaskLoopTest, RunsImmediateTasksInOrderThenDelayedByDueTime) {
     auto record = [&](int v) { done.Notify([&] { order.push_back(v); }); };
     // Queued before the thread starts, so every delay is measured from nearly the same moment.
     auto runner = thread.task_runner();
-    runner->PostDelayedTask(FROM_HERE, base::BindOnce(record, 4), base::TimeDelta::FromMilliseconds(60));
-    runner->PostDelayedTask(FROM_HERE, base::BindOnce(record, 2), base::TimeDelta::FromMilliseconds(20));
-    runner->PostDelayedTask(FROM_HERE, base::BindOnce(record, 3), base::TimeDelta::FromMilliseconds(20));
+    runner->PostDelayedTask(FROM_HERE, base::BindOnce(record, 4),
+                            base::TimeDelta::FromMilliseconds(60));
+    runner->PostDelayedTask(FROM_HERE, base::BindOnce(record, 2),
+                            base::TimeDelta::FromMilliseconds(20));
+    runner->PostDelayedTask(FROM_HERE, base::BindOnce(record, 3),
+                            base::TimeDelta::FromMilliseconds(20));
     runner->PostTask(FROM_HERE, base::BindOnce(record, 0));
     runner->PostTask(FROM_HERE, base::BindOnce(record, 1));
     thread.Start();

@@ -1,9 +1,9 @@
 #include "tests/support/log_capture.h"
 
+#include <log/log_capture.h>
+
 #include <atomic>
 #include <cstdlib>
-
-#include <log/log_capture.h>
 
 #include "base/logging.h"
 

@@ -17,7 +17,7 @@ struct LogLine {
 };
 
 class LogCapture {
-public:
+  public:
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
@@ -34,7 +34,7 @@ public:
 
     void add(LogLine line);
 
-private:
+  private:
     mutable Signal mSignal;
     std::vector<LogLine> mLines;  // guarded by mSignal's mutex
 };

@@ -6,7 +6,7 @@ namespace kelvane::testing {
 
 class RecordingProxyCallback::Counter
     : public android::hardware::sensors::V2_0::implementation::IScopedWakelockRefCounter {
-public:
+  public:
     bool incrementRefCountAndMaybeAcquireWakelock(size_t delta, int64_t*) override {
         held += static_cast<int>(delta);
         return true;

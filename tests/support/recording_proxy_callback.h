@@ -2,9 +2,9 @@
 // lock it came with, and every wake lock asked for.
 #pragma once
 
-#include <vector>
-
 #include <HalProxyCallbackBase.h>
+
+#include <vector>
 
 #include "tests/support/wait.h"
 
@@ -12,7 +12,7 @@ namespace kelvane::testing {
 
 class RecordingProxyCallback
     : public android::hardware::sensors::V2_0::implementation::HalProxyCallbackBase {
-public:
+  public:
     using Event = android::hardware::sensors::V2_1::Event;
     using ScopedWakelock = android::hardware::sensors::V2_0::implementation::ScopedWakelock;
 
@@ -36,13 +36,13 @@ public:
     // Events of one sensor handle.
     std::vector<Event> eventsFor(int32_t handle) const;
 
-private:
+  private:
     class Counter;
     android::sp<Counter> mCounter;
     mutable Signal mSignal;
-    std::vector<Post> mPosts;              // guarded by mSignal's mutex
-    std::vector<bool> mWakelockRequests;   // guarded by mSignal's mutex
-    size_t mEventCount = 0;                // guarded by mSignal's mutex
+    std::vector<Post> mPosts;             // guarded by mSignal's mutex
+    std::vector<bool> mWakelockRequests;  // guarded by mSignal's mutex
+    size_t mEventCount = 0;               // guarded by mSignal's mutex
 };
 
 }  // namespace kelvane::testing

@@ -22,13 +22,13 @@ template <typename Runner>
 bool RunAndWait(const Runner& runner, std::function<void()> fn) {
     auto done = std::make_shared<std::promise<void>>();
     std::future<void> ran = done->get_future();
-    runner->PostTask(FROM_HERE, base::BindOnce(
-                                        [](std::function<void()> f,
-                                           std::shared_ptr<std::promise<void>> d) {
-                                            f();
-                                            d->set_value();
-                                        },
-                                        std::move(fn), done));
+    runner->PostTask(FROM_HERE,
+                     base::BindOnce(
+                         [](std::function<void()> f, std::shared_ptr<std::promise<void>> d) {
+                             f();
+                             d->set_value();
+                         },
+                         std::move(fn), done));
     return ran.wait_for(kWaitLimit) == std::future_status::ready;
 }
 
@@ -40,7 +40,7 @@ bool Flush(const Runner& runner) {
 
 // A condition that tests wait on: Set() or Notify() wake every WaitUntil().
 class Signal {
-public:
+  public:
     // Notifies under the lock, so a waiter cannot return and destroy the signal mid-notify.
     void Notify(const std::function<void()>& change = [] {}) {
         std::lock_guard<std::mutex> lock(mMutex);
@@ -54,7 +54,7 @@ public:
     }
     std::mutex& mutex() { return mMutex; }
 
-private:
+  private:
     std::mutex mMutex;
     std::condition_variable mCv;
 };

@@ -71,8 +71,8 @@ void IioSensorBridge::ready(mojo::InterfacePtr<vel::mojom::VelBridgeHost>* host)
     if (mInstanceBinding.is_bound()) mInstanceBinding.Close();
     vel::mojom::IioSensorInstancePtr instance;
     mInstanceBinding.Bind(mojo::MakeRequest(&instance));
-    mInstanceBinding.set_connection_error_handler(base::BindOnce(
-            [] { LOG(WARNING) << "IioSensorBridge: IioSensorInstance binding lost"; }));
+    mInstanceBinding.set_connection_error_handler(
+        base::BindOnce([] { LOG(WARNING) << "IioSensorBridge: IioSensorInstance binding lost"; }));
     (*host)->OnIioSensorInstanceReady(std::move(instance));
     LOG(INFO) << "IioSensorBridge: registered IioSensorInstance with Chrome OS";
 }
@@ -92,8 +92,8 @@ void IioSensorBridge::Init(vel::mojom::IioSensorHostPtr host,
     if (mHalClientBinding.is_bound()) mHalClientBinding.Close();
     chromeos::sensors::mojom::SensorHalClientPtr client;
     mHalClientBinding.Bind(mojo::MakeRequest(&client));
-    mHalClientBinding.set_connection_error_handler(base::BindOnce(
-            [] { LOG(WARNING) << "IioSensorBridge: SensorHalClient binding lost"; }));
+    mHalClientBinding.set_connection_error_handler(
+        base::BindOnce([] { LOG(WARNING) << "IioSensorBridge: SensorHalClient binding lost"; }));
     mIioSensorHost->RegisterSensorHalClient(std::move(client));
     callback.Run();
 }
@@ -107,12 +107,12 @@ void IioSensorBridge::SetUpChannel(chromeos::sensors::mojom::SensorServicePtr se
     mSensorService.reset();
     mSensorService = std::move(service);
     mSensorService.set_connection_error_with_reason_handler(
-            base::BindOnce([](uint32_t reason, const std::string& description) {
-                LOG(WARNING) << "IioSensorBridge: SensorService disconnected, reason=" << reason
-                             << " desc=" << description;
-            }));
+        base::BindOnce([](uint32_t reason, const std::string& description) {
+            LOG(WARNING) << "IioSensorBridge: SensorService disconnected, reason=" << reason
+                         << " desc=" << description;
+        }));
     mSensorService->GetAllDeviceIds(
-            base::BindRepeating(&IioSensorBridge::onAllDeviceIds, base::Unretained(this)));
+        base::BindRepeating(&IioSensorBridge::onAllDeviceIds, base::Unretained(this)));
 }
 
 void IioSensorBridge::onAllDeviceIds(const base::flat_map<int, std::vector<int>>& devices) {
@@ -132,8 +132,8 @@ void IioSensorBridge::onAllDeviceIds(const base::flat_map<int, std::vector<int>>
         {
             std::lock_guard<std::mutex> lock(mDevicesMutex);
             handle = mNextHandle++;
-            auto device = std::make_unique<IioSensorDevice>(deviceId, handle, type, types,
-                                                            mEventCallback);
+            auto device =
+                std::make_unique<IioSensorDevice>(deviceId, handle, type, types, mEventCallback);
             device->initialize(mSensorService);
             mDevices[handle] = std::move(device);
         }
@@ -170,7 +170,8 @@ void IioSensorBridge::completeEnumeration() {
     mEnumCv.notify_all();
 }
 
-std::vector<std::pair<int, IioSensorBridge::SensorInfo>> IioSensorBridge::getSensors(int timeoutMs) {
+std::vector<std::pair<int, IioSensorBridge::SensorInfo>> IioSensorBridge::getSensors(
+    int timeoutMs) {
     std::unique_lock<std::mutex> enumLock(mEnumMutex);
     const auto deadline = std::chrono::steady_clock::now() +
                           std::chrono::nanoseconds(static_cast<int64_t>(timeoutMs) * 1000000);
@@ -201,11 +202,10 @@ void IioSensorBridge::batch(int handle, int64_t samplingPeriodNs) {
 
 void IioSensorBridge::post(base::OnceClosure task, base::TimeDelta delay) {
     scoped_refptr<base::SingleThreadTaskRunner> runner =
-            mProcessSupport->getThread()->getTaskRunner();
-    runner->PostDelayedTask(base::Location::CreateFromHere(__FILE__),
-                            base::BindOnce(&runWhileAlive, std::weak_ptr<int>(mLifetime),
-                                           std::move(task)),
-                            delay);
+        mProcessSupport->getThread()->getTaskRunner();
+    runner->PostDelayedTask(
+        base::Location::CreateFromHere(__FILE__),
+        base::BindOnce(&runWhileAlive, std::weak_ptr<int>(mLifetime), std::move(task)), delay);
 }
 
 }  // namespace sensors

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <android/hardware/sensors/2.1/types.h>
+
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -7,8 +9,6 @@
 #include <mutex>
 #include <utility>
 #include <vector>
-
-#include <android/hardware/sensors/2.1/types.h>
 
 #include "IioSensorDevice.h"
 #include "IioSensorEventCallback.h"
@@ -32,7 +32,7 @@ namespace sensors {
 class IioSensorBridge : public vel::VelService,
                         public vel::mojom::IioSensorInstance,
                         public chromeos::sensors::mojom::SensorHalClient {
-public:
+  public:
     using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
 
     IioSensorBridge(vel::MojoProcessSupport* processSupport, IioSensorEventCallback* eventCallback);
@@ -57,7 +57,7 @@ public:
     void activate(int handle, bool enabled);
     void batch(int handle, int64_t samplingPeriodNs);
 
-private:
+  private:
     void completeEnumeration();
     void post(base::OnceClosure task, base::TimeDelta delay = base::TimeDelta());
 
@@ -71,7 +71,7 @@ private:
     // The registry; written on the Mojo thread, read by binder threads.
     std::mutex mDevicesMutex;
     std::map<int, std::unique_ptr<IioSensorDevice>> mDevices;  // guarded by mDevicesMutex
-    int mNextHandle = 1;                                        // guarded by mDevicesMutex
+    int mNextHandle = 1;                                       // guarded by mDevicesMutex
     // Taken before mDevicesMutex when both are held.
     std::mutex mEnumMutex;
     std::condition_variable mEnumCv;

@@ -1,9 +1,9 @@
 #include "IioSensorDevice.h"
 
+#include <utils/SystemClock.h>
+
 #include <cstring>
 #include <utility>
-
-#include <utils/SystemClock.h>
 
 #include "base/bind.h"
 #include "base/logging.h"
@@ -25,8 +25,8 @@ constexpr uint8_t kStatusAccuracyHigh = 3;
 
 const char* sensorTypeName(SensorType type) {
     static constexpr const char* kNames[] = {
-            "Accelerometer", "Magnetometer", "Unknown", "Gyroscope", "Light",
-            "Unknown",       "Unknown",      "Unknown", "Gravity",
+        "Accelerometer", "Magnetometer", "Unknown", "Gyroscope", "Light",
+        "Unknown",       "Unknown",      "Unknown", "Gravity",
     };
     int value = static_cast<int>(type);
     return value >= 1 && value <= 9 ? kNames[value - 1] : "Unknown";
@@ -65,14 +65,14 @@ constexpr uint32_t kContinuous = 0;
 constexpr uint32_t kOnChange = 2;
 
 constexpr TypeDescription kTypeDescriptions[] = {
-        {SensorType::ACCELEROMETER, "android.sensor.accelerometer", 78.4532f, 0.0023928226f,
-         10000, kContinuous},
-        {SensorType::MAGNETIC_FIELD, "android.sensor.magnetic_field", 4911.994f, 0.15f, 20000,
-         kContinuous},
-        {SensorType::GYROSCOPE, "android.sensor.gyroscope", 34.906586f, 0.001065264f, 10000,
-         kContinuous},
-        {SensorType::LIGHT, "android.sensor.light", 100000.0f, 1.0f, 0, kOnChange},
-        {SensorType::GRAVITY, "android.sensor.gravity", 9.80665f, 0.001f, 10000, kContinuous},
+    {SensorType::ACCELEROMETER, "android.sensor.accelerometer", 78.4532f, 0.0023928226f, 10000,
+     kContinuous},
+    {SensorType::MAGNETIC_FIELD, "android.sensor.magnetic_field", 4911.994f, 0.15f, 20000,
+     kContinuous},
+    {SensorType::GYROSCOPE, "android.sensor.gyroscope", 34.906586f, 0.001065264f, 10000,
+     kContinuous},
+    {SensorType::LIGHT, "android.sensor.light", 100000.0f, 1.0f, 0, kOnChange},
+    {SensorType::GRAVITY, "android.sensor.gravity", 9.80665f, 0.001f, 10000, kContinuous},
 };
 
 constexpr uint32_t bitsOf(float f) { return __builtin_bit_cast(uint32_t, f); }
@@ -136,16 +136,16 @@ IioSensorDevice::~IioSensorDevice() {
 }
 
 void IioSensorDevice::initialize(
-        mojo::InterfacePtr<chromeos::sensors::mojom::SensorService>& sensorService) {
+    mojo::InterfacePtr<chromeos::sensors::mojom::SensorService>& sensorService) {
     sensorService->GetDevice(mDeviceId, mojo::MakeRequest(&mSensorDevice));
     mSensorDevice.set_connection_error_handler(base::BindOnce(
-            [](int32_t deviceId) {
-                LOG(WARNING) << "IioSensorDevice " << deviceId << ": SensorDevice connection lost";
-            },
-            mDeviceId));
+        [](int32_t deviceId) {
+            LOG(WARNING) << "IioSensorDevice " << deviceId << ": SensorDevice connection lost";
+        },
+        mDeviceId));
     mSensorDevice->SetTimeout(kDeviceTimeoutMs);
     mSensorDevice->GetAllChannelIds(
-            base::BindRepeating(&IioSensorDevice::onChannelIds, base::Unretained(this)));
+        base::BindRepeating(&IioSensorDevice::onChannelIds, base::Unretained(this)));
 }
 
 void IioSensorDevice::onChannelIds(const std::vector<std::string>& channelIds) {
@@ -167,8 +167,8 @@ void IioSensorDevice::onChannelIds(const std::vector<std::string>& channelIds) {
     lookup("timestamp", &mTimestampIndex);
 
     mSensorDevice->GetAttributes(
-            {"name", "scale", "location"},
-            base::BindRepeating(&IioSensorDevice::onAttributes, base::Unretained(this)));
+        {"name", "scale", "location"},
+        base::BindRepeating(&IioSensorDevice::onAttributes, base::Unretained(this)));
 }
 
 void IioSensorDevice::onAttributes(const std::vector<base::Optional<std::string>>& values) {
@@ -187,9 +187,9 @@ void IioSensorDevice::onAttributes(const std::vector<base::Optional<std::string>
 IioSensorDevice::SensorInfo IioSensorDevice::getSensorInfo() const {
     SensorInfo info{};
     info.sensorHandle = mHandle;
-    info.name = mLocation.empty() ? std::string(sensorTypeName(mSensorType))
-                                  : std::string(sensorTypeName(mSensorType)) + " (" + mLocation +
-                                            ")";
+    info.name = mLocation.empty()
+                    ? std::string(sensorTypeName(mSensorType))
+                    : std::string(sensorTypeName(mSensorType)) + " (" + mLocation + ")";
     info.vendor = "Tolvik";
     info.version = 1;
     info.type = mSensorType;
@@ -280,7 +280,7 @@ void IioSensorDevice::OnSampleUpdated(const base::flat_map<int32_t, int64_t>& sa
         event.u.vec3.y = scaled(sample, mYIndex, mScale);
         event.u.vec3.z = scaled(sample, mZIndex, mScale);
         event.u.vec3.status =
-                static_cast<android::hardware::sensors::V1_0::SensorStatus>(kStatusAccuracyHigh);
+            static_cast<android::hardware::sensors::V1_0::SensorStatus>(kStatusAccuracyHigh);
     } else {
         event.u.scalar = scaled(sample, mLightIndex, mScale);
     }

@@ -1,12 +1,12 @@
 #pragma once
 
+#include <android/hardware/sensors/2.1/types.h>
+
 #include <atomic>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
-
-#include <android/hardware/sensors/2.1/types.h>
 
 #include "IioSensorEventCallback.h"
 #include "base/containers/flat_map.h"
@@ -21,7 +21,7 @@ namespace sensors {
 // One IIO device of the host, published to Android as one sensor. Everything but getSensorInfo()
 // and isReady() runs on the Mojo thread.
 class IioSensorDevice : public chromeos::sensors::mojom::SensorDeviceSamplesObserver {
-public:
+  public:
     using SensorType = android::hardware::sensors::V2_1::SensorType;
     using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
 
@@ -49,7 +49,7 @@ public:
     void stopSampling();
     void batch(int64_t samplingPeriodNs);
 
-private:
+  private:
     const int32_t mDeviceId;
     const int32_t mHandle;
     const SensorType mSensorType;

@@ -1,14 +1,13 @@
 #include "IioSensorSubHal.h"
 
+#include <log/log.h>
+#include <unistd.h>
+#include <utils/SystemClock.h>
+
 #include <chrono>
 #include <cstdio>
 #include <future>
 #include <utility>
-
-#include <unistd.h>
-
-#include <log/log.h>
-#include <utils/SystemClock.h>
 
 #include "base/bind.h"
 #include "base/location.h"
@@ -38,7 +37,7 @@ constexpr std::chrono::seconds kTeardownLimit{10};
 // Holds the last reference to the bridge and signals once it is released, whether the task that
 // carries it runs or is destroyed unrun.
 class BridgeRelease {
-public:
+  public:
     BridgeRelease(sp<IioSensorBridge> bridge, std::promise<void>* done)
         : mBridge(std::move(bridge)), mDone(done) {}
     ~BridgeRelease() {
@@ -46,7 +45,7 @@ public:
         mDone->set_value();
     }
 
-private:
+  private:
     sp<IioSensorBridge> mBridge;
     std::promise<void>* mDone;
 };
@@ -57,7 +56,7 @@ private:
 void releaseOnMojoThread(sp<IioSensorBridge> bridge) {
     if (bridge == nullptr) return;
     scoped_refptr<base::SingleThreadTaskRunner> runner =
-            vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner();
+        vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner();
     if (runner->RunsTasksInCurrentSequence()) return;  // released right here
     std::promise<void> done;
     std::future<void> released = done.get_future();
@@ -79,7 +78,7 @@ IioSensorSubHal::IioSensorSubHal() {
 IioSensorSubHal::~IioSensorSubHal() { releaseOnMojoThread(std::move(mBridge)); }
 
 IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::initialize(
-        const sp<IHalProxyCallback>& halProxyCallback) {
+    const sp<IHalProxyCallback>& halProxyCallback) {
     SUBHAL_LOG("IioSensorSubHal::initialize");
     sp<IHalProxyCallback> previous;
     {
@@ -94,19 +93,18 @@ IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::initialize(
 const std::string IioSensorSubHal::getName() { return kSubHalName; }
 
 IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::setOperationMode(
-        OperationMode mode) {
+    OperationMode mode) {
     mOperationMode = mode;
     return Result::OK;
 }
 
 IioSensorSubHal::Return<void> IioSensorSubHal::registerDirectChannel(
-        const SharedMemInfo&, registerDirectChannel_cb callback) {
+    const SharedMemInfo&, registerDirectChannel_cb callback) {
     callback(Result::INVALID_OPERATION, -1);
     return Void();
 }
 
-IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::unregisterDirectChannel(
-        int32_t) {
+IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::unregisterDirectChannel(int32_t) {
     return Result::INVALID_OPERATION;
 }
 
@@ -117,7 +115,7 @@ IioSensorSubHal::Return<void> IioSensorSubHal::configDirectReport(int32_t, int32
 }
 
 IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::injectSensorData_2_1(
-        const Event&) {
+    const Event&) {
     return Result::INVALID_OPERATION;
 }
 
@@ -157,15 +155,15 @@ sp<IioSensorSubHal::IHalProxyCallback> IioSensorSubHal::proxyCallback() const {
 }
 
 IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::activate(int32_t sensorHandle,
-                                                                          bool enabled) {
+                                                                           bool enabled) {
     if (!isPublished(sensorHandle)) return Result::BAD_VALUE;
     if (mBridge != nullptr) mBridge->activate(sensorHandle, enabled);
     return Result::OK;
 }
 
 IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::batch(int32_t sensorHandle,
-                                                                       int64_t samplingPeriodNs,
-                                                                       int64_t) {
+                                                                        int64_t samplingPeriodNs,
+                                                                        int64_t) {
     if (!isPublished(sensorHandle)) return Result::BAD_VALUE;
     if (mBridge != nullptr) mBridge->batch(sensorHandle, samplingPeriodNs);
     return Result::OK;

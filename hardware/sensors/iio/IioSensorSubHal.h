@@ -1,13 +1,13 @@
 #pragma once
 
+#include <V2_1/SubHal.h>
+#include <utils/RefBase.h>
+
 #include <atomic>
 #include <map>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include <V2_1/SubHal.h>
-#include <utils/RefBase.h>
 
 #include "IioSensorBridge.h"
 #include "IioSensorEventCallback.h"
@@ -19,7 +19,7 @@ namespace sensors {
 // devices post events from the Mojo thread.
 class IioSensorSubHal : public android::hardware::sensors::V2_1::implementation::ISensorsSubHal,
                         public IioSensorEventCallback {
-public:
+  public:
     using Result = android::hardware::sensors::V1_0::Result;
     using OperationMode = android::hardware::sensors::V1_0::OperationMode;
     using RateLevel = android::hardware::sensors::V1_0::RateLevel;
@@ -33,9 +33,9 @@ public:
     IioSensorSubHal();
     ~IioSensorSubHal() override;
 
-    Return<void> debug(const android::hardware::hidl_handle& fd,
-                       const android::hardware::hidl_vec<android::hardware::hidl_string>& args)
-            override;
+    Return<void> debug(
+        const android::hardware::hidl_handle& fd,
+        const android::hardware::hidl_vec<android::hardware::hidl_string>& args) override;
     Return<Result> setOperationMode(OperationMode mode) override;
     Return<Result> activate(int32_t sensorHandle, bool enabled) override;
     Return<Result> batch(int32_t sensorHandle, int64_t samplingPeriodNs,
@@ -54,7 +54,7 @@ public:
     // Mojo thread (sample events) and binder threads.
     void postSensorEvents(const std::vector<Event>& events, bool wakeup) override;
 
-private:
+  private:
     // Whether `handle` was published; the tables are read only once published.
     bool isPublished(int32_t handle) const;
     android::sp<IHalProxyCallback> proxyCallback() const;

@@ -9,7 +9,7 @@ namespace base {
 
 template <typename T>
 class RefCountedThreadSafe {
-public:
+  public:
     void AddRef() const { mRefs.fetch_add(1, std::memory_order_relaxed); }
     void Release() const {
         if (mRefs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
@@ -18,13 +18,13 @@ public:
     }
     bool HasOneRef() const { return mRefs.load(std::memory_order_acquire) == 1; }
 
-protected:
+  protected:
     RefCountedThreadSafe() = default;
     ~RefCountedThreadSafe() = default;
     RefCountedThreadSafe(const RefCountedThreadSafe&) = delete;
     RefCountedThreadSafe& operator=(const RefCountedThreadSafe&) = delete;
 
-private:
+  private:
     mutable std::atomic<int> mRefs{0};
 };
 
@@ -32,7 +32,7 @@ private:
 
 template <typename T>
 class scoped_refptr {
-public:
+  public:
     scoped_refptr() = default;
     scoped_refptr(std::nullptr_t) {}
     scoped_refptr(T* p) : mPtr(p) {
@@ -66,7 +66,7 @@ public:
     bool operator==(std::nullptr_t) const { return mPtr == nullptr; }
     bool operator!=(std::nullptr_t) const { return mPtr != nullptr; }
 
-private:
+  private:
     T* mPtr = nullptr;
 };
 

@@ -1,10 +1,10 @@
 #include "base/threading/thread.h"
 
+#include <pthread.h>
+
 #include <chrono>
 #include <cstdlib>
 #include <deque>
-
-#include <pthread.h>
 
 namespace base {
 namespace {
@@ -16,7 +16,7 @@ using Clock = std::chrono::steady_clock;
 }  // namespace
 
 class Thread::Loop : public SingleThreadTaskRunner {
-public:
+  public:
     bool PostDelayedTask(const Location&, OnceClosure task, TimeDelta delay) override {
         std::unique_lock<std::mutex> lock(mMutex);
         if (mStopped) {
@@ -26,7 +26,8 @@ public:
         if (delay.InMicroseconds() <= 0) {
             mImmediate.push_back(std::move(task));
         } else {
-            Clock::time_point due = Clock::now() + std::chrono::microseconds(delay.InMicroseconds());
+            Clock::time_point due =
+                Clock::now() + std::chrono::microseconds(delay.InMicroseconds());
             mDelayed.push(Delayed{due, mNextSequence++, std::move(task)});
         }
         if (mIdle) {
@@ -97,7 +98,7 @@ public:
         mThreadId = id;
     }
 
-private:
+  private:
     struct Delayed {
         Clock::time_point due;
         uint64_t sequence;

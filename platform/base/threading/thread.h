@@ -15,7 +15,7 @@ namespace base {
 // A thread running a task loop. Stop() (also run by the destructor) lets the running task finish,
 // then destroys every queued task without running it, on the thread itself, and joins.
 class Thread {
-public:
+  public:
     explicit Thread(std::string name);
     ~Thread();
     Thread(const Thread&) = delete;
@@ -31,7 +31,7 @@ public:
 
     class Loop;
 
-private:
+  private:
     const std::string mName;
     scoped_refptr<SingleThreadTaskRunner> mRunner;
     Loop* mLoop;  // owned through mRunner

@@ -15,7 +15,7 @@ namespace {
 constexpr int kMaxMessagesPerDrain = 64;
 
 class HandleTable {
-public:
+  public:
     MojoHandle Add(std::shared_ptr<PipeEndpoint> endpoint) {
         std::lock_guard<std::mutex> lock(mMutex);
         MojoHandle handle = mNext++;
@@ -37,9 +37,9 @@ public:
         return endpoint;
     }
 
-private:
+  private:
     std::mutex mMutex;
-    MojoHandle mNext = 1;                                                 // guarded by mMutex
+    MojoHandle mNext = 1;                                                      // guarded by mMutex
     std::unordered_map<MojoHandle, std::shared_ptr<PipeEndpoint>> mEndpoints;  // guarded by mMutex
 };
 
@@ -99,8 +99,8 @@ bool PipeEndpoint::Enqueue(Item item) {
 
 void PipeEndpoint::ScheduleDrainLocked() {
     mDrainScheduled = true;
-    mRunner->PostTask(FROM_HERE, base::BindOnce(&PipeEndpoint::Drain, shared_from_this(),
-                                                mGeneration));
+    mRunner->PostTask(FROM_HERE,
+                      base::BindOnce(&PipeEndpoint::Drain, shared_from_this(), mGeneration));
 }
 
 void PipeEndpoint::Drain(uint64_t generation) {

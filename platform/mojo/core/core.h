@@ -17,7 +17,7 @@ namespace core {
 
 // Receives what arrives at an attached end, on the end's task runner.
 class EndpointClient {
-public:
+  public:
     virtual ~EndpointClient() = default;
     virtual void OnMessage(Message message) = 0;
     // Runs once, after every message the peer sent before it closed.
@@ -25,7 +25,7 @@ public:
 };
 
 class PipeEndpoint : public std::enable_shared_from_this<PipeEndpoint> {
-public:
+  public:
     PipeEndpoint() = default;
     PipeEndpoint(const PipeEndpoint&) = delete;
     PipeEndpoint& operator=(const PipeEndpoint&) = delete;
@@ -40,7 +40,7 @@ public:
     void Close(uint32_t reason, const std::string& description);
     bool PeerClosed() const;
 
-private:
+  private:
     friend void ConnectPipe(const std::shared_ptr<PipeEndpoint>&,
                             const std::shared_ptr<PipeEndpoint>&);
     struct Item {

@@ -20,7 +20,7 @@ namespace mojo {
 // destruction.
 template <typename Interface>
 class Binding {
-public:
+  public:
     explicit Binding(Interface* impl) { mStub.set_sink(impl); }
     Binding(Interface* impl, InterfaceRequest<Interface> request) : Binding(impl) {
         Bind(std::move(request));
@@ -41,10 +41,9 @@ public:
     Interface* impl() { return mStub.sink(); }
 
     void set_connection_error_handler(base::OnceClosure handler) {
-        set_connection_error_with_reason_handler(
-            base::BindOnce([](base::OnceClosure h, uint32_t, const std::string&) {
-                std::move(h).Run();
-            }, std::move(handler)));
+        set_connection_error_with_reason_handler(base::BindOnce(
+            [](base::OnceClosure h, uint32_t, const std::string&) { std::move(h).Run(); },
+            std::move(handler)));
     }
     void set_connection_error_with_reason_handler(ConnectionErrorWithReasonCallback handler) {
         if (mRouter) mRouter->set_connection_error_handler(std::move(handler));
@@ -63,7 +62,7 @@ public:
         return request;
     }
 
-private:
+  private:
     typename Interface::Stub_ mStub;
     std::unique_ptr<internal::Router> mRouter;
 };

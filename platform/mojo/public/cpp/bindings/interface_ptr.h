@@ -18,7 +18,7 @@ namespace mojo {
 // and the connection error all run there. Calls while unbound or after an error are dropped.
 template <typename Interface>
 class InterfacePtr {
-public:
+  public:
     using Proxy = typename Interface::Proxy_;
 
     InterfacePtr() = default;
@@ -47,10 +47,9 @@ public:
     Interface& operator*() const { return *operator->(); }
 
     void set_connection_error_handler(base::OnceClosure handler) {
-        set_connection_error_with_reason_handler(
-            base::BindOnce([](base::OnceClosure h, uint32_t, const std::string&) {
-                std::move(h).Run();
-            }, std::move(handler)));
+        set_connection_error_with_reason_handler(base::BindOnce(
+            [](base::OnceClosure h, uint32_t, const std::string&) { std::move(h).Run(); },
+            std::move(handler)));
     }
     void set_connection_error_with_reason_handler(ConnectionErrorWithReasonCallback handler) {
         if (mState) mState->router.set_connection_error_handler(std::move(handler));
@@ -72,9 +71,10 @@ public:
         return info;
     }
 
-private:
+  private:
     struct State {
-        explicit State(ScopedMessagePipeHandle handle) : router(std::move(handle)), proxy(&router) {}
+        explicit State(ScopedMessagePipeHandle handle)
+            : router(std::move(handle)), proxy(&router) {}
         internal::Router router;
         mutable Proxy proxy;
     };

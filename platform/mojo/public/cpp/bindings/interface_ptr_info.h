@@ -10,7 +10,7 @@ namespace mojo {
 // The unbound calling end of a pipe for `Interface`, as it travels in messages.
 template <typename Interface>
 class InterfacePtrInfo {
-public:
+  public:
     InterfacePtrInfo() = default;
     InterfacePtrInfo(std::nullptr_t) {}
     InterfacePtrInfo(ScopedMessagePipeHandle handle, uint32_t version)
@@ -22,7 +22,7 @@ public:
     ScopedMessagePipeHandle PassHandle() { return std::move(mHandle); }
     uint32_t version() const { return mVersion; }
 
-private:
+  private:
     ScopedMessagePipeHandle mHandle;
     uint32_t mVersion = 0;
 };

@@ -12,7 +12,7 @@ namespace mojo {
 // The receiving end of a pipe for `Interface`, waiting to be bound by a Binding.
 template <typename Interface>
 class InterfaceRequest {
-public:
+  public:
     InterfaceRequest() = default;
     InterfaceRequest(std::nullptr_t) {}
     explicit InterfaceRequest(ScopedMessagePipeHandle handle) : mHandle(std::move(handle)) {}
@@ -26,7 +26,7 @@ public:
         if (mHandle.is_valid()) core::CloseWithReason(mHandle.release(), reason, description);
     }
 
-private:
+  private:
     ScopedMessagePipeHandle mHandle;
 };
 

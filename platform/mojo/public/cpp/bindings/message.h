@@ -13,7 +13,7 @@ struct MessagePayload {
 }  // namespace internal
 
 class Message {
-public:
+  public:
     static constexpr uint32_t kFlagExpectsResponse = 1u << 0;
     static constexpr uint32_t kFlagIsResponse = 1u << 1;
 
@@ -34,7 +34,7 @@ public:
         return static_cast<Payload*>(mPayload.get());
     }
 
-private:
+  private:
     uint32_t mName = 0;
     uint32_t mFlags = 0;
     uint64_t mRequestId = 0;
@@ -42,14 +42,14 @@ private:
 };
 
 class MessageReceiver {
-public:
+  public:
     virtual ~MessageReceiver() = default;
     // Takes the message; returns false if it was not understood.
     virtual bool Accept(Message* message) = 0;
 };
 
 class MessageReceiverWithResponder : public MessageReceiver {
-public:
+  public:
     // Takes a message that expects a response; `responder` accepts that response.
     virtual bool AcceptWithResponder(Message* message,
                                      std::unique_ptr<MessageReceiver> responder) = 0;

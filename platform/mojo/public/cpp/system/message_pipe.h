@@ -8,7 +8,7 @@ namespace mojo {
 
 // Owns one end of a message pipe and closes it when destroyed.
 class ScopedMessagePipeHandle {
-public:
+  public:
     ScopedMessagePipeHandle() = default;
     explicit ScopedMessagePipeHandle(MojoHandle handle) : mHandle(handle) {}
     ScopedMessagePipeHandle(ScopedMessagePipeHandle&& o) noexcept : mHandle(o.release()) {}
@@ -28,7 +28,7 @@ public:
         if (old != MOJO_HANDLE_INVALID) MojoClose(old);
     }
 
-private:
+  private:
     MojoHandle mHandle = MOJO_HANDLE_INVALID;
 };
 

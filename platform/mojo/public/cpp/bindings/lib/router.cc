@@ -12,7 +12,7 @@ namespace {
 // Sends a response back through the end that received the request. Usable from any thread;
 // once that end is closed the response is dropped.
 class Responder : public MessageReceiver {
-public:
+  public:
     Responder(std::shared_ptr<core::PipeEndpoint> endpoint, uint64_t requestId)
         : mEndpoint(std::move(endpoint)), mRequestId(requestId) {}
     bool Accept(Message* message) override {
@@ -21,7 +21,7 @@ public:
         return mEndpoint->WriteToPeer(std::move(*message));
     }
 
-private:
+  private:
     std::shared_ptr<core::PipeEndpoint> mEndpoint;
     uint64_t mRequestId;
 };

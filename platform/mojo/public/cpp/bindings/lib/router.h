@@ -18,7 +18,7 @@ namespace mojo {
 namespace internal {
 
 class Router : public MessageReceiverWithResponder, private core::EndpointClient {
-public:
+  public:
     // Binds `handle` to the calling thread's task runner.
     explicit Router(ScopedMessagePipeHandle handle);
     // Closes the pipe: the peer is told, pending responders are dropped without running.
@@ -43,7 +43,7 @@ public:
     // Detaches from the pipe and hands it back, with anything still queued on it.
     ScopedMessagePipeHandle PassMessagePipe();
 
-private:
+  private:
     void OnMessage(Message message) override;
     void OnPeerClosed(uint32_t reason, const std::string& description) override;
 
@@ -58,7 +58,7 @@ private:
 
 // Used by an unbound InterfacePtr: every call is dropped.
 class DroppingReceiver : public MessageReceiverWithResponder {
-public:
+  public:
     static DroppingReceiver* Get();
     bool Accept(Message*) override { return false; }
     bool AcceptWithResponder(Message*, std::unique_ptr<MessageReceiver>) override { return false; }

@@ -1,0 +1,126 @@
+// The bridge's connection to the host: handshake, version check, lost pipes, lifetime.
+#include <future>
+#include <thread>
+
+#include "tests/iio/host_fixture.h"
+
+namespace kelvane::sensors {
+namespace {
+
+HostConfig configWithoutChannel(uint32_t version = 54) {
+    HostConfig config;
+    config.bridgeVersion = version;
+    config.autoSetUpChannel = false;
+    return config;
+}
+
+TEST_F(HostTest, HandshakeRegistersTheClientBeforeAnsweringInit) {
+    startHost(configWithoutChannel());
+    startBridge();
+    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+    std::vector<std::string> calls = host->calls();
+    int ready = indexOf(calls, "VelBridgeHost.OnIioSensorInstanceReady");
+    int init = indexOf(calls, "IioSensorInstance.Init");
+    int registered = indexOf(calls, "IioSensorHost.RegisterSensorHalClient");
+    int reply = indexOf(calls, "IioSensorInstance.Init reply");
+    ASSERT_GE(ready, 0);
+    EXPECT_LT(ready, init);
+    EXPECT_LT(init, registered);
+    EXPECT_LT(registered, reply);
+    for (const char* line :
+         {"IioSensorBridge: connecting to VEL bridge (async)", "IioSensorBridge: VEL bridge ready",
+          "IioSensorBridge: registered IioSensorInstance with Chrome OS",
+          "IioSensorBridge::Init - received IioSensorHost from Chrome"}) {
+        EXPECT_EQ(logs.count(line), 1u) << line;
+    }
+    std::vector<testing::LogLine> storage;
+    const testing::LogLine* line = logs.find("IioSensorBridge: VEL bridge ready", &storage);
+    ASSERT_NE(line, nullptr);
+    EXPECT_EQ(line->file, "hardware/sensors/iio/IioSensorBridge.cpp");
+    EXPECT_EQ(line->severity, 0);
+}
+
+TEST_F(HostTest, OlderHostBridgeEndsTheWaitForEnumerationWithNoSensors) {
+    startBridge();
+    // A waiter blocked before the host answers wakes on the mismatch, long before its limit.
+    auto waiter = std::async(std::launch::async, [this] { return sensors(600000); });
+    startHost(configWithoutChannel(50));
+    ASSERT_EQ(waiter.wait_for(testing::kWaitLimit), std::future_status::ready);
+    EXPECT_TRUE(waiter.get().empty());
+    std::vector<testing::LogLine> storage;
+    const testing::LogLine* line =
+        logs.find("IioSensorBridge: version mismatch - Chrome supports v50, need v54", &storage);
+    ASSERT_NE(line, nullptr);
+    EXPECT_EQ(line->severity, 2);
+    EXPECT_TRUE(sensors(0).empty());
+    EXPECT_EQ(host->count("VelBridgeHost.OnIioSensorInstanceReady"), 0u);
+}
+
+TEST_F(HostTest, TabletModeIsLoggedOnly) {
+    startHost(configWithoutChannel());
+    startBridge();
+    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+    host->setTabletMode(true);
+    host->setTabletMode(false);
+    EXPECT_TRUE(logs.waitFor("IioSensorBridge: tablet mode ON"));
+    EXPECT_TRUE(logs.waitFor("IioSensorBridge: tablet mode OFF"));
+}
+
+TEST_F(HostTest, LostInstancePipeIsLoggedOnceAndChangesNothing) {
+    HostConfig config = configWithoutChannel();
+    config.devices = {accelerometer(3)};
+    startHost(config);
+    startBridge();
+    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+    host->closeInstance();
+    ASSERT_TRUE(logs.waitFor("IioSensorBridge: IioSensorInstance binding lost"));
+    // The client pipe still works: the host can hand over its service and devices appear.
+    host->setUpChannel();
+    auto list = sensors(10000);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(list[0].first, 1);
+    EXPECT_EQ(logs.count("IioSensorBridge: IioSensorInstance binding lost"), 1u);
+}
+
+TEST_F(HostTest, LostClientPipeIsLogged) {
+    startHost(configWithoutChannel());
+    startBridge();
+    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+    host->closeHalClient();
+    EXPECT_TRUE(logs.waitFor("IioSensorBridge: SensorHalClient binding lost"));
+}
+
+TEST_F(HostTest, RepeatedInitRegistersAFreshClient) {
+    HostConfig config = configWithoutChannel();
+    config.devices = {accelerometer(3)};
+    startHost(config);
+    startBridge();
+    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+    host->callInit();
+    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
+        return std::count(calls.begin(), calls.end(), "IioSensorInstance.Init reply") == 2;
+    }));
+    EXPECT_EQ(host->count("IioSensorHost.RegisterSensorHalClient"), 2u);
+    host->setUpChannel();  // through the newest client
+    EXPECT_EQ(sensors(10000).size(), 1u);
+}
+
+TEST_F(HostTest, BridgeGoneBeforeTheHostAnswersIsNeverCalled) {
+    startBridge();
+    testing::RunAndWait(mojoRunner(), [this] { bridge.clear(); });
+    EXPECT_TRUE(logs.contains("IioSensorBridge: connecting to VEL bridge (async)"));
+    startHost(configWithoutChannel());
+    ASSERT_TRUE(testing::Flush(mojoRunner()));
+    EXPECT_FALSE(logs.contains("IioSensorBridge: VEL bridge ready"));
+    EXPECT_EQ(host->count("VelBridgeHost.OnIioSensorInstanceReady"), 0u);
+}
+
+TEST_F(HostTest, NoHostMeansGetSensorsWaitsItsLimitAndFindsNothing) {
+    startBridge();
+    EXPECT_TRUE(sensors(50).empty());
+    EXPECT_TRUE(sensors(0).empty());
+    EXPECT_TRUE(sensors(-5).empty());
+}
+
+}  // namespace
+}  // namespace kelvane::sensors

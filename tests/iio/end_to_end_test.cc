@@ -1,0 +1,193 @@
+// The whole chain: proxy-like caller -> sub-HAL -> bridge -> device -> emulated host, and samples
+// back to the proxy's callback.
+#include <cutils/native_handle.h>
+#include <fcntl.h>
+#include <unistd.h>
+#include <utils/SystemClock.h>
+
+#include "tests/iio/host_fixture.h"
+
+namespace kelvane::sensors {
+namespace {
+
+using android::hardware::hidl_handle;
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
+using android::hardware::sensors::V1_0::Result;
+using android::hardware::sensors::V2_1::Event;
+using android::hardware::sensors::V2_1::SensorInfo;
+using android::hardware::sensors::V2_1::SensorType;
+
+class EndToEndTest : public HostTest {
+  protected:
+    void SetUp() override {
+        HostConfig config;
+        VirtualDevice light = device(9, {3}, {"illuminance", "timestamp"});
+        light.attributes["location"] = std::nullopt;
+        config.devices = {accelerometer(3), light};
+        startHost(config);
+        startSubHal();
+        list = sensorList();
+        ASSERT_EQ(list.size(), 2u);
+    }
+
+    std::vector<SensorInfo> sensorList() {
+        std::vector<SensorInfo> out;
+        subHal->getSensorsList_2_1([&](const hidl_vec<SensorInfo>& l) { out = l; });
+        return out;
+    }
+
+    std::string dump() {
+        int fds[2];
+        EXPECT_EQ(pipe(fds), 0);
+        native_handle_t* nh = native_handle_create(1, 0);
+        nh->data[0] = fds[1];
+        hidl_handle handle;
+        handle.setTo(nh, false);
+        subHal->debug(handle, hidl_vec<hidl_string>{});
+        close(fds[1]);
+        native_handle_delete(nh);
+        std::string out;
+        char buf[256];
+        ssize_t n;
+        while ((n = read(fds[0], buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
+        close(fds[0]);
+        return out;
+    }
+
+    std::vector<SensorInfo> list;
+};
+
+TEST_F(EndToEndTest, PublishesReadySensorsOnceInHandleOrder) {
+    EXPECT_EQ(list[0].sensorHandle, 1);
+    EXPECT_EQ(std::string(list[0].name), "Accelerometer (lid)");
+    EXPECT_EQ(list[1].sensorHandle, 2);
+    EXPECT_EQ(std::string(list[1].name), "Light");
+    EXPECT_EQ(list[1].type, SensorType::LIGHT);
+    EXPECT_EQ(logs.count("IioSensorSubHal: discovered 2 sensors"), 1u);
+
+    std::vector<SensorInfo> again = sensorList();
+    ASSERT_EQ(again.size(), 2u);
+    EXPECT_EQ(std::string(again[1].name), "Light");
+    EXPECT_EQ(logs.count("IioSensorSubHal: discovered 2 sensors"), 1u);
+    EXPECT_EQ(logs.count("IioSensorSubHal::getSensorsList_2_1"), 2u);
+    EXPECT_EQ(dump(),
+              "IioSensorSubHal:\n  sensors: 2\n  [1] Accelerometer (lid) (type 1)\n"
+              "  [2] Light (type 5)\n");
+}
+
+TEST_F(EndToEndTest, ActivateStreamsScaledEventsUntilDeactivated) {
+    EXPECT_EQ(subHal->activate(1, true), Result::OK);
+    ASSERT_TRUE(host->waitForCall("SensorDevice[3].StartReadingSamples"));
+    std::vector<std::string> calls = host->calls();
+    int enable = indexOf(calls, "SensorDevice[3].SetChannelsEnabled 0,1,2,3 true");
+    int rate = indexOf(calls, "SensorDevice[3].SetFrequency 50");
+    int start = indexOf(calls, "SensorDevice[3].StartReadingSamples");
+    ASSERT_GE(enable, 0);
+    EXPECT_LT(enable, rate);
+    EXPECT_LT(rate, start);
+
+    host->pushSample(3, {{0, 100}, {1, -4}, {2, 3}, {3, 123456789}});
+    ASSERT_TRUE(proxy->waitForEvents(1));
+    Event e = proxy->events().at(0);
+    EXPECT_EQ(e.sensorHandle, 1);
+    EXPECT_EQ(e.sensorType, SensorType::ACCELEROMETER);
+    EXPECT_EQ(e.timestamp, 123456789);
+    EXPECT_EQ(e.u.vec3.x, 50.0f);
+    EXPECT_EQ(e.u.vec3.y, -2.0f);
+    EXPECT_EQ(e.u.vec3.z, 1.5f);
+    EXPECT_FALSE(proxy->posts().at(0).wakelockHeld);
+    EXPECT_TRUE(logs.waitFor("IioSensorDevice: frequency set to 50 Hz"));
+
+    EXPECT_EQ(subHal->activate(1, false), Result::OK);
+    ASSERT_TRUE(host->waitForCall("SensorDevice[3].StopReadingSamples"));
+    host->pushSample(3, {{0, 1}});
+    ASSERT_TRUE(testing::Flush(mojoRunner()));
+    EXPECT_EQ(proxy->eventCount(), 1u);
+}
+
+TEST_F(EndToEndTest, BatchSetsTheRateNowOrAtTheNextStart) {
+    EXPECT_EQ(subHal->batch(1, 10000000, 123456), Result::OK);  // latency is ignored
+    subHal->activate(1, true);
+    ASSERT_TRUE(host->waitForCall("SensorDevice[3].SetFrequency 100"));
+    subHal->batch(1, 20000000, 0);
+    ASSERT_TRUE(host->waitForCall("SensorDevice[3].SetFrequency 50"));
+    EXPECT_TRUE(logs.waitFor("IioSensorDevice: SetFrequency result=50"));
+    subHal->activate(1, false);
+    subHal->activate(1, true);  // keeps the last rate
+    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
+        return std::count(calls.begin(), calls.end(), "SensorDevice[3].SetFrequency 50") == 2;
+    }));
+    subHal->batch(1, 0, 0);  // +inf, sent as is while active
+    ASSERT_TRUE(host->waitForCall("SensorDevice[3].SetFrequency inf"));
+    subHal->batch(1, -1000000000, 0);
+    ASSERT_TRUE(host->waitForCall("SensorDevice[3].SetFrequency -1"));
+    subHal->activate(1, true);  // a negative rate is replaced at the next start
+    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
+        return std::count(calls.begin(), calls.end(), "SensorDevice[3].SetFrequency 50") == 3;
+    }));
+}
+
+TEST_F(EndToEndTest, ReadErrorRestartsSamplingWhileActiveOnly) {
+    subHal->activate(1, true);
+    ASSERT_TRUE(host->waitForCall("SensorDevice[3].StartReadingSamples"));
+    host->sendObserverError(3, 5);
+    ASSERT_TRUE(logs.waitFor("IioSensorDevice 3: observer error 5"));
+    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
+        return std::count(calls.begin(), calls.end(), "SensorDevice[3].StartReadingSamples") == 2;
+    }));
+    host->sendObserverError(3, 6);
+    ASSERT_TRUE(logs.waitFor("IioSensorDevice 3: observer error 6"));
+    EXPECT_EQ(host->count("SensorDevice[3].StartReadingSamples"), 2u);
+    // Exactly one observer is live: a sample reaches the proxy once.
+    host->pushSample(3, {{0, 2}});
+    ASSERT_TRUE(proxy->waitForEvents(1));
+    ASSERT_TRUE(testing::Flush(mojoRunner()));
+    EXPECT_EQ(proxy->eventCount(), 1u);
+}
+
+TEST_F(EndToEndTest, TwoActivationsLeaveOneLiveObserver) {
+    subHal->activate(2, true);
+    subHal->activate(2, true);
+    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
+        return std::count(calls.begin(), calls.end(), "SensorDevice[9].StartReadingSamples") == 2;
+    }));
+    host->pushSample(9, {{0, 321}, {1, 77}});
+    ASSERT_TRUE(proxy->waitForEvents(1));
+    ASSERT_TRUE(testing::Flush(mojoRunner()));
+    auto events = proxy->events();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].u.scalar, 321.0f);
+    EXPECT_EQ(events[0].timestamp, 77);
+    EXPECT_EQ(static_cast<int>(events[0].u.vec3.status), 0);
+}
+
+TEST_F(EndToEndTest, FlushAnswersAtOnceWithoutAWakeLock) {
+    int64_t before = android::elapsedRealtimeNano();
+    EXPECT_EQ(subHal->flush(2), Result::OK);  // inactive sensor
+    EXPECT_EQ(subHal->flush(3), Result::BAD_VALUE);
+    auto posts = proxy->posts();
+    ASSERT_EQ(posts.size(), 1u);
+    ASSERT_EQ(posts[0].events.size(), 1u);
+    const Event& e = posts[0].events[0];
+    EXPECT_EQ(e.sensorType, SensorType::META_DATA);
+    EXPECT_EQ(e.sensorHandle, 2);
+    EXPECT_EQ(static_cast<uint32_t>(e.u.meta.what), 1u);
+    EXPECT_GE(e.timestamp, before);
+    EXPECT_FALSE(posts[0].wakelockHeld);
+    EXPECT_EQ(proxy->wakelockRequests(), std::vector<bool>{false});
+    EXPECT_EQ(subHal->activate(7, true), Result::BAD_VALUE);
+    EXPECT_EQ(subHal->batch(0, 1, 0), Result::BAD_VALUE);
+}
+
+TEST_F(EndToEndTest, DeviceReadyAfterPublicationStaysUnpublished) {
+    host->setUpChannel();  // the same devices again, under handles 3 and 4
+    ASSERT_TRUE(logs.waitFor("IioSensorBridge: device 9 -> handle 4 type 5"));
+    ASSERT_TRUE(
+        logs.waitFor("IioSensorDevice 9 (Light): name=dev scale=1 location= channels=2", 2));
+    EXPECT_EQ(sensorList().size(), 2u);
+    EXPECT_EQ(subHal->activate(4, true), Result::BAD_VALUE);
+}
+
+}  // namespace
+}  // namespace kelvane::sensors

@@ -1,0 +1,106 @@
+// Tests that run the library against the emulated host.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "IioSensorBridge.h"
+#include "IioSensorSubHal.h"
+#include "host/EmulatedHost.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/recording_proxy_callback.h"
+#include "tests/support/wait.h"
+#include "vel/MojoProcessSupport.h"
+
+namespace kelvane::sensors {
+
+using host::EmulatedHost;
+using host::HostConfig;
+using host::VirtualDevice;
+
+inline scoped_refptr<base::SingleThreadTaskRunner> mojoRunner() {
+    return vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner();
+}
+
+inline VirtualDevice accelerometer(int32_t id, std::string location = "lid") {
+    VirtualDevice d;
+    d.id = id;
+    d.types = {1};
+    d.channels = {"accel_x", "accel_y", "accel_z", "timestamp"};
+    d.attributes = {{"name", "bmi160"}, {"scale", "0.5"}, {"location", location}};
+    return d;
+}
+
+inline VirtualDevice device(int32_t id, std::vector<int32_t> types,
+                            std::vector<std::string> channels = {"timestamp"}) {
+    VirtualDevice d;
+    d.id = id;
+    d.types = std::move(types);
+    d.channels = std::move(channels);
+    d.attributes = {{"name", "dev"}, {"scale", "1"}, {"location", "lid"}};
+    return d;
+}
+
+// Index of the first recorded call equal to `call`, or -1.
+inline int indexOf(const std::vector<std::string>& calls, const std::string& call) {
+    auto it = std::find(calls.begin(), calls.end(), call);
+    return it == calls.end() ? -1 : static_cast<int>(it - calls.begin());
+}
+
+class HostTest : public ::testing::Test {
+  protected:
+    ~HostTest() override {
+        // The library goes first, on the Mojo thread; then the host.
+        releaseLibrary();
+        host.reset();
+    }
+
+    void startHost(HostConfig config) {
+        config.stream = false;  // tests push samples themselves
+        host = std::make_unique<EmulatedHost>(std::move(config));
+        host->registerWithBridge();
+    }
+
+    // A bridge on its own, started like the sub-HAL starts it.
+    void startBridge() {
+        bridge = new IioSensorBridge(vel::MojoProcessSupport::GetInstance(), &events);
+        bridge->start();
+    }
+
+    void startSubHal() {
+        subHal = new IioSensorSubHal();
+        proxy = new testing::RecordingProxyCallback();
+        subHal->initialize(proxy);
+    }
+
+    std::vector<std::pair<int, android::hardware::sensors::V2_1::SensorInfo>> sensors(
+        int timeoutMs) {
+        return bridge->getSensors(timeoutMs);
+    }
+
+    void releaseLibrary() {
+        subHal.clear();  // hands its bridge to the Mojo thread itself
+        if (bridge != nullptr) {
+            testing::RunAndWait(mojoRunner(), [this] { bridge.clear(); });
+        }
+    }
+
+    class NullEvents : public IioSensorEventCallback {
+        void postSensorEvents(const std::vector<android::hardware::sensors::V2_1::Event>&,
+                              bool) override {}
+    };
+
+    testing::LogCapture logs;
+    NullEvents events;
+    std::unique_ptr<EmulatedHost> host;
+    android::sp<IioSensorBridge> bridge;
+    android::sp<IioSensorSubHal> subHal;
+    android::sp<testing::RecordingProxyCallback> proxy;
+};
+
+}  // namespace kelvane::sensors
