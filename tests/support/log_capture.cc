@@ -2,7 +2,6 @@
 
 #include <log/log_capture.h>
 
-#include <atomic>
 #include <cstdlib>
 
 #include "base/logging.h"
@@ -10,31 +9,46 @@
 namespace kelvane::testing {
 namespace {
 
-std::atomic<LogCapture*> gActive{nullptr};
+// Held while a line is handed to the capture, so that the capture cannot go away under a logging
+// thread.
+std::mutex gMutex;
+LogCapture* gActive = nullptr;  // guarded by gMutex
+
+bool deliver(LogLine line) {
+    std::lock_guard<std::mutex> lock(gMutex);
+    if (gActive == nullptr) return false;
+    gActive->add(std::move(line));
+    return true;
+}
 
 bool onChromeLog(int severity, const char* file, int, size_t messageStart, const std::string& str) {
-    LogCapture* capture = gActive.load();
-    if (capture == nullptr) return false;
     std::string text = str.substr(messageStart);
     if (!text.empty() && text.back() == '\n') text.pop_back();
-    capture->add(LogLine{LogLine::kChrome, severity, file, text});
-    return true;
+    return deliver(LogLine{LogLine::kChrome, severity, file, text});
 }
 
 }  // namespace
 
 LogCapture::LogCapture() {
-    if (gActive.exchange(this) != nullptr) std::abort();  // one capture at a time
+    {
+        std::lock_guard<std::mutex> lock(gMutex);
+        if (gActive != nullptr) std::abort();  // one capture at a time
+        gActive = this;
+    }
     logging::SetLogMessageHandler(&onChromeLog);
-    android_log_set_sink([this](int prio, const std::string& tag, const std::string& text) {
-        add(LogLine{LogLine::kAndroid, prio, tag, text});
+    android_log_set_sink([](int prio, const std::string& tag, const std::string& text) {
+        deliver(LogLine{LogLine::kAndroid, prio, tag, text});
     });
 }
 
 LogCapture::~LogCapture() {
+    {
+        std::lock_guard<std::mutex> lock(gMutex);
+        gActive = nullptr;
+    }
+    // Not under gMutex: the Android log holds its own lock while calling the sink.
     android_log_set_sink(nullptr);
     logging::SetLogMessageHandler(nullptr);
-    gActive.store(nullptr);
 }
 
 void LogCapture::add(LogLine line) {
