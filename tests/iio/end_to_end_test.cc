@@ -189,5 +189,23 @@ TEST_F(EndToEndTest, DeviceReadyAfterPublicationStaysUnpublished) {
     EXPECT_EQ(subHal->activate(4, true), Result::BAD_VALUE);
 }
 
+TEST_F(HostTest, SensorWithoutUsableChannelsWarnsAndRequestsNothing) {
+    HostConfig config;
+    config.devices = {device(5, {1}, {"temp", "in_voltage0"})};
+    startHost(config);
+    startSubHal();
+    std::vector<SensorInfo> list;
+    subHal->getSensorsList_2_1([&](const hidl_vec<SensorInfo>& l) { list = l; });
+    ASSERT_EQ(list.size(), 1u);  // published all the same
+    EXPECT_EQ(subHal->activate(1, true), Result::OK);
+    ASSERT_TRUE(logs.waitFor("IioSensorDevice 5: no channels to enable"));
+    ASSERT_TRUE(testing::Flush(mojoRunner()));
+    EXPECT_EQ(host->count("SensorDevice[5].StartReadingSamples"), 0u);
+    for (const std::string& call : host->calls()) {
+        EXPECT_EQ(call.find("SensorDevice[5].SetChannelsEnabled"), std::string::npos);
+        EXPECT_EQ(call.find("SensorDevice[5].SetFrequency"), std::string::npos);
+    }
+}
+
 }  // namespace
 }  // namespace kelvane::sensors
