@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <deque>
@@ -12,6 +13,9 @@ namespace {
 thread_local SingleThreadTaskRunner* tCurrentRunner = nullptr;
 
 using Clock = std::chrono::steady_clock;
+
+// Longer delays are clamped so that the due time cannot overflow the clock.
+constexpr int64_t kMaxDelayUs = int64_t{365} * 24 * 3600 * 1000000;
 
 }  // namespace
 

@@ -1,0 +1,112 @@
+// An emulated Chrome OS host: serves virtual IIO devices behind the host's Mojo interfaces, on its
+// own thread, with fault injection, and records what it was asked.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/single_thread_task_runner.h"
+#include "base/threading/thread.h"
+#include "hardware/sensors/mojom/sensor.mojom.h"
+#include "hardware/sensors/mojom/vel.mojom.h"
+#include "host/CallLog.h"
+#include "host/VirtualDevice.h"
+#include "mojo/public/cpp/bindings/binding.h"
+
+namespace kelvane::host {
+
+class EmulatedSensorDevice;
+class EmulatedSensorService;
+
+// Every call returns at once: the work is posted to the host thread. What the host saw is kept as
+// entries such as "SensorService.GetDevice 3" or "error SensorDevice[3]", readable from any
+// thread.
+class EmulatedHost : private vel::mojom::VelBridgeHost, private vel::mojom::IioSensorHost {
+  public:
+    explicit EmulatedHost(HostConfig config);  // starts the host thread; does not register yet
+    // Unregisters, destroys every endpoint on the host thread, then stops it.
+    ~EmulatedHost() override;
+    EmulatedHost(const EmulatedHost&) = delete;
+    EmulatedHost& operator=(const EmulatedHost&) = delete;
+
+    // Offers this host to the process's container bridge at config.bridgeVersion.
+    void registerWithBridge();
+
+    // Calls toward the client.
+    void setUpChannel();  // SetUpChannel with a new SensorService over the configured devices
+    void callInit();      // Init again on the IioSensorInstance, with a new IioSensorHost
+    void setTabletMode(bool on);
+    void sendObserverError(int32_t device, int32_t errorType);
+    void pushSample(int32_t device, std::map<int32_t, int64_t> sample);
+    void emitBurst(int32_t device, size_t count);
+
+    // Closing the host's ends on demand.
+    void closeInstance();
+    void closeHalClient();
+    void closeIioSensorHost();
+    void closeService(uint32_t reason, const std::string& description);
+    void closeDevice(int32_t device);
+    void closeObserver(int32_t device);
+
+    std::vector<std::string> calls() const;
+    // Waits up to `limit` for `pred(calls())` to hold; `pred` may query this host.
+    bool waitFor(const std::function<bool(const std::vector<std::string>&)>& pred,
+                 std::chrono::milliseconds limit = std::chrono::seconds(10));
+    bool waitForCall(const std::string& call,
+                     std::chrono::milliseconds limit = std::chrono::seconds(10));
+    size_t count(const std::string& call) const;
+    size_t samplesSent(int32_t device) const;  // OnSampleUpdated sent for that device
+    double frequency(int32_t device) const;    // last rate set for that device, 0 if none
+    bool streaming(int32_t device) const;
+
+  private:
+    // vel::mojom::VelBridgeHost
+    void OnIioSensorInstanceReady(vel::mojom::IioSensorInstancePtr instance) override;
+    // vel::mojom::IioSensorHost
+    void RegisterSensorHalClient(chromeos::sensors::mojom::SensorHalClientPtr client) override;
+
+    // Host thread.
+    template <typename Method, typename... Args>
+    void post(Method method, Args... args);
+    void bindBridge(vel::mojom::VelBridgeHostRequest request);
+    void doSetUpChannel();
+    void doCallInit();
+    void doSetTabletMode(bool on);
+    void doSendObserverError(int32_t device, int32_t errorType);
+    void doPushSample(int32_t device, std::map<int32_t, int64_t> sample);
+    void doEmitBurst(int32_t device, size_t count);
+    void doCloseInstance();
+    void doCloseHalClient();
+    void doCloseIioSensorHost();
+    void doCloseService(uint32_t reason, std::string description);
+    void doCloseDevice(int32_t device);
+    void doCloseObserver(int32_t device);
+    void runTimelineEvent(TimelineEvent event);
+    void forEachDevice(int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn);
+    void recordError(const std::string& what);
+    void teardown();
+
+    const HostConfig mConfig;
+    CallLog mLog;
+    std::atomic<bool> mRegistered{false};
+
+    // Host thread only. The thread is stopped before any of these goes.
+    bool mShutDown = false;
+    std::vector<std::unique_ptr<mojo::Binding<vel::mojom::VelBridgeHost>>> mBridges;
+    vel::mojom::IioSensorInstancePtr mInstance;
+    std::vector<std::unique_ptr<mojo::Binding<vel::mojom::IioSensorHost>>> mIioSensorHosts;
+    chromeos::sensors::mojom::SensorHalClientPtr mHalClient;
+    std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
+
+    base::Thread mThread;
+    const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
+};
+
+}  // namespace kelvane::host

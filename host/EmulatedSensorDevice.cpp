@@ -1,0 +1,270 @@
+#include "host/EmulatedSensorDevice.h"
+
+#include <algorithm>
+#include <cmath>
+#include <sstream>
+#include <utility>
+
+#include "base/bind.h"
+#include "base/location.h"
+#include "base/optional.h"
+#include "host/TaskDelay.h"
+
+namespace kelvane::host {
+
+namespace mojom = chromeos::sensors::mojom;
+
+namespace {
+
+// A late stream catches up by at most this many samples at once; older ones are skipped.
+constexpr uint64_t kMaxCatchUp = 10;
+// Answer to a request for "as fast as possible" from a device without a stated maximum, and the
+// fastest the timer streams: a client asking for more still gets its answer, not a flood.
+constexpr double kFastestHz = 1000.0;
+
+template <typename T>
+std::string join(const std::vector<T>& items) {
+    std::ostringstream out;
+    for (size_t i = 0; i < items.size(); ++i) out << (i ? "," : "") << items[i];
+    return out.str();
+}
+
+}  // namespace
+
+EmulatedSensorDevice::EmulatedSensorDevice(const VirtualDevice& config, bool stream, CallLog* log,
+                                           scoped_refptr<base::SingleThreadTaskRunner> runner)
+    : mConfig(config),
+      mStream(stream),
+      mLog(log),
+      mRunner(std::move(runner)),
+      mBinding(this),
+      mGenerator(config) {}
+
+EmulatedSensorDevice::~EmulatedSensorDevice() { setReading(false); }
+
+void EmulatedSensorDevice::bind(mojom::SensorDeviceRequest request) {
+    mBinding.Bind(std::move(request));
+    mBinding.set_connection_error_handler(
+        base::BindOnce(&EmulatedSensorDevice::onConnectionError, base::Unretained(this)));
+}
+
+std::string EmulatedSensorDevice::name() const {
+    return "SensorDevice[" + std::to_string(mConfig.id) + "]";
+}
+
+void EmulatedSensorDevice::close() {
+    mBinding.Close();
+    mStalled.clear();
+    stopReading();
+}
+
+void EmulatedSensorDevice::closeObserver() { stopReading(); }
+
+void EmulatedSensorDevice::sendObserverError(int32_t errorType) {
+    if (!mObserver) return;
+    mObserver->OnErrorOccurred(static_cast<mojom::ObserverErrorType>(errorType));
+}
+
+void EmulatedSensorDevice::pushSample(const SampleGenerator::Sample& sample) { send(sample); }
+
+void EmulatedSensorDevice::emitBurst(size_t count) {
+    for (size_t i = 0; i < count; ++i) send(mGenerator.next(mEnabled));
+}
+
+void EmulatedSensorDevice::SetTimeout(uint32_t timeout) {
+    mLog->record(name() + ".SetTimeout " + std::to_string(timeout));
+}
+
+void EmulatedSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
+    mLog->record(name() + ".GetAllChannelIds");
+    if (mConfig.closeAt == CloseAt::kOnChannels) {
+        close();
+        return;
+    }
+    if (mConfig.stall == Stall::kChannels) {
+        mStalled.push_back(base::BindOnce([](GetAllChannelIdsCallback) {}, std::move(callback)));
+        return;
+    }
+    reply(std::move(callback), mConfig.channels, false);
+}
+
+void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_names,
+                                         GetAttributesCallback callback) {
+    mLog->record(name() + ".GetAttributes " + join(attr_names));
+    if (mConfig.closeAt == CloseAt::kOnAttributes) {
+        close();
+        return;
+    }
+    if (mConfig.stall == Stall::kAttributes) {
+        mStalled.push_back(base::BindOnce([](GetAttributesCallback) {}, std::move(callback)));
+        return;
+    }
+    std::vector<base::Optional<std::string>> values;
+    values.reserve(attr_names.size());
+    for (const std::string& attr : attr_names) {
+        auto it = mConfig.attributes.find(attr);
+        values.push_back(it == mConfig.attributes.end() ? base::nullopt : it->second);
+    }
+    reply(std::move(callback), std::move(values), mConfig.closeAt == CloseAt::kAfterAttributes);
+}
+
+template <typename Callback, typename Value>
+void EmulatedSensorDevice::reply(Callback callback, Value value, bool closeAfter) {
+    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, Callback cb, Value v, bool close) {
+        std::move(cb).Run(v);
+        if (!close) return;
+        if (std::shared_ptr<EmulatedSensorDevice> d = device.lock()) d->close();
+    };
+    if (mConfig.replyDelay.count() <= 0) {
+        answer(weak_from_this(), std::move(callback), std::move(value), closeAfter);
+        return;
+    }
+    mRunner->PostDelayedTask(
+        FROM_HERE,
+        base::BindOnce(answer, weak_from_this(), std::move(callback), std::move(value), closeAfter),
+        boundedDelay(mConfig.replyDelay));
+}
+
+void EmulatedSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
+                                              SetChannelsEnabledCallback callback) {
+    mLog->record(name() + ".SetChannelsEnabled " + join(iio_chn_indices) +
+                 (en ? " true" : " false"));
+    const int32_t channelCount = static_cast<int32_t>(mConfig.channels.size());
+    std::vector<int32_t> failed;
+    for (int32_t index : iio_chn_indices) {
+        const bool fails = index < 0 || index >= channelCount ||
+                           std::find(mConfig.failChannels.begin(), mConfig.failChannels.end(),
+                                     index) != mConfig.failChannels.end();
+        if (fails) {
+            failed.push_back(index);
+        } else if (en) {
+            mEnabled.insert(index);
+        } else {
+            mEnabled.erase(index);
+        }
+    }
+    std::move(callback).Run(failed);
+}
+
+void EmulatedSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
+                                              GetChannelsEnabledCallback callback) {
+    mLog->record(name() + ".GetChannelsEnabled " + join(iio_chn_indices));
+    std::vector<bool> enabled;
+    for (int32_t index : iio_chn_indices) enabled.push_back(mEnabled.count(index) != 0);
+    std::move(callback).Run(enabled);
+}
+
+void EmulatedSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
+                                                 const std::string& attr_name,
+                                                 GetChannelsAttributesCallback callback) {
+    mLog->record(name() + ".GetChannelsAttributes " + join(iio_chn_indices) + " " + attr_name);
+    // Virtual channels carry no attributes of their own.
+    std::move(callback).Run(
+        std::vector<base::Optional<std::string>>(iio_chn_indices.size(), base::nullopt));
+}
+
+double EmulatedSensorDevice::answerFrequency(double requested) const {
+    if (std::isnan(requested) || requested <= 0.0) return 0.0;
+    if (std::isinf(requested)) return mConfig.maxFrequency ? *mConfig.maxFrequency : kFastestHz;
+    return mConfig.maxFrequency ? std::min(requested, *mConfig.maxFrequency) : requested;
+}
+
+void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
+    std::ostringstream call;
+    call << name() << ".SetFrequency " << frequency;
+    mLog->record(call.str());
+    mFrequency = answerFrequency(frequency);
+    mLog->setFrequency(mConfig.id, mFrequency);
+    if (mReading && mStream) {
+        if (mFrequency > 0.0) {
+            startTimer();
+        } else {
+            ++mGeneration;
+        }
+    }
+    std::move(callback).Run(mFrequency);
+}
+
+void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverPtr observer) {
+    mLog->record(name() + ".StartReadingSamples");
+    stopReading();  // the previous observer is closed
+    mObserver = std::move(observer);
+    mObserver.set_connection_error_handler(
+        base::BindOnce(&EmulatedSensorDevice::onObserverError, base::Unretained(this)));
+    if (!(mFrequency > 0.0)) {
+        // A real host cannot start without a valid rate.
+        mObserver->OnErrorOccurred(mojom::ObserverErrorType::FREQUENCY_INVALID);
+        return;
+    }
+    setReading(true);
+    if (mStream) startTimer();
+}
+
+void EmulatedSensorDevice::StopReadingSamples() {
+    mLog->record(name() + ".StopReadingSamples");
+    stopReading();
+}
+
+void EmulatedSensorDevice::onConnectionError() {
+    mLog->record("error " + name());
+    // The client is gone: so is its stream.
+    stopReading();
+}
+
+void EmulatedSensorDevice::onObserverError() {
+    mLog->record("error Observer[" + std::to_string(mConfig.id) + "]");
+    stopReading();
+}
+
+void EmulatedSensorDevice::setReading(bool reading) {
+    if (mReading == reading) return;
+    mReading = reading;
+    mLog->streamingChanged(mConfig.id, reading);
+}
+
+void EmulatedSensorDevice::stopReading() {
+    ++mGeneration;
+    mObserver.reset();
+    setReading(false);
+}
+
+void EmulatedSensorDevice::startTimer() {
+    ++mGeneration;
+    mStreamRate = std::min(mFrequency, kFastestHz);
+    mStreamStart = base::TimeTicks::Now();
+    mNextIndex = 0;
+    scheduleTick();
+}
+
+void EmulatedSensorDevice::scheduleTick() {
+    // Due times are absolute, start + k / rate, so the stream does not drift.
+    const base::TimeTicks due =
+        mStreamStart + base::TimeDelta::FromSecondsD(static_cast<double>(mNextIndex) / mStreamRate);
+    const base::TimeDelta delay = boundedDelay(due - base::TimeTicks::Now());
+    mRunner->PostDelayedTask(
+        FROM_HERE,
+        base::BindOnce(
+            [](std::weak_ptr<EmulatedSensorDevice> device, uint64_t generation) {
+                if (auto d = device.lock()) d->onTick(generation);
+            },
+            weak_from_this(), mGeneration),
+        delay);
+}
+
+void EmulatedSensorDevice::onTick(uint64_t generation) {
+    if (generation != mGeneration) return;
+    const double elapsed = (base::TimeTicks::Now() - mStreamStart).InSecondsF();
+    const uint64_t due = static_cast<uint64_t>(std::max(0.0, elapsed * mStreamRate)) + 1;
+    if (due > mNextIndex + kMaxCatchUp) mNextIndex = due - kMaxCatchUp;
+    for (; mNextIndex < due; ++mNextIndex) send(mGenerator.next(mEnabled));
+    scheduleTick();
+}
+
+void EmulatedSensorDevice::send(const SampleGenerator::Sample& sample) {
+    if (!mObserver || mObserver.encountered_error()) return;
+    // Counted first, so a client that has a sample always finds it counted.
+    mLog->addSamples(mConfig.id, 1);
+    mObserver->OnSampleUpdated(sample);
+}
+
+}  // namespace kelvane::host

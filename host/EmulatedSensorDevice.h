@@ -1,0 +1,97 @@
+// One opened IIO device on the host side: answers the client's handshake (with the configured
+// faults), enables channels, sets the rate and streams samples to the client's observer.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/callback.h"
+#include "base/single_thread_task_runner.h"
+#include "base/time/time.h"
+#include "hardware/sensors/mojom/sensor.mojom.h"
+#include "host/CallLog.h"
+#include "host/SampleGenerator.h"
+#include "host/VirtualDevice.h"
+#include "mojo/public/cpp/bindings/binding.h"
+
+namespace kelvane::host {
+
+// Lives on the host thread: created, called and destroyed there. Held by shared_ptr so that
+// delayed tasks can hold it weakly.
+class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
+                             public std::enable_shared_from_this<EmulatedSensorDevice> {
+  public:
+    EmulatedSensorDevice(const VirtualDevice& config, bool stream, CallLog* log,
+                         scoped_refptr<base::SingleThreadTaskRunner> runner);
+    ~EmulatedSensorDevice() override;
+    EmulatedSensorDevice(const EmulatedSensorDevice&) = delete;
+    EmulatedSensorDevice& operator=(const EmulatedSensorDevice&) = delete;
+
+    void bind(chromeos::sensors::mojom::SensorDeviceRequest request);
+    int32_t id() const { return mConfig.id; }
+
+    // Closes the SensorDevice pipe; sampling ends with it.
+    void close();
+    // Closes the observer pipe; sampling ends with it.
+    void closeObserver();
+    void sendObserverError(int32_t errorType);
+    void pushSample(const SampleGenerator::Sample& sample);
+    // `count` samples back to back, scripted or generated.
+    void emitBurst(size_t count);
+
+    // chromeos::sensors::mojom::SensorDevice
+    void SetTimeout(uint32_t timeout) override;
+    void GetAttributes(const std::vector<std::string>& attr_names,
+                       GetAttributesCallback callback) override;
+    void SetFrequency(double frequency, SetFrequencyCallback callback) override;
+    void StartReadingSamples(
+        chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr observer) override;
+    void StopReadingSamples() override;
+    void GetAllChannelIds(GetAllChannelIdsCallback callback) override;
+    void SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
+                            SetChannelsEnabledCallback callback) override;
+    void GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
+                            GetChannelsEnabledCallback callback) override;
+    void GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
+                               const std::string& attr_name,
+                               GetChannelsAttributesCallback callback) override;
+
+  private:
+    std::string name() const;  // "SensorDevice[<id>]"
+    double answerFrequency(double requested) const;
+    // Runs a handshake reply now or after the configured delay; closes the pipe after it if asked.
+    template <typename Callback, typename Value>
+    void reply(Callback callback, Value value, bool closeAfter);
+
+    void onConnectionError();
+    void onObserverError();
+    void setReading(bool reading);
+    void stopReading();
+    void startTimer();
+    void scheduleTick();
+    void onTick(uint64_t generation);
+    void send(const SampleGenerator::Sample& sample);
+
+    const VirtualDevice mConfig;
+    const bool mStream;
+    CallLog* const mLog;  // owned by the host, outlives every device
+    const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
+
+    mojo::Binding<chromeos::sensors::mojom::SensorDevice> mBinding;
+    chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
+    SampleGenerator mGenerator;
+    std::set<int32_t> mEnabled;               // channels the client enabled
+    std::vector<base::OnceClosure> mStalled;  // replies held back forever, dropped with the device
+    double mFrequency = 0.0;                  // the rate last answered
+    bool mReading = false;                    // between a good StartReadingSamples and its end
+    uint64_t mGeneration = 0;                 // bumped to cancel the pending tick
+    double mStreamRate = 0.0;                 // the timer's rate, Hz
+    base::TimeTicks mStreamStart;
+    uint64_t mNextIndex = 0;  // the next sample of the stream, counted from mStreamStart
+};
+
+}  // namespace kelvane::host

@@ -1,0 +1,83 @@
+#include "host/EmulatedSensorService.h"
+
+#include <algorithm>
+
+#include "base/bind.h"
+
+namespace kelvane::host {
+
+namespace mojom = chromeos::sensors::mojom;
+
+EmulatedSensorService::EmulatedSensorService(const HostConfig* config, CallLog* log,
+                                             scoped_refptr<base::SingleThreadTaskRunner> runner,
+                                             mojom::SensorServiceRequest request)
+    : mConfig(config), mLog(log), mRunner(std::move(runner)), mBinding(this, std::move(request)) {
+    mBinding.set_connection_error_handler(
+        base::BindOnce(&EmulatedSensorService::onConnectionError, base::Unretained(this)));
+}
+
+EmulatedSensorService::~EmulatedSensorService() = default;
+
+void EmulatedSensorService::close(uint32_t reason, const std::string& description) {
+    mBinding.CloseWithReason(reason, description);
+}
+
+std::vector<std::shared_ptr<EmulatedSensorDevice>> EmulatedSensorService::devices(
+    int32_t device) const {
+    std::vector<std::shared_ptr<EmulatedSensorDevice>> found;
+    for (const auto& d : mDevices) {
+        if (d->id() == device) found.push_back(d);
+    }
+    return found;
+}
+
+void EmulatedSensorService::closeDevice(int32_t device) {
+    for (const auto& d : devices(device)) d->close();
+    mStalled.erase(std::remove_if(mStalled.begin(), mStalled.end(),
+                                  [device](const auto& entry) { return entry.first == device; }),
+                   mStalled.end());
+}
+
+void EmulatedSensorService::GetDeviceIds(mojom::DeviceType type, GetDeviceIdsCallback callback) {
+    const int32_t code = static_cast<int32_t>(type);
+    mLog->record("SensorService.GetDeviceIds " + std::to_string(code));
+    std::vector<int32_t> ids;
+    for (const VirtualDevice& d : mConfig->devices) {
+        if (std::find(d.types.begin(), d.types.end(), code) != d.types.end()) ids.push_back(d.id);
+    }
+    std::move(callback).Run(ids);
+}
+
+void EmulatedSensorService::GetAllDeviceIds(GetAllDeviceIdsCallback callback) {
+    mLog->record("SensorService.GetAllDeviceIds");
+    base::flat_map<int32_t, std::vector<int32_t>> listing;
+    for (const VirtualDevice& d : mConfig->devices) listing[d.id] = d.types;
+    std::move(callback).Run(listing);
+}
+
+void EmulatedSensorService::GetDevice(int32_t iio_device_id,
+                                      mojom::SensorDeviceRequest device_request) {
+    mLog->record("SensorService.GetDevice " + std::to_string(iio_device_id));
+    auto config = std::find_if(mConfig->devices.begin(), mConfig->devices.end(),
+                               [&](const VirtualDevice& d) { return d.id == iio_device_id; });
+    // Unknown devices and devices set to close here get their request closed unanswered.
+    if (config == mConfig->devices.end() || config->closeAt == CloseAt::kOnGetDevice) return;
+    if (config->stall == Stall::kDevice) {
+        mStalled.emplace_back(iio_device_id, std::move(device_request));
+        return;
+    }
+    auto device = std::make_shared<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner);
+    device->bind(std::move(device_request));
+    mDevices.push_back(std::move(device));
+}
+
+void EmulatedSensorService::RegisterNewDevicesObserver(
+    mojom::SensorServiceNewDevicesObserverPtr observer) {
+    mLog->record("SensorService.RegisterNewDevicesObserver");
+    // The device set never changes, so the observer is only kept open.
+    mNewDeviceObservers.push_back(std::move(observer));
+}
+
+void EmulatedSensorService::onConnectionError() { mLog->record("error SensorService"); }
+
+}  // namespace kelvane::host

@@ -1,0 +1,59 @@
+// One SensorService the host hands a client: lists the configured devices and opens them. The
+// devices it opened outlive its own pipe, as on a real host.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/single_thread_task_runner.h"
+#include "hardware/sensors/mojom/sensor.mojom.h"
+#include "host/CallLog.h"
+#include "host/EmulatedSensorDevice.h"
+#include "host/VirtualDevice.h"
+#include "mojo/public/cpp/bindings/binding.h"
+
+namespace kelvane::host {
+
+// Lives on the host thread: created, called and destroyed there.
+class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
+  public:
+    // `config` and `log` belong to the host and outlive the service.
+    EmulatedSensorService(const HostConfig* config, CallLog* log,
+                          scoped_refptr<base::SingleThreadTaskRunner> runner,
+                          chromeos::sensors::mojom::SensorServiceRequest request);
+    ~EmulatedSensorService() override;
+    EmulatedSensorService(const EmulatedSensorService&) = delete;
+    EmulatedSensorService& operator=(const EmulatedSensorService&) = delete;
+
+    void close(uint32_t reason, const std::string& description);
+    // Every endpoint opened for `device` through this service, in opening order.
+    std::vector<std::shared_ptr<EmulatedSensorDevice>> devices(int32_t device) const;
+    // Closes the endpoints of `device`, also the requests still waiting to be answered.
+    void closeDevice(int32_t device);
+
+    // chromeos::sensors::mojom::SensorService
+    void GetDeviceIds(chromeos::sensors::mojom::DeviceType type,
+                      GetDeviceIdsCallback callback) override;
+    void GetAllDeviceIds(GetAllDeviceIdsCallback callback) override;
+    void GetDevice(int32_t iio_device_id,
+                   chromeos::sensors::mojom::SensorDeviceRequest device_request) override;
+    void RegisterNewDevicesObserver(
+        chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr observer) override;
+
+  private:
+    void onConnectionError();
+
+    const HostConfig* const mConfig;
+    CallLog* const mLog;
+    const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
+    mojo::Binding<chromeos::sensors::mojom::SensorService> mBinding;
+    std::vector<std::shared_ptr<EmulatedSensorDevice>> mDevices;
+    // GetDevice requests of stalled devices: held open, never bound.
+    std::vector<std::pair<int32_t, chromeos::sensors::mojom::SensorDeviceRequest>> mStalled;
+    std::vector<chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr> mNewDeviceObservers;
+};
+
+}  // namespace kelvane::host

@@ -1,0 +1,538 @@
+#include "host/HostDescription.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <initializer_list>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <utility>
+
+namespace kelvane::host {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr int64_t kInt32Min = std::numeric_limits<int32_t>::min();
+constexpr int64_t kInt32Max = std::numeric_limits<int32_t>::max();
+constexpr int64_t kUint32Max = std::numeric_limits<uint32_t>::max();
+constexpr int64_t kInt64Min = std::numeric_limits<int64_t>::min();
+constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
+
+// A JSON pointer token: '~' and '/' are escaped so that the path reads back unambiguously.
+std::string pointerToken(const std::string& key) {
+    std::string token;
+    for (char c : key) {
+        if (c == '~') {
+            token += "~0";
+        } else if (c == '/') {
+            token += "~1";
+        } else {
+            token += c;
+        }
+    }
+    return token;
+}
+
+std::string child(const std::string& path, const std::string& key) {
+    return path + "/" + pointerToken(key);
+}
+
+std::string child(const std::string& path, size_t index) {
+    return path + "/" + std::to_string(index);
+}
+
+// Walks the description keeping the first error. Every check returns false once it has failed.
+class Reader {
+  public:
+    const std::string& error() const { return mError; }
+
+    bool fail(const std::string& path, const std::string& what) {
+        if (mError.empty()) mError = (path.empty() ? "/" : path) + ": " + what;
+        return false;
+    }
+
+    // An object whose keys are all in `allowed`.
+    bool object(const json& value, const std::string& path,
+                std::initializer_list<const char*> allowed) {
+        if (!value.is_object()) return fail(path, "expected an object");
+        for (const auto& item : value.items()) {
+            bool known = false;
+            for (const char* key : allowed) known = known || item.key() == key;
+            if (!known) return fail(path, "unknown key \"" + item.key() + "\"");
+        }
+        return true;
+    }
+
+    bool require(const json& object, const std::string& path, const char* key) {
+        if (object.contains(key)) return true;
+        return fail(path, std::string("missing key \"") + key + "\"");
+    }
+
+    bool array(const json& value, const std::string& path) {
+        return value.is_array() || fail(path, "expected an array");
+    }
+
+    bool integer(const json& value, const std::string& path, int64_t min, int64_t max,
+                 int64_t* out) {
+        if (!value.is_number_integer()) return fail(path, "expected an integer");
+        int64_t v = 0;
+        if (value.is_number_unsigned()) {
+            uint64_t u = value.get<uint64_t>();
+            if (u > static_cast<uint64_t>(max)) return outOfRange(path, value.dump(), min, max);
+            v = static_cast<int64_t>(u);
+        } else {
+            v = value.get<int64_t>();
+        }
+        if (v < min || v > max) return outOfRange(path, value.dump(), min, max);
+        *out = v;
+        return true;
+    }
+
+    bool int32(const json& value, const std::string& path, int32_t* out) {
+        int64_t v = 0;
+        if (!integer(value, path, kInt32Min, kInt32Max, &v)) return false;
+        *out = static_cast<int32_t>(v);
+        return true;
+    }
+
+    bool int32List(const json& value, const std::string& path, std::vector<int32_t>* out) {
+        if (!array(value, path)) return false;
+        std::vector<int32_t> list;
+        for (size_t i = 0; i < value.size(); ++i) {
+            int32_t v = 0;
+            if (!int32(value[i], child(path, i), &v)) return false;
+            list.push_back(v);
+        }
+        *out = std::move(list);
+        return true;
+    }
+
+    bool string(const json& value, const std::string& path, std::string* out) {
+        if (!value.is_string()) return fail(path, "expected a string");
+        *out = value.get<std::string>();
+        return true;
+    }
+
+    bool boolean(const json& value, const std::string& path, bool* out) {
+        if (!value.is_boolean()) return fail(path, "expected true or false");
+        *out = value.get<bool>();
+        return true;
+    }
+
+    bool number(const json& value, const std::string& path, double* out) {
+        if (!value.is_number()) return fail(path, "expected a number");
+        *out = value.get<double>();
+        return true;
+    }
+
+    // One of `names`, as the index into them.
+    bool choice(const json& value, const std::string& path,
+                std::initializer_list<const char*> names, size_t* out) {
+        std::string text;
+        if (!string(value, path, &text)) return false;
+        size_t i = 0;
+        std::string expected;
+        for (const char* name : names) {
+            if (text == name) {
+                *out = i;
+                return true;
+            }
+            expected += std::string(i == 0                  ? ""
+                                    : i + 1 == names.size() ? " or "
+                                                            : ", ") +
+                        "\"" + name + "\"";
+            ++i;
+        }
+        return fail(path, "expected " + expected + ", got \"" + text + "\"");
+    }
+
+  private:
+    bool outOfRange(const std::string& path, const std::string& text, int64_t min, int64_t max) {
+        return fail(path,
+                    text + " is out of range " + std::to_string(min) + ".." + std::to_string(max));
+    }
+
+    std::string mError;
+};
+
+// A channel index written as an object key: the canonical decimal form of an int32.
+bool channelKey(const std::string& key, int32_t* out) {
+    if (key.empty() || key.size() > 11) return false;
+    char* end = nullptr;
+    errno = 0;
+    long long v = std::strtoll(key.c_str(), &end, 10);
+    if (errno != 0 || *end != '\0' || v < kInt32Min || v > kInt32Max) return false;
+    if (std::to_string(v) != key) return false;  // no '+', spaces or leading zeros
+    *out = static_cast<int32_t>(v);
+    return true;
+}
+
+bool readSamples(Reader& r, const json& value, const std::string& path,
+                 std::vector<std::map<int32_t, int64_t>>* out) {
+    if (!r.array(value, path)) return false;
+    std::vector<std::map<int32_t, int64_t>> samples;
+    for (size_t i = 0; i < value.size(); ++i) {
+        const std::string samplePath = child(path, i);
+        if (!value[i].is_object()) return r.fail(samplePath, "expected an object");
+        std::map<int32_t, int64_t> sample;
+        for (const auto& item : value[i].items()) {
+            const std::string itemPath = child(samplePath, item.key());
+            int32_t channel = 0;
+            if (!channelKey(item.key(), &channel)) {
+                return r.fail(itemPath, "key \"" + item.key() +
+                                            "\" is not a channel index (a decimal int32)");
+            }
+            int64_t raw = 0;
+            if (!r.integer(item.value(), itemPath, kInt64Min, kInt64Max, &raw)) return false;
+            sample[channel] = raw;
+        }
+        samples.push_back(std::move(sample));
+    }
+    *out = std::move(samples);
+    return true;
+}
+
+bool readAttributes(Reader& r, const json& value, const std::string& path,
+                    std::map<std::string, std::optional<std::string>>* out) {
+    if (!value.is_object()) return r.fail(path, "expected an object");
+    std::map<std::string, std::optional<std::string>> attributes;
+    for (const auto& item : value.items()) {
+        if (item.value().is_null()) continue;  // absent, as if not listed
+        if (!item.value().is_string()) {
+            return r.fail(child(path, item.key()), "expected a string or null");
+        }
+        attributes[item.key()] = item.value().get<std::string>();
+    }
+    *out = std::move(attributes);
+    return true;
+}
+
+bool readDevice(Reader& r, const json& value, const std::string& path, VirtualDevice* out) {
+    if (!r.object(value, path,
+                  {"id", "types", "channels", "attributes", "samples", "maxFrequency",
+                   "failChannels", "stall", "closeAt", "replyDelayMs"}) ||
+        !r.require(value, path, "id") || !r.require(value, path, "types")) {
+        return false;
+    }
+    VirtualDevice device;
+    if (!r.int32(value["id"], child(path, "id"), &device.id)) return false;
+    if (!r.int32List(value["types"], child(path, "types"), &device.types)) return false;
+    if (value.contains("channels")) {
+        const json& channels = value["channels"];
+        const std::string channelsPath = child(path, "channels");
+        if (!r.array(channels, channelsPath)) return false;
+        for (size_t i = 0; i < channels.size(); ++i) {
+            std::string channel;
+            if (!r.string(channels[i], child(channelsPath, i), &channel)) return false;
+            device.channels.push_back(std::move(channel));
+        }
+    }
+    if (value.contains("attributes") &&
+        !readAttributes(r, value["attributes"], child(path, "attributes"), &device.attributes)) {
+        return false;
+    }
+    if (value.contains("samples") &&
+        !readSamples(r, value["samples"], child(path, "samples"), &device.samples)) {
+        return false;
+    }
+    if (value.contains("maxFrequency")) {
+        const std::string freqPath = child(path, "maxFrequency");
+        double frequency = 0.0;
+        if (!r.number(value["maxFrequency"], freqPath, &frequency)) return false;
+        if (!(frequency > 0.0) || !std::isfinite(frequency)) {
+            return r.fail(freqPath, "must be a positive number of Hz");
+        }
+        device.maxFrequency = frequency;
+    }
+    if (value.contains("failChannels") &&
+        !r.int32List(value["failChannels"], child(path, "failChannels"), &device.failChannels)) {
+        return false;
+    }
+    if (value.contains("stall")) {
+        size_t which = 0;
+        if (!r.choice(value["stall"], child(path, "stall"), {"device", "channels", "attributes"},
+                      &which)) {
+            return false;
+        }
+        constexpr Stall kStalls[] = {Stall::kDevice, Stall::kChannels, Stall::kAttributes};
+        device.stall = kStalls[which];
+    }
+    if (value.contains("closeAt")) {
+        size_t which = 0;
+        if (!r.choice(value["closeAt"], child(path, "closeAt"),
+                      {"getDevice", "channels", "attributes", "afterAttributes"}, &which)) {
+            return false;
+        }
+        constexpr CloseAt kCloses[] = {CloseAt::kOnGetDevice, CloseAt::kOnChannels,
+                                       CloseAt::kOnAttributes, CloseAt::kAfterAttributes};
+        device.closeAt = kCloses[which];
+    }
+    if (value.contains("replyDelayMs")) {
+        int64_t delay = 0;
+        if (!r.integer(value["replyDelayMs"], child(path, "replyDelayMs"), 0, kInt32Max, &delay)) {
+            return false;
+        }
+        device.replyDelay = std::chrono::milliseconds(delay);
+    }
+    *out = std::move(device);
+    return true;
+}
+
+bool readTimelineEvent(Reader& r, const json& value, const std::string& path,
+                       const std::set<int32_t>& deviceIds, TimelineEvent* out) {
+    if (!value.is_object()) return r.fail(path, "expected an object");
+    if (!r.require(value, path, "atMs") || !r.require(value, path, "action")) return false;
+    size_t which = 0;
+    if (!r.choice(value["action"], child(path, "action"),
+                  {"observerError", "closeDevice", "closeService", "tabletMode"}, &which)) {
+        return false;
+    }
+    TimelineEvent event;
+    constexpr TimelineAction kActions[] = {
+        TimelineAction::kObserverError, TimelineAction::kCloseDevice, TimelineAction::kCloseService,
+        TimelineAction::kTabletMode};
+    event.action = kActions[which];
+    bool known = false;
+    switch (event.action) {
+        case TimelineAction::kObserverError:
+            known = r.object(value, path, {"atMs", "action", "device", "error"}) &&
+                    r.require(value, path, "device") && r.require(value, path, "error");
+            break;
+        case TimelineAction::kCloseDevice:
+            known = r.object(value, path, {"atMs", "action", "device"}) &&
+                    r.require(value, path, "device");
+            break;
+        case TimelineAction::kCloseService:
+            known = r.object(value, path, {"atMs", "action", "reason", "description"});
+            break;
+        case TimelineAction::kTabletMode:
+            known = r.object(value, path, {"atMs", "action", "on"}) && r.require(value, path, "on");
+            break;
+    }
+    if (!known) return false;
+
+    int64_t at = 0;
+    if (!r.integer(value["atMs"], child(path, "atMs"), 0, kInt64Max / 1000, &at)) return false;
+    event.at = std::chrono::milliseconds(at);
+    if (value.contains("device")) {
+        const std::string devicePath = child(path, "device");
+        if (!r.int32(value["device"], devicePath, &event.device)) return false;
+        if (deviceIds.count(event.device) == 0) {
+            return r.fail(devicePath, "no device with id " + std::to_string(event.device));
+        }
+    }
+    if (value.contains("error") && !r.int32(value["error"], child(path, "error"), &event.error)) {
+        return false;
+    }
+    if (value.contains("reason")) {
+        int64_t reason = 0;
+        if (!r.integer(value["reason"], child(path, "reason"), 0, kUint32Max, &reason)) {
+            return false;
+        }
+        event.reason = static_cast<uint32_t>(reason);
+    }
+    if (value.contains("description") &&
+        !r.string(value["description"], child(path, "description"), &event.description)) {
+        return false;
+    }
+    if (value.contains("on") && !r.boolean(value["on"], child(path, "on"), &event.on)) {
+        return false;
+    }
+    *out = std::move(event);
+    return true;
+}
+
+bool readHost(Reader& r, const json& root, HostConfig* out) {
+    if (!r.object(root, "", {"bridgeVersion", "devices", "timeline"})) return false;
+    HostConfig config;
+    if (root.contains("bridgeVersion")) {
+        int64_t version = 0;
+        if (!r.integer(root["bridgeVersion"], "/bridgeVersion", 0, kUint32Max, &version)) {
+            return false;
+        }
+        config.bridgeVersion = static_cast<uint32_t>(version);
+    }
+    std::set<int32_t> ids;
+    if (root.contains("devices")) {
+        const json& devices = root["devices"];
+        if (!r.array(devices, "/devices")) return false;
+        for (size_t i = 0; i < devices.size(); ++i) {
+            const std::string path = child("/devices", i);
+            VirtualDevice device;
+            if (!readDevice(r, devices[i], path, &device)) return false;
+            if (!ids.insert(device.id).second) {
+                return r.fail(child(path, "id"),
+                              "duplicate device id " + std::to_string(device.id));
+            }
+            config.devices.push_back(std::move(device));
+        }
+    }
+    if (root.contains("timeline")) {
+        const json& timeline = root["timeline"];
+        if (!r.array(timeline, "/timeline")) return false;
+        for (size_t i = 0; i < timeline.size(); ++i) {
+            TimelineEvent event;
+            if (!readTimelineEvent(r, timeline[i], child("/timeline", i), ids, &event)) {
+                return false;
+            }
+            config.timeline.push_back(std::move(event));
+        }
+    }
+    *out = std::move(config);
+    return true;
+}
+
+// nlohmann keeps the last of repeated keys without a word; a description that says a thing twice
+// is more likely a mistake than a wish, so the parser's callback looks for them.
+class DuplicateKeyFinder {
+  public:
+    bool operator()(int /*depth*/, json::parse_event_t event, json& parsed) {
+        switch (event) {
+            case json::parse_event_t::object_start:
+            case json::parse_event_t::array_start:
+                mFrames.push_back(
+                    Frame{event == json::parse_event_t::array_start, elementToken(), 0, {}, {}});
+                break;
+            case json::parse_event_t::object_end:
+            case json::parse_event_t::array_end:
+                if (!mFrames.empty()) mFrames.pop_back();
+                break;
+            case json::parse_event_t::key:
+                if (!mFrames.empty() && parsed.is_string()) {
+                    Frame& frame = mFrames.back();
+                    frame.key = parsed.get<std::string>();
+                    if (!frame.keys.insert(frame.key).second && mDuplicate.empty()) {
+                        mDuplicate = path() + ": duplicate key \"" + frame.key + "\"";
+                    }
+                }
+                break;
+            case json::parse_event_t::value:
+                elementToken();  // a scalar takes its place in an array
+                break;
+        }
+        return true;
+    }
+
+    const std::string& duplicate() const { return mDuplicate; }
+
+  private:
+    struct Frame {
+        bool isArray;
+        std::string token;  // this container's token within its parent
+        size_t nextIndex;
+        std::string key;  // the last key read, in an object
+        std::set<std::string> keys;
+    };
+
+    // The token of a value starting now, within the innermost container.
+    std::string elementToken() {
+        if (mFrames.empty()) return "";
+        Frame& parent = mFrames.back();
+        if (parent.isArray) return std::to_string(parent.nextIndex++);
+        return pointerToken(parent.key);
+    }
+
+    std::string path() const {
+        std::string p;
+        for (size_t i = 1; i < mFrames.size(); ++i) p += "/" + mFrames[i].token;
+        return p.empty() ? "/" : p;
+    }
+
+    std::vector<Frame> mFrames;
+    std::string mDuplicate;
+};
+
+// "[json.exception.parse_error.101] parse error at line 3, column 7: syntax error ..." becomes
+// "line 3, column 7: syntax error ...".
+std::string syntaxError(const json::parse_error& e) {
+    std::string what = e.what();
+    const std::string marker = "parse error at ";
+    size_t at = what.find(marker);
+    if (at != std::string::npos) return what.substr(at + marker.size());
+    size_t bracket = what.find("] ");
+    return bracket == std::string::npos ? what : what.substr(bracket + 2);
+}
+
+}  // namespace
+
+bool parseHostDescription(const std::string& text, HostConfig* out, std::string* error) {
+    try {
+        DuplicateKeyFinder finder;
+        json root =
+            json::parse(text, [&finder](int depth, json::parse_event_t event, json& parsed) {
+                return finder(depth, event, parsed);
+            });
+        if (!finder.duplicate().empty()) {
+            *error = finder.duplicate();
+            return false;
+        }
+        Reader reader;
+        if (!readHost(reader, root, out)) {
+            *error = reader.error();
+            return false;
+        }
+        return true;
+    } catch (const json::parse_error& e) {
+        *error = syntaxError(e);
+    } catch (const std::exception& e) {
+        *error = e.what();
+    }
+    return false;
+}
+
+bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        *error = path + ": cannot read: " + std::strerror(errno);
+        return false;
+    }
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (in.bad()) {
+        *error = path + ": cannot read: " + std::strerror(errno);
+        return false;
+    }
+    std::string reason;
+    if (!parseHostDescription(text.str(), out, &reason)) {
+        *error = path + ": " + reason;
+        return false;
+    }
+    return true;
+}
+
+HostConfig builtInHost() {
+    auto device = [](int32_t id, int32_t type, const std::string& prefix, const char* name,
+                     const char* scale, const char* location) {
+        VirtualDevice d;
+        d.id = id;
+        d.types = {type};
+        if (prefix == "illuminance") {
+            d.channels = {"illuminance", "timestamp"};
+        } else {
+            d.channels = {prefix + "_x", prefix + "_y", prefix + "_z", "timestamp"};
+        }
+        d.attributes = {{"name", std::string(name)},
+                        {"scale", std::string(scale)},
+                        {"location", std::string(location)}};
+        d.maxFrequency = 400.0;
+        return d;
+    };
+    HostConfig config;
+    // Scales are what the drivers report: m/s^2, rad/s and gauss per LSB, lux.
+    config.devices = {
+        device(0, 1, "accel", "cros-ec-accel", "0.0023928226", "lid"),
+        device(1, 2, "anglvel", "cros-ec-gyro", "0.0010652", "lid"),
+        device(2, 5, "magn", "cros-ec-mag", "0.000625", "lid"),
+        device(3, 3, "illuminance", "cros-ec-light", "1", "base"),
+        device(4, 11, "gravity", "cros-ec-gravity", "0.001", "lid"),
+    };
+    config.devices[3].maxFrequency = 20.0;
+    return config;
+}
+
+}  // namespace kelvane::host

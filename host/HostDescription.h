@@ -1,0 +1,24 @@
+// A host described in JSON, for the command-line bench: which IIO devices the emulated host serves
+// and what it does to them over time. The format is documented in docs/tool.md.
+#pragma once
+
+#include <string>
+
+#include "host/VirtualDevice.h"
+
+namespace kelvane::host {
+
+// Parses a description. On failure returns false, leaves *out untouched and sets *error to one
+// line naming the JSON path and the problem ("/devices/0/types/1: expected an integer") or, for
+// malformed JSON, the position ("line 3, column 7: syntax error ..."). Never throws.
+bool parseHostDescription(const std::string& text, HostConfig* out, std::string* error);
+
+// Reads and parses a file. Errors are prefixed with the path as given ("host.json: /devices/0:
+// unknown key \"colour\"").
+bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error);
+
+// The host used when no description is given: accelerometer, gyroscope and magnetometer in the
+// lid, ambient light in the base and a gravity sensor, all streaming generated samples.
+HostConfig builtInHost();
+
+}  // namespace kelvane::host
