@@ -30,8 +30,8 @@ class Thread::Loop : public SingleThreadTaskRunner {
         if (delay.InMicroseconds() <= 0) {
             mImmediate.push_back(std::move(task));
         } else {
-            Clock::time_point due =
-                Clock::now() + std::chrono::microseconds(delay.InMicroseconds());
+            Clock::time_point due = Clock::now() + std::chrono::microseconds(std::min(
+                                                       delay.InMicroseconds(), kMaxDelayUs));
             mDelayed.push(Delayed{due, mNextSequence++, std::move(task)});
         }
         if (mIdle) {
