@@ -189,6 +189,26 @@ TEST_F(EndToEndTest, DeviceReadyAfterPublicationStaysUnpublished) {
     EXPECT_EQ(subHal->activate(4, true), Result::BAD_VALUE);
 }
 
+TEST_F(HostTest, FlushBeforeInitializeIsAcceptedAndPostsNothing) {
+    HostConfig config;
+    config.devices = {accelerometer(3)};
+    startHost(config);
+    subHal = new IioSensorSubHal();
+    std::vector<SensorInfo> list;
+    subHal->getSensorsList_2_1([&](const hidl_vec<SensorInfo>& l) { list = l; });
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(subHal->flush(1), Result::OK);
+    subHal->activate(1, true);
+    ASSERT_TRUE(host->waitForCall("SensorDevice[3].StartReadingSamples"));
+    host->pushSample(3, {{0, 1}});  // dropped: nobody to post to yet
+    ASSERT_TRUE(testing::Flush(mojoRunner()));
+    proxy = new testing::RecordingProxyCallback();
+    subHal->initialize(proxy);
+    host->pushSample(3, {{0, 2}});
+    ASSERT_TRUE(proxy->waitForEvents(1));
+    EXPECT_EQ(proxy->events()[0].u.vec3.x, 1.0f);  // 2 * 0.5
+}
+
 TEST_F(HostTest, SensorWithoutUsableChannelsWarnsAndRequestsNothing) {
     HostConfig config;
     config.devices = {device(5, {1}, {"temp", "in_voltage0"})};
