@@ -1,0 +1,35 @@
+// Text and JSON renderings of sensors and events. Floats are written with nine significant
+// digits so that they read back to the same single-precision value.
+#pragma once
+
+#include <android/hardware/sensors/2.1/types.h>
+
+#include <string>
+#include <vector>
+
+namespace kelvane::tools {
+
+using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
+using Event = android::hardware::sensors::V2_1::Event;
+
+// "%.9g", or "null" where JSON has no number (NaN, infinities).
+std::string formatFloat(float value);
+
+// The last part of typeAsString ("android.sensor.accelerometer" -> "accelerometer").
+std::string shortTypeName(const SensorInfo& sensor);
+
+// A table, one sensor a row, with a header.
+std::string sensorTable(const std::vector<SensorInfo>& sensors);
+// One JSON array of sensor objects, fields named as in SensorInfo.
+std::string sensorsJson(const std::vector<SensorInfo>& sensors);
+
+// "<timestamp> [<handle>] <name>: x=.. y=.. z=.. (status 3)", without a newline.
+std::string eventText(const Event& event, const std::string& sensorName);
+// One JSON object on one line, without a newline.
+std::string eventJson(const Event& event);
+
+// Whether the event carries three axes (accelerometer, magnetometer, gyroscope, gravity).
+bool isThreeAxis(const Event& event);
+bool isMeta(const Event& event);
+
+}  // namespace kelvane::tools

@@ -1,0 +1,70 @@
+// One run of the tool: the emulated host, the loaded sub-HAL, the proxy callback handed to it and
+// the sensors it published. Set up the way the multi-HAL proxy sets up a sub-HAL.
+#pragma once
+
+#include <android/hardware/sensors/2.1/types.h>
+#include <utils/RefBase.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ProxyCallback.h"
+#include "SubHalLoader.h"
+
+namespace kelvane::host {
+class EmulatedHost;
+}
+
+namespace kelvane::tools {
+
+enum ExitCode : int {
+    kExitOk = 0,
+    kExitFailure = 1,  // the library or the sensors did not do what was asked
+    kExitUsage = 2,    // bad command line or host description
+};
+
+struct CommonOptions {
+    std::string hostFile;  // empty: the built-in host
+    std::string library;   // empty: the library built beside the tool
+    bool json = false;
+    bool log = false;  // show the library's log lines
+};
+
+// "iio-subhal: <message>" on stderr.
+void printError(const std::string& message);
+void printWarning(const std::string& message);
+
+class Session {
+  public:
+    using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
+
+    Session();
+    // Destroys the emulated host; the library stays loaded.
+    ~Session();
+
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // Builds the host, loads the library, initializes it and fetches the sensor list. Returns
+    // kExitOk, or the code to leave with after the error was printed.
+    int open(const CommonOptions& options);
+
+    ISensorsSubHal* subHal() const { return mSubHal; }
+    ProxyCallback& callback() const { return *mCallback; }
+    const std::vector<SensorInfo>& sensors() const { return mSensors; }
+    // Null if `handle` was not published.
+    const SensorInfo* find(int32_t handle) const;
+    bool json() const { return mJson; }
+
+  private:
+    void fetchSensors();
+
+    std::unique_ptr<host::EmulatedHost> mHost;
+    ISensorsSubHal* mSubHal = nullptr;  // owned by the library
+    android::sp<ProxyCallback> mCallback;
+    std::vector<SensorInfo> mSensors;
+    bool mJson = false;
+};
+
+}  // namespace kelvane::tools

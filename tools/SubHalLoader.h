@@ -1,0 +1,20 @@
+// Loads a sub-HAL library the way the multi-HAL proxy does.
+#pragma once
+
+#include <V2_1/SubHal.h>
+
+#include <string>
+
+namespace kelvane::tools {
+
+using android::hardware::sensors::V2_1::implementation::ISensorsSubHal;
+
+// The library built beside this program: <dir of the executable>/../lib/libiio-sensors-subhal.so.
+std::string defaultLibraryPath();
+
+// dlopen()s `path` with RTLD_NOW, calls its sensorsHalGetSubHal_2_1 and accepts the sub-HAL only
+// if it reports the 2.1 sub-HAL version. The library stays loaded for the life of the process, as
+// it does in the proxy. On failure returns null with a one-line reason in *error.
+ISensorsSubHal* loadSubHal(const std::string& path, std::string* error);
+
+}  // namespace kelvane::tools
