@@ -6,6 +6,7 @@
 #include <utils/SystemClock.h>
 
 #include "tests/iio/host_fixture.h"
+#include "tests/support/debug_dump.h"
 
 namespace kelvane::sensors {
 namespace {
@@ -37,24 +38,6 @@ class EndToEndTest : public HostTest {
         return out;
     }
 
-    std::string dump() {
-        int fds[2];
-        EXPECT_EQ(pipe(fds), 0);
-        native_handle_t* nh = native_handle_create(1, 0);
-        nh->data[0] = fds[1];
-        hidl_handle handle;
-        handle.setTo(nh, false);
-        subHal->debug(handle, hidl_vec<hidl_string>{});
-        close(fds[1]);
-        native_handle_delete(nh);
-        std::string out;
-        char buf[256];
-        ssize_t n;
-        while ((n = read(fds[0], buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
-        close(fds[0]);
-        return out;
-    }
-
     std::vector<SensorInfo> list;
 };
 
@@ -71,7 +54,7 @@ TEST_F(EndToEndTest, PublishesReadySensorsOnceInHandleOrder) {
     EXPECT_EQ(std::string(again[1].name), "Light");
     EXPECT_EQ(logs.count("IioSensorSubHal: discovered 2 sensors"), 1u);
     EXPECT_EQ(logs.count("IioSensorSubHal::getSensorsList_2_1"), 2u);
-    EXPECT_EQ(dump(),
+    EXPECT_EQ(testing::readDebugDump(*subHal),
               "IioSensorSubHal:\n  sensors: 2\n  [1] Accelerometer (lid) (type 1)\n"
               "  [2] Light (type 5)\n");
 }

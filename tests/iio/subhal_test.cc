@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "IioSensorSubHal.h"
+#include "tests/support/debug_dump.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
 
@@ -28,26 +29,6 @@ using android::hardware::sensors::V2_1::Event;
 using android::hardware::sensors::V2_1::SensorType;
 using kelvane::testing::LogCapture;
 using kelvane::testing::RecordingProxyCallback;
-
-// Reads what `debug` writes through a pipe.
-std::string dumpOf(IioSensorSubHal& hal, int* callerFd = nullptr) {
-    int fds[2];
-    EXPECT_EQ(pipe(fds), 0);
-    native_handle_t* nh = native_handle_create(1, 0);
-    nh->data[0] = fds[1];
-    hidl_handle handle;
-    handle.setTo(nh, false);
-    hal.debug(handle, hidl_vec<hidl_string>{});
-    if (callerFd) *callerFd = fcntl(fds[1], F_GETFD);
-    close(fds[1]);
-    native_handle_delete(nh);
-    std::string out;
-    char buf[256];
-    ssize_t n;
-    while ((n = read(fds[0], buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
-    close(fds[0]);
-    return out;
-}
 
 class SubHalTest : public ::testing::Test {
   protected:
@@ -120,9 +101,9 @@ TEST_F(SubHalTest, RejectsHandlesThatWereNeverPublished) {
 }
 
 TEST_F(SubHalTest, DumpsAnEmptyTableAndLeavesTheCallersDescriptorOpen) {
-    int flags = -1;
-    EXPECT_EQ(dumpOf(*hal, &flags), "IioSensorSubHal:\n  sensors: 0\n");
-    EXPECT_NE(flags, -1);  // still a valid descriptor after the dump
+    bool stillOpen = false;
+    EXPECT_EQ(testing::readDebugDump(*hal, &stillOpen), "IioSensorSubHal:\n  sensors: 0\n");
+    EXPECT_TRUE(stillOpen);
 
     // No native handle, or one without descriptors: nothing is written, nothing breaks.
     hal->debug(hidl_handle(), hidl_vec<hidl_string>{});
