@@ -154,9 +154,14 @@ bool Thread::Start() {
 
 void Thread::Stop() {
     if (mThread.joinable()) {
-        if (mThread.get_id() == std::this_thread::get_id()) std::abort();  // cannot join itself
         mLoop->Quit();
-        mThread.join();
+        // Stopped from one of its own tasks (say, the process exits there): it cannot join
+        // itself, so it ends on its own once that task returns.
+        if (mThread.get_id() == std::this_thread::get_id()) {
+            mThread.detach();
+        } else {
+            mThread.join();
+        }
     } else {
         mLoop->discardQueued();
     }

@@ -1,0 +1,363 @@
+// Random host behaviour against the library: the input describes the emulated host's devices
+// (listings, channel lists, attribute values with the scale text, scripted samples, handshake
+// faults) and then a sequence of host actions and Android commands, run against a bridge driven
+// directly. Nothing waits for the 2-second enumeration check: each step is followed by a round
+// trip through the host thread and the Mojo thread, bounded in time.
+//
+// Besides the sanitizers, every event and every sensor description the library produces is
+// checked for well-formedness.
+#include <android/hardware/sensors/2.1/types.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "IioSensorBridge.h"
+#include "IioSensorEventCallback.h"
+#include "host/EmulatedHost.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/wait.h"
+#include "vel/MojoProcessSupport.h"
+
+namespace {
+
+using android::hardware::sensors::V2_1::Event;
+using android::hardware::sensors::V2_1::SensorInfo;
+using android::hardware::sensors::V2_1::SensorType;
+using kelvane::host::CloseAt;
+using kelvane::host::EmulatedHost;
+using kelvane::host::HostConfig;
+using kelvane::host::Stall;
+using kelvane::host::VirtualDevice;
+using kelvane::sensors::IioSensorBridge;
+
+constexpr size_t kMaxSteps = 32;
+
+[[noreturn]] void fail(const std::string& what) {
+    std::fprintf(stderr, "host_behaviour_fuzzer: %s\n", what.c_str());
+    std::abort();
+}
+
+// Consumes the input front to back; past its end every read yields zeros.
+class Reader {
+  public:
+    Reader(const uint8_t* data, size_t size) : mData(data), mSize(size) {}
+
+    bool empty() const { return mSize == 0; }
+    uint8_t byte() {
+        if (mSize == 0) return 0;
+        --mSize;
+        return *mData++;
+    }
+    bool flag() { return (byte() & 1) != 0; }
+    // A value in [lo, hi]; the range must be small.
+    int range(int lo, int hi) { return lo + byte() % (hi - lo + 1); }
+    template <typename T>
+    T raw() {
+        T value{};
+        uint8_t bytes[sizeof(T)] = {};
+        for (uint8_t& b : bytes) b = byte();
+        std::memcpy(&value, bytes, sizeof(T));
+        return value;
+    }
+    std::string text(size_t maxLength) {
+        size_t length = byte() % (maxLength + 1);
+        std::string s;
+        for (size_t i = 0; i < length; ++i) s.push_back(static_cast<char>(byte()));
+        return s;
+    }
+    template <typename T, size_t N>
+    const T& pick(const T (&items)[N]) {
+        return items[byte() % N];
+    }
+
+  private:
+    const uint8_t* mData;
+    size_t mSize;
+};
+
+const char* const kChannels[] = {
+    "accel_x", "accel_y",  "accel_z",     "anglvel_x",   "anglvel_y", "anglvel_z", "magn_x",
+    "magn_y",  "magn_z",   "gravity_x",   "gravity_y",   "gravity_z", "timestamp", "timestamp",
+    "Accel_x", "accel_x ", "illuminance", "illuminance", "",          "in_temp",
+};
+const char* const kScales[] = {
+    "0.5", "1",   "2.5e-3", "1e-05", "abc",  "",        " 2",   "0.5\n", "1e400", "1e-400",
+    "-0",  "nan", "inf",    "0x10",  "1.5x", "9.80665", "-1e3", ".5",    "6.",    "1e308",
+};
+const char* const kTexts[] = {"lid", "base", "", "cros-ec-accel", "camera"};
+const int32_t kTypes[] = {1, 2, 3, 5, 11, 0, 4, 6, 12, -1, 1, 2, 3, 11};
+
+std::optional<std::string> attribute(Reader& in, const char* const* vocabulary, size_t count) {
+    switch (in.range(0, 3)) {
+        case 0:
+            return std::nullopt;
+        case 1:
+            return std::string(vocabulary[in.byte() % count]);
+        default:
+            return in.text(12);
+    }
+}
+
+std::map<int32_t, int64_t> sample(Reader& in) {
+    std::map<int32_t, int64_t> s;
+    const int entries = in.range(0, 5);
+    for (int i = 0; i < entries; ++i) {
+        const int32_t key = in.flag() ? in.range(-2, 8) : in.raw<int32_t>();
+        s[key] = in.flag() ? in.range(-100, 100) : in.raw<int64_t>();
+    }
+    return s;
+}
+
+VirtualDevice virtualDevice(Reader& in) {
+    VirtualDevice d;
+    d.id = in.range(-2, 12);
+    for (int i = in.range(0, 3); i > 0; --i)
+        d.types.push_back(in.flag() ? in.pick(kTypes) : in.raw<int32_t>());
+    for (int i = in.range(0, 6); i > 0; --i) {
+        d.channels.push_back(in.range(0, 7) != 0 ? std::string(in.pick(kChannels)) : in.text(10));
+    }
+    // A key left out of the map is absent too.
+    if (in.flag()) d.attributes["name"] = attribute(in, kTexts, std::size(kTexts));
+    if (in.range(0, 7) != 0) d.attributes["scale"] = attribute(in, kScales, std::size(kScales));
+    if (in.flag()) d.attributes["location"] = attribute(in, kTexts, std::size(kTexts));
+    for (int i = in.range(0, 3); i > 0; --i) d.samples.push_back(sample(in));
+    if (in.range(0, 3) == 0) d.maxFrequency = in.raw<double>();
+    for (int i = in.range(0, 2); i > 0; --i) d.failChannels.push_back(in.range(-1, 6));
+    const uint8_t fault = in.byte();
+    if (fault >= 160) {
+        d.stall = static_cast<Stall>(fault % 4);
+        d.closeAt = static_cast<CloseAt>((fault / 4) % 5);
+    }
+    return d;
+}
+
+HostConfig hostConfig(Reader& in) {
+    HostConfig config;
+    const uint8_t version = in.byte();
+    config.bridgeVersion =
+        version < 200 ? 54 : (version < 230 ? 53 + version % 3 : in.raw<uint32_t>());
+    config.autoSetUpChannel = in.range(0, 7) != 0;
+    config.stream = false;  // samples come from the input only
+    for (int i = in.range(0, 4); i > 0; --i) config.devices.push_back(virtualDevice(in));
+    return config;
+}
+
+bool isSupportedType(SensorType type) {
+    switch (type) {
+        case SensorType::ACCELEROMETER:
+        case SensorType::MAGNETIC_FIELD:
+        case SensorType::GYROSCOPE:
+        case SensorType::LIGHT:
+        case SensorType::GRAVITY:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Checks every event on arrival, on the Mojo thread.
+class CheckingCallback : public kelvane::sensors::IioSensorEventCallback {
+  public:
+    void postSensorEvents(const std::vector<Event>& events, bool wakeup) override {
+        if (wakeup) fail("a sample event asked for the wake lock");
+        if (events.size() != 1) fail("a sample gave " + std::to_string(events.size()) + " events");
+        const Event& e = events[0];
+        if (e.sensorHandle < 1) fail("event for handle " + std::to_string(e.sensorHandle));
+        if (!isSupportedType(e.sensorType)) {
+            fail("event of type " + std::to_string(static_cast<int>(e.sensorType)));
+        }
+        const auto* payload = reinterpret_cast<const uint8_t*>(&e.u);
+        const uint8_t status = payload[12];
+        if (status != (e.sensorType == SensorType::LIGHT ? 0 : 3)) fail("wrong status byte");
+        for (size_t i = 13; i < sizeof(e.u); ++i) {
+            if (payload[i] != 0) fail("payload byte " + std::to_string(i) + " is not zero");
+        }
+        if (e.sensorType == SensorType::LIGHT && (e.u.vec3.y != 0.0f || e.u.vec3.z != 0.0f)) {
+            fail("light event with a second or third value");
+        }
+    }
+};
+
+void checkSensors(const std::vector<std::pair<int, SensorInfo>>& sensors) {
+    int previous = 0;
+    for (const auto& [handle, info] : sensors) {
+        if (handle <= previous) fail("sensor handles not ascending");
+        previous = handle;
+        if (info.sensorHandle != handle) fail("record handle differs from its key");
+        if (!isSupportedType(info.type)) fail("published an unsupported type");
+        if (std::string(info.vendor) != "Tolvik" || info.version != 1 || info.maxDelay != 200000 ||
+            !(info.maxRange > 0.0f) || info.minDelay > info.maxDelay ||
+            std::string(info.name).empty() || std::string(info.typeAsString).empty()) {
+            fail("malformed description of handle " + std::to_string(handle));
+        }
+    }
+}
+
+// One input's world: a fresh emulated host and a bridge connected to it.
+class Scenario {
+  public:
+    explicit Scenario(Reader& in) : mIn(in) {
+        HostConfig config = hostConfig(in);
+        for (const VirtualDevice& d : config.devices) mDeviceIds.push_back(d.id);
+        const bool handshake = config.bridgeVersion >= 54;
+        const bool registered = in.range(0, 15) != 0;
+        mHost = std::make_unique<EmulatedHost>(std::move(config));
+        if (registered) mHost->registerWithBridge();
+        mBridge = new IioSensorBridge(vel::MojoProcessSupport::GetInstance(), &mEvents);
+        mBridge->start();
+        if (registered && handshake) {
+            if (!mHost->waitForCall("IioSensorInstance.Init reply")) fail("handshake never ended");
+            mInstanceAlive = true;
+        }
+        settle(4);
+    }
+
+    ~Scenario() {
+        // The library goes on the Mojo thread, then the host; nothing may log after the capture.
+        if (!kelvane::testing::RunAndWait(mojoRunner(), [this] { mBridge.clear(); })) {
+            fail("the Mojo thread is stuck");
+        }
+        mHost.reset();
+        kelvane::testing::Flush(mojoRunner());
+    }
+
+    void run() {
+        for (size_t step = 0; step < kMaxSteps && !mIn.empty(); ++step) {
+            this->step();
+            if (mIn.flag()) settle();
+        }
+        settle(4);
+        checkSensors(mBridge->getSensors(0));
+    }
+
+  private:
+    static scoped_refptr<base::SingleThreadTaskRunner> mojoRunner() {
+        return vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner();
+    }
+
+    int32_t deviceId() {
+        if (mDeviceIds.empty() || mIn.range(0, 7) == 0) return mIn.range(-2, 12);
+        return mDeviceIds[mIn.byte() % mDeviceIds.size()];
+    }
+    int handle() { return mIn.range(-1, 9); }
+
+    int64_t period() {
+        static const int64_t kPeriods[] = {1000000,
+                                           20000000,
+                                           0,
+                                           -1000000000,
+                                           1,
+                                           std::numeric_limits<int64_t>::min(),
+                                           std::numeric_limits<int64_t>::max()};
+        return mIn.flag() ? mIn.pick(kPeriods) : mIn.raw<int64_t>();
+    }
+
+    void step() {
+        switch (mIn.range(0, 15)) {
+            case 0:
+                mHost->setUpChannel();
+                break;
+            case 1:
+                mHost->callInit();
+                break;
+            case 2:
+                mBridge->activate(handle(), mIn.range(0, 3) != 0);
+                break;
+            case 3:
+                mBridge->batch(handle(), period());
+                break;
+            case 4:
+            case 5: {
+                const int32_t id = deviceId();
+                mHost->pushSample(id, sample(mIn));
+                break;
+            }
+            case 6: {
+                const int32_t id = deviceId();
+                mHost->emitBurst(id, mIn.range(0, 8));
+                break;
+            }
+            case 7: {
+                const int32_t id = deviceId();
+                mHost->sendObserverError(id, mIn.flag() ? mIn.range(0, 7) : mIn.raw<int32_t>());
+                break;
+            }
+            case 8:
+                mHost->closeInstance();
+                mInstanceAlive = false;
+                break;
+            case 9:
+                mHost->closeHalClient();
+                break;
+            case 10:
+                mHost->closeIioSensorHost();
+                break;
+            case 11: {
+                const uint32_t reason = mIn.raw<uint32_t>();
+                mHost->closeService(reason, mIn.text(16));
+                break;
+            }
+            case 12:
+                mHost->closeDevice(deviceId());
+                break;
+            case 13:
+                mHost->closeObserver(deviceId());
+                break;
+            case 14:
+                checkSensors(mBridge->getSensors(0));
+                break;
+            default:
+                settle();
+                break;
+        }
+    }
+
+    // Lets the host and the library answer each other. While the host still holds the library's
+    // instance pipe, a tablet-mode change is a round trip through both threads: once the library
+    // has logged it, everything sent before it on either side has been handled. A few such trips
+    // carry the longest chain (listing, device handshake, attributes). Without that pipe, only
+    // the Mojo thread can be waited for.
+    void settle(int trips = 2) {
+        for (int i = 0; i < trips; ++i) {
+            if (!mInstanceAlive) {
+                if (!kelvane::testing::Flush(mojoRunner())) fail("the Mojo thread is stuck");
+                continue;
+            }
+            mTabletOn = !mTabletOn;
+            const std::string line =
+                std::string("IioSensorBridge: tablet mode ") + (mTabletOn ? "ON" : "OFF");
+            const size_t expected = ++mTabletLines[mTabletOn];
+            mHost->setTabletMode(mTabletOn);
+            if (!mLogs.waitFor(line, expected)) fail("a host round trip did not come back");
+        }
+    }
+
+    Reader& mIn;
+    kelvane::testing::LogCapture mLogs;  // keeps the library's lines off stderr
+    CheckingCallback mEvents;
+    std::unique_ptr<EmulatedHost> mHost;
+    android::sp<IioSensorBridge> mBridge;
+    std::vector<int32_t> mDeviceIds;
+    bool mInstanceAlive = false;
+    bool mTabletOn = false;
+    size_t mTabletLines[2] = {0, 0};
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Reader in(data, size);
+    Scenario scenario(in);
+    scenario.run();
+    return 0;
+}
