@@ -144,7 +144,8 @@ Thread::~Thread() { Stop(); }
 bool Thread::Start() {
     if (mStarted) return false;
     mStarted = true;
-    mThread = std::thread([loop = mLoop, name = mName] {
+    // The thread holds its loop: a detached thread may outlive this object.
+    mThread = std::thread([loop = scoped_refptr<Loop>(mLoop), name = mName] {
         pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
         loop->setThreadId(std::this_thread::get_id());
         loop->Run();
