@@ -68,7 +68,14 @@ void EmulatedSensorDevice::sendObserverError(int32_t errorType) {
 void EmulatedSensorDevice::pushSample(const SampleGenerator::Sample& sample) { send(sample); }
 
 void EmulatedSensorDevice::emitBurst(size_t count) {
-    for (size_t i = 0; i < count; ++i) send(mGenerator.next(mEnabled));
+    // Nothing on this thread can end the stream mid-burst, so the whole burst is counted once,
+    // before the first sample goes out, as send() counts each sample before sending it.
+    const bool live = mObserver && !mObserver.encountered_error();
+    if (live && count > 0) mLog->addSamples(mConfig.id, count);
+    for (size_t i = 0; i < count; ++i) {
+        const SampleGenerator::Sample& sample = mGenerator.next(mEnabled);
+        if (live) mObserver->OnSampleUpdated(sample);
+    }
 }
 
 void EmulatedSensorDevice::SetTimeout(uint32_t timeout) {

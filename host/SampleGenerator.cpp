@@ -108,14 +108,14 @@ const SampleGenerator::Sample& SampleGenerator::next(const std::set<int32_t>& en
     if (!mScript.empty()) {
         const std::map<int32_t, int64_t>& scripted = mScript[mNextScripted];
         mNextScripted = (mNextScripted + 1) % mScript.size();
-        for (const auto& entry : scripted) mSample.insert(entry);
+        for (const auto& entry : scripted) mSample.insert(mSample.end(), entry);
         return mSample;
     }
     const int64_t now = android::elapsedRealtimeNano();
     for (size_t i = 0; i < mWaves.size(); ++i) {
         const int32_t index = static_cast<int32_t>(i);
         if (!enabled.empty() && enabled.count(index) == 0) continue;
-        mSample.insert({index, generate(i, now)});
+        mSample.insert(mSample.end(), {index, generate(i, now)});
     }
     return mSample;
 }

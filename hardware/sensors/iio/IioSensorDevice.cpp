@@ -128,7 +128,8 @@ IioSensorDevice::IioSensorDevice(int deviceId, int handle, SensorType type,
       mSensorType(type),
       mDeviceTypes(deviceTypes.begin(), deviceTypes.end()),
       mCallback(callback),
-      mObserverBinding(this) {}
+      mObserverBinding(this),
+      mEvents(1) {}
 
 IioSensorDevice::~IioSensorDevice() {
     // No StopReadingSamples: the closed pipes tell the host.
@@ -269,8 +270,7 @@ void IioSensorDevice::OnSampleUpdated(const base::flat_map<int32_t, int64_t>& sa
     const bool threeAxis = isThreeAxis(mSensorType);
     if (!threeAxis && mSensorType != SensorType::LIGHT) return;
 
-    std::vector<Event> events(1);
-    Event& event = events[0];
+    Event& event = mEvents[0];
     std::memset(&event.u, 0, sizeof(event.u));
     event.timestamp = timestamp;
     event.sensorHandle = mHandle;
@@ -284,7 +284,7 @@ void IioSensorDevice::OnSampleUpdated(const base::flat_map<int32_t, int64_t>& sa
     } else {
         event.u.scalar = scaled(sample, mLightIndex, mScale);
     }
-    mCallback->postSensorEvents(events, false);
+    mCallback->postSensorEvents(mEvents, false);
 }
 
 }  // namespace sensors

@@ -71,6 +71,8 @@ class IioSensorDevice : public chromeos::sensors::mojom::SensorDeviceSamplesObse
     int32_t mZIndex = -1;
     int32_t mLightIndex = -1;
     int32_t mTimestampIndex = -1;
+    // The one-event vector handed to the callback, reused for every sample.
+    std::vector<android::hardware::sensors::V2_1::Event> mEvents;
 };
 
 }  // namespace sensors

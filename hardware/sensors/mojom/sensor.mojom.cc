@@ -1,5 +1,6 @@
 #include "hardware/sensors/mojom/sensor.mojom.h"
 
+#include <algorithm>
 #include <tuple>
 #include <utility>
 
@@ -146,9 +147,59 @@ using SensorDevice_GetChannelsAttributes_ProxyToResponder =
 
 // SensorDeviceSamplesObserver
 
+// The sample travels inside the message object, as a serialized map would: a typical sample (up
+// to three axes and a timestamp) makes sending allocate the message and nothing else. The object
+// stays small enough for the allocator's fast path.
 struct SensorDeviceSamplesObserver_OnSampleUpdated_Params : mojo::internal::MessagePayload {
-    base::flat_map<int32_t, int64_t> sample;
+    using Entry = std::pair<int32_t, int64_t>;
+    static constexpr size_t kInlineEntries = 4;
+    size_t size = 0;
+    Entry inline_entries[kInlineEntries];
+    std::unique_ptr<Entry[]> more_entries;  // all entries, when there are more than kInlineEntries
+
+    const Entry* begin() const {
+        return size <= kInlineEntries ? inline_entries : more_entries.get();
+    }
+    const Entry* end() const { return begin() + size; }
 };
+
+// A map for rebuilding received samples in, one per thread.
+struct SampleScratch {
+    base::flat_map<int32_t, int64_t> map;
+    bool inUse = false;
+};
+
+SampleScratch& ThreadSampleScratch() {
+    // The pointer is trivial, so the hot path is a single thread-local read; the owner frees the
+    // scratch when the thread exits.
+    thread_local SampleScratch* tScratch = nullptr;
+    if (SampleScratch* scratch = tScratch) return *scratch;
+    thread_local std::unique_ptr<SampleScratch> tOwner;
+    tOwner = std::make_unique<SampleScratch>();
+    tScratch = tOwner.get();
+    return *tScratch;
+}
+
+// Hands `sink` the sample as a map kept by this thread, so dispatching allocates nothing either.
+// A sample dispatched from inside that call gets a map of its own.
+template <typename Sink>
+void WithSampleMap(const SensorDeviceSamplesObserver_OnSampleUpdated_Params& params, Sink sink) {
+    auto fill = [&params](base::flat_map<int32_t, int64_t>& map) {
+        map.clear();
+        for (const auto& entry : params) map.insert(map.end(), entry);  // in key order: appends
+    };
+    SampleScratch& scratch = ThreadSampleScratch();
+    if (scratch.inUse) {
+        base::flat_map<int32_t, int64_t> own;
+        fill(own);
+        sink(own);
+        return;
+    }
+    fill(scratch.map);
+    scratch.inUse = true;
+    sink(scratch.map);
+    scratch.inUse = false;
+}
 
 struct SensorDeviceSamplesObserver_OnErrorOccurred_Params : mojo::internal::MessagePayload {
     ObserverErrorType type = ObserverErrorType::ALREADY_STARTED;
@@ -308,7 +359,14 @@ SensorDeviceSamplesObserverProxy::SensorDeviceSamplesObserverProxy(
 void SensorDeviceSamplesObserverProxy::OnSampleUpdated(
     const base::flat_map<int32_t, int64_t>& sample) {
     auto params = std::make_unique<SensorDeviceSamplesObserver_OnSampleUpdated_Params>();
-    params->sample = sample;
+    params->size = sample.size();
+    if (sample.size() <= params->kInlineEntries) {
+        std::copy(sample.begin(), sample.end(), params->inline_entries);
+    } else {
+        params->more_entries.reset(
+            new SensorDeviceSamplesObserver_OnSampleUpdated_Params::Entry[sample.size()]);
+        std::copy(sample.begin(), sample.end(), params->more_entries.get());
+    }
     mojo::Message message(kSensorDeviceSamplesObserver_OnSampleUpdated_Name, 0, std::move(params));
     receiver_->Accept(&message);
 }
@@ -479,7 +537,10 @@ bool SensorDeviceSamplesObserverStub::Accept(mojo::Message* message) {
         case kSensorDeviceSamplesObserver_OnSampleUpdated_Name: {
             auto* params = message->payload<SensorDeviceSamplesObserver_OnSampleUpdated_Params>();
             if (!params) return false;
-            sink_->OnSampleUpdated(params->sample);
+            SensorDeviceSamplesObserver* sink = sink_;
+            WithSampleMap(*params, [sink](const base::flat_map<int32_t, int64_t>& sample) {
+                sink->OnSampleUpdated(sample);
+            });
             return true;
         }
         case kSensorDeviceSamplesObserver_OnErrorOccurred_Name: {

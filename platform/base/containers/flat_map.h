@@ -124,11 +124,20 @@ class flat_map {
         if (it != end() && !mComp(value.first, it->first)) return {it, false};
         return {mBody.insert(it, std::move(value)), true};
     }
-    // The hint only exists for std::inserter and friends.
-    iterator insert(const_iterator /*hint*/, const value_type& value) {
+    // A hint at end() for a key above every other appends without a search, so copying a sorted
+    // range costs no lookups; any other hint is ignored.
+    iterator insert(const_iterator hint, const value_type& value) {
+        if (AppendsAt(hint, value.first)) {
+            mBody.push_back(value);
+            return std::prev(mBody.end());
+        }
         return insert(value).first;
     }
-    iterator insert(const_iterator /*hint*/, value_type&& value) {
+    iterator insert(const_iterator hint, value_type&& value) {
+        if (AppendsAt(hint, value.first)) {
+            mBody.push_back(std::move(value));
+            return std::prev(mBody.end());
+        }
         return insert(std::move(value)).first;
     }
     template <class InputIt>
@@ -255,6 +264,10 @@ class flat_map {
     friend void swap(flat_map& a, flat_map& b) noexcept { a.swap(b); }
 
   private:
+    bool AppendsAt(const_iterator hint, const key_type& key) const {
+        return hint == mBody.cend() && (mBody.empty() || mComp(mBody.back().first, key));
+    }
+
     // Elements before `unsorted` are already sorted and unique; those from `unsorted` on are
     // new. Earlier elements win over later ones with an equal key.
     void SortAndUnique(iterator unsorted) {

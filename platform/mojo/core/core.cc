@@ -13,6 +13,8 @@ namespace {
 
 // Messages dispatched per task before the drain yields to other tasks on the thread.
 constexpr int kMaxMessagesPerDrain = 64;
+// Queue storage (in items) kept across bursts; beyond it an emptied queue frees its storage.
+constexpr size_t kKeptCapacity = 1024;
 
 class HandleTable {
   public:
@@ -56,27 +58,51 @@ void ConnectPipe(const std::shared_ptr<PipeEndpoint>& a, const std::shared_ptr<P
     b->mPeer = a;
 }
 
+PipeEndpoint::Item PipeEndpoint::ItemQueue::pop() {
+    Item item = std::move(mItems[mHead++]);
+    if (mHead == mItems.size()) {
+        // Empty: start again at the front, giving back what a large burst made it grow to.
+        mHead = 0;
+        if (mItems.capacity() > kKeptCapacity) {
+            std::vector<Item>().swap(mItems);
+        } else {
+            mItems.clear();
+        }
+    } else if (mHead >= kKeptCapacity && mHead * 2 >= mItems.size()) {
+        // A queue that never runs empty still sheds what was popped.
+        mItems.erase(mItems.begin(), mItems.begin() + static_cast<std::ptrdiff_t>(mHead));
+        mHead = 0;
+    }
+    return item;
+}
+
+std::vector<PipeEndpoint::Item> PipeEndpoint::ItemQueue::take() {
+    std::vector<Item> items;
+    items.swap(mItems);  // the popped ones at its front are empty shells
+    mHead = 0;
+    return items;
+}
+
 void PipeEndpoint::Attach(scoped_refptr<base::SequencedTaskRunner> runner, EndpointClient* client) {
     std::lock_guard<std::mutex> lock(mMutex);
+    std::lock_guard<std::mutex> pendingLock(mPendingMutex);
     mRunner = std::move(runner);
     mClient = client;
-    ++mGeneration;
     mDrainScheduled = false;
-    if (!mQueue.empty()) ScheduleDrainLocked();
+    if (!mPending.empty() || !mIncoming.empty()) ScheduleDrainLocked();
 }
 
 void PipeEndpoint::Detach() {
     std::lock_guard<std::mutex> lock(mMutex);
+    std::lock_guard<std::mutex> pendingLock(mPendingMutex);
     mClient = nullptr;
     mRunner = nullptr;
-    ++mGeneration;
     mDrainScheduled = false;
 }
 
 bool PipeEndpoint::WriteToPeer(Message message) {
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        if (mClosed || mPeerClosed) return false;
+    if (mClosed.load(std::memory_order_acquire) || mPeerClosed.load(std::memory_order_acquire)) {
+        return false;
     }
     std::shared_ptr<PipeEndpoint> peer = mPeer.lock();
     if (!peer) return false;
@@ -87,74 +113,89 @@ bool PipeEndpoint::WriteToPeer(Message message) {
 
 bool PipeEndpoint::Enqueue(Item item) {
     std::unique_lock<std::mutex> lock(mMutex);
-    if (mClosed) {
+    if (mClosed.load(std::memory_order_relaxed)) {
         lock.unlock();
         return false;  // `item` (and any handle it carries) is destroyed outside the lock
     }
-    if (item.peerClosed) mPeerClosed = true;
-    mQueue.push_back(std::move(item));
+    if (item.closed) mPeerClosed.store(true, std::memory_order_release);
+    mIncoming.push(std::move(item));
     if (mRunner && !mDrainScheduled) ScheduleDrainLocked();
     return true;
 }
 
 void PipeEndpoint::ScheduleDrainLocked() {
+    if (mDrainTask.is_null()) {
+        mDrainTask = base::BindRepeating(
+            [](const std::weak_ptr<PipeEndpoint>& weak) {
+                // Gone means closed and unowned: nothing is left to dispatch.
+                if (std::shared_ptr<PipeEndpoint> self = weak.lock()) self->Drain();
+            },
+            weak_from_this());
+    }
     mDrainScheduled = true;
-    mRunner->PostTask(FROM_HERE,
-                      base::BindOnce(&PipeEndpoint::Drain, shared_from_this(), mGeneration));
+    mRunner->PostTask(FROM_HERE, mDrainTask);
 }
 
-void PipeEndpoint::Drain(uint64_t generation) {
+void PipeEndpoint::Drain() {
     for (int i = 0; i < kMaxMessagesPerDrain; ++i) {
         Item item;
         EndpointClient* client;
         {
-            std::lock_guard<std::mutex> lock(mMutex);
-            // A detach or re-attach since this drain was posted makes it stale.
-            if (generation != mGeneration || !mClient) return;
-            if (mQueue.empty()) {
-                mDrainScheduled = false;
-                return;
+            std::unique_lock<std::mutex> pendingLock(mPendingMutex);
+            // Detached, or attached elsewhere since this drain was posted: the current
+            // attachment, if any, has a drain of its own on its own runner.
+            if (!DrainIsCurrent()) return;
+            if (mPending.empty()) {
+                // Take the whole batch that arrived meanwhile.
+                pendingLock.unlock();
+                std::lock_guard<std::mutex> lock(mMutex);
+                pendingLock.lock();
+                if (!DrainIsCurrent()) return;
+                if (mIncoming.empty()) {
+                    mDrainScheduled = false;
+                    return;
+                }
+                mPending.swap(mIncoming);
             }
-            item = std::move(mQueue.front());
-            mQueue.pop_front();
+            item = mPending.pop();
             client = mClient;
         }
         // The client may destroy itself (and detach) while handling the item.
-        if (item.peerClosed) {
-            client->OnPeerClosed(item.reason, item.description);
+        if (item.closed) {
+            client->OnPeerClosed(item.closed->reason, item.closed->description);
         } else {
             client->OnMessage(std::move(item.message));
         }
     }
     std::lock_guard<std::mutex> lock(mMutex);
-    if (generation == mGeneration && mClient) ScheduleDrainLocked();
+    if (DrainIsCurrent()) ScheduleDrainLocked();
 }
 
 void PipeEndpoint::Close(uint32_t reason, const std::string& description) {
-    std::deque<Item> dropped;
+    std::vector<Item> droppedPending;
+    std::vector<Item> droppedIncoming;
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        if (mClosed) return;
-        mClosed = true;
+        std::lock_guard<std::mutex> pendingLock(mPendingMutex);
+        if (mClosed.load(std::memory_order_relaxed)) return;
+        mClosed.store(true, std::memory_order_release);
         mClient = nullptr;
         mRunner = nullptr;
-        ++mGeneration;
-        dropped.swap(mQueue);
+        droppedPending = mPending.take();
+        droppedIncoming = mIncoming.take();
     }
     if (std::shared_ptr<PipeEndpoint> peer = mPeer.lock()) {
         Item item;
-        item.peerClosed = true;
-        item.reason = reason;
-        item.description = description;
+        item.closed = std::make_unique<CloseNote>();
+        item.closed->reason = reason;
+        item.closed->description = description;
         peer->Enqueue(std::move(item));
     }
-    // `dropped` goes here, outside every lock: handles inside messages close their own pipes.
+    // What was dropped goes here, outside every lock: handles inside messages close their own
+    // pipes.
 }
 
-bool PipeEndpoint::PeerClosed() const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mPeerClosed;
-}
+bool PipeEndpoint::PeerClosed() const { return mPeerClosed.load(std::memory_order_acquire); }
 
 std::shared_ptr<PipeEndpoint> GetEndpoint(MojoHandle handle) { return Handles().Get(handle); }
 

@@ -2,11 +2,13 @@
 // once attached to a task runner, dispatches it there one message at a time, in order.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "base/task_runner.h"
 #include "mojo/public/c/system/message_pipe.h"
@@ -43,28 +45,61 @@ class PipeEndpoint : public std::enable_shared_from_this<PipeEndpoint> {
   private:
     friend void ConnectPipe(const std::shared_ptr<PipeEndpoint>&,
                             const std::shared_ptr<PipeEndpoint>&);
-    struct Item {
-        Message message;
-        bool peerClosed = false;
+    // What a closing peer leaves behind it.
+    struct CloseNote {
         uint32_t reason = 0;
         std::string description;
+    };
+    // A message, or the peer's close when `closed` is set.
+    struct Item {
+        Message message;
+        std::unique_ptr<CloseNote> closed;
+    };
+    // First in, first out, over a vector that keeps its storage: a steady stream of messages
+    // allocates nothing here.
+    class ItemQueue {
+      public:
+        bool empty() const { return mHead == mItems.size(); }
+        void push(Item item) { mItems.push_back(std::move(item)); }
+        Item pop();
+        void swap(ItemQueue& other) {
+            mItems.swap(other.mItems);
+            std::swap(mHead, other.mHead);
+        }
+        // Hands over every item (in order) and leaves this empty.
+        std::vector<Item> take();
+
+      private:
+        std::vector<Item> mItems;
+        size_t mHead = 0;  // items before it were popped
     };
 
     // Queues an item from the peer. False if this end is closed.
     bool Enqueue(Item item);
     void ScheduleDrainLocked();
-    void Drain(uint64_t generation);
+    void Drain();
+    // Whether a drain running now on the calling thread is the current one. Needs either mutex.
+    bool DrainIsCurrent() const { return mClient && mRunner->RunsTasksInCurrentSequence(); }
 
     std::weak_ptr<PipeEndpoint> mPeer;  // set once at creation
 
+    // Senders and the drain meet only on mMutex, and the drain takes it once per batch: it moves
+    // everything that arrived into mPending, then dispatches from there under mPendingMutex,
+    // which no sender takes. The queue is mPending followed by mIncoming.
+    // Lock order: mMutex, then mPendingMutex.
     mutable std::mutex mMutex;
-    std::deque<Item> mQueue;                           // guarded by mMutex
-    scoped_refptr<base::SequencedTaskRunner> mRunner;  // guarded by mMutex
-    EndpointClient* mClient = nullptr;                 // guarded by mMutex
-    uint64_t mGeneration = 0;                          // guarded by mMutex: bumped per attach
-    bool mDrainScheduled = false;                      // guarded by mMutex
-    bool mClosed = false;                              // guarded by mMutex
-    bool mPeerClosed = false;                          // guarded by mMutex
+    std::mutex mPendingMutex;
+    ItemQueue mIncoming;  // guarded by mMutex
+    ItemQueue mPending;   // guarded by mPendingMutex
+    // Written under both mutexes, read under either.
+    scoped_refptr<base::SequencedTaskRunner> mRunner;
+    EndpointClient* mClient = nullptr;
+    // Posted for every drain; it holds this end weakly, so posting allocates nothing.
+    base::RepeatingClosure mDrainTask;  // guarded by mMutex; made on first use
+    bool mDrainScheduled = false;       // guarded by mMutex
+    // Written under mMutex; read without it by senders, who only need a recent value.
+    std::atomic<bool> mClosed{false};
+    std::atomic<bool> mPeerClosed{false};
 };
 
 // The endpoint behind a handle, or null for an invalid or closed handle.
