@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "IioSensorSubHal.h"
-#include "host/EmulatedHost.h"
+#include "host/emulated/EmulatedHost.h"
 
 namespace kelvane::bench {
 

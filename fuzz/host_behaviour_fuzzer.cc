@@ -23,7 +23,7 @@
 
 #include "IioSensorBridge.h"
 #include "IioSensorEventCallback.h"
-#include "host/EmulatedHost.h"
+#include "host/emulated/EmulatedHost.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/wait.h"
 #include "vel/MojoProcessSupport.h"

@@ -7,8 +7,8 @@
 #include <set>
 #include <utility>
 
-#include "host/EmulatedHost.h"
-#include "host/HostDescription.h"
+#include "host/emulated/EmulatedHost.h"
+#include "host/emulated/HostDescription.h"
 
 namespace kelvane::tools {
 

@@ -9,7 +9,7 @@
 
 #include <V2_1/SubHal.h>
 
-#include "host/EmulatedHost.h"
+#include "host/emulated/EmulatedHost.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
 

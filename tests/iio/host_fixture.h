@@ -11,7 +11,7 @@
 
 #include "IioSensorBridge.h"
 #include "IioSensorSubHal.h"
-#include "host/EmulatedHost.h"
+#include "host/emulated/EmulatedHost.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
 #include "tests/support/wait.h"

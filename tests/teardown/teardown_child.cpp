@@ -22,8 +22,8 @@
 #include <thread>
 #include <vector>
 
-#include "host/EmulatedHost.h"
-#include "host/HostDescription.h"
+#include "host/emulated/EmulatedHost.h"
+#include "host/emulated/HostDescription.h"
 
 namespace {
 

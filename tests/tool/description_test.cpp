@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string>
 
-#include "host/HostDescription.h"
+#include "host/emulated/HostDescription.h"
 
 namespace kelvane::host {
 namespace {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/containers/flat_map.h"
-#include "host/VirtualDevice.h"
+#include "host/emulated/VirtualDevice.h"
 
 namespace kelvane::host {
 

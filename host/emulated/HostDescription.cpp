@@ -1,4 +1,4 @@
-#include "host/HostDescription.h"
+#include "host/emulated/HostDescription.h"
 
 #include <cerrno>
 #include <cmath>

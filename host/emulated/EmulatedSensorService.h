@@ -10,9 +10,9 @@
 
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/CallLog.h"
-#include "host/EmulatedSensorDevice.h"
-#include "host/VirtualDevice.h"
+#include "host/common/CallLog.h"
+#include "host/emulated/EmulatedSensorDevice.h"
+#include "host/emulated/VirtualDevice.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host {

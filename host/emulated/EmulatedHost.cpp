@@ -1,4 +1,4 @@
-#include "host/EmulatedHost.h"
+#include "host/emulated/EmulatedHost.h"
 
 #include <algorithm>
 #include <future>
@@ -7,9 +7,9 @@
 #include "base/bind.h"
 #include "base/location.h"
 #include "base/time/time.h"
-#include "host/EmulatedSensorDevice.h"
-#include "host/EmulatedSensorService.h"
-#include "host/TaskDelay.h"
+#include "host/emulated/EmulatedSensorDevice.h"
+#include "host/emulated/EmulatedSensorService.h"
+#include "host/common/TaskDelay.h"
 #include "mojo/public/cpp/bindings/interface_ptr.h"
 #include "vel/VelHostRegistry.h"
 

@@ -1,4 +1,4 @@
-#include "host/EmulatedSensorDevice.h"
+#include "host/emulated/EmulatedSensorDevice.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,7 +8,7 @@
 #include "base/bind.h"
 #include "base/location.h"
 #include "base/optional.h"
-#include "host/TaskDelay.h"
+#include "host/common/TaskDelay.h"
 
 namespace kelvane::host {
 

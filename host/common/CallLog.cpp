@@ -1,4 +1,4 @@
-#include "host/CallLog.h"
+#include "host/common/CallLog.h"
 
 #include <algorithm>
 

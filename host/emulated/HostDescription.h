@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "host/VirtualDevice.h"
+#include "host/emulated/VirtualDevice.h"
 
 namespace kelvane::host {
 

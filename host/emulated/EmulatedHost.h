@@ -16,8 +16,8 @@
 #include "base/threading/thread.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "hardware/sensors/mojom/vel.mojom.h"
-#include "host/CallLog.h"
-#include "host/VirtualDevice.h"
+#include "host/common/CallLog.h"
+#include "host/emulated/VirtualDevice.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host {

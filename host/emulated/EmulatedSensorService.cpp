@@ -1,4 +1,4 @@
-#include "host/EmulatedSensorService.h"
+#include "host/emulated/EmulatedSensorService.h"
 
 #include <algorithm>
 

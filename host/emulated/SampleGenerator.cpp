@@ -1,4 +1,4 @@
-#include "host/SampleGenerator.h"
+#include "host/emulated/SampleGenerator.h"
 
 #include <utils/SystemClock.h>
 
