@@ -13,7 +13,7 @@
 #include "SubHalLoader.h"
 
 namespace kelvane::host {
-class EmulatedHost;
+class Host;
 }
 
 namespace kelvane::tools {
@@ -60,7 +60,7 @@ class Session {
   private:
     void fetchSensors();
 
-    std::unique_ptr<host::EmulatedHost> mHost;
+    std::unique_ptr<host::Host> mHost;
     ISensorsSubHal* mSubHal = nullptr;  // owned by the library
     android::sp<ProxyCallback> mCallback;
     std::vector<SensorInfo> mSensors;

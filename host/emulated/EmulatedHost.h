@@ -17,6 +17,7 @@
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "hardware/sensors/mojom/vel.mojom.h"
 #include "host/common/CallLog.h"
+#include "host/common/Host.h"
 #include "host/emulated/VirtualDevice.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
@@ -28,7 +29,9 @@ class EmulatedSensorService;
 // Every call returns at once: the work is posted to the host thread. What the host saw is kept as
 // entries such as "SensorService.GetDevice 3" or "error SensorDevice[3]", readable from any
 // thread.
-class EmulatedHost : private vel::mojom::VelBridgeHost, private vel::mojom::IioSensorHost {
+class EmulatedHost : public Host,
+                     private vel::mojom::VelBridgeHost,
+                     private vel::mojom::IioSensorHost {
   public:
     explicit EmulatedHost(HostConfig config);  // starts the host thread; does not register yet
     // Unregisters, destroys every endpoint on the host thread, then stops it.
@@ -37,7 +40,8 @@ class EmulatedHost : private vel::mojom::VelBridgeHost, private vel::mojom::IioS
     EmulatedHost& operator=(const EmulatedHost&) = delete;
 
     // Offers this host to the process's container bridge at config.bridgeVersion.
-    void registerWithBridge();
+    void registerWithBridge() override;
+    const CallLog& log() const override { return mLog; }
 
     // Calls toward the client.
     void setUpChannel();  // SetUpChannel with a new SensorService over the configured devices

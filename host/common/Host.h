@@ -1,0 +1,21 @@
+// A Chrome OS host backend as the tool sees it: it offers itself to the process's container bridge
+// and then serves the client on its own thread(s), keeping a log of what it saw and did.
+#pragma once
+
+#include "host/common/CallLog.h"
+
+namespace kelvane::host {
+
+class Host {
+  public:
+    // Stops serving: unregisters and closes every endpoint before it returns.
+    virtual ~Host() = default;
+
+    // Offers this host to the process's container bridge. Returns at once.
+    virtual void registerWithBridge() = 0;
+
+    // What the host saw and did; readable from any thread.
+    virtual const CallLog& log() const = 0;
+};
+
+}  // namespace kelvane::host
