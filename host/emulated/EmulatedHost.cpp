@@ -7,23 +7,27 @@
 #include "base/bind.h"
 #include "base/location.h"
 #include "base/time/time.h"
+#include "host/common/TaskDelay.h"
 #include "host/emulated/EmulatedSensorDevice.h"
 #include "host/emulated/EmulatedSensorService.h"
-#include "host/common/TaskDelay.h"
-#include "mojo/public/cpp/bindings/interface_ptr.h"
-#include "vel/VelHostRegistry.h"
 
 namespace kelvane::host {
 
 namespace mojom = chromeos::sensors::mojom;
 
 EmulatedHost::EmulatedHost(HostConfig config)
-    : mConfig(std::move(config)), mThread("emulated-host"), mRunner(mThread.task_runner()) {
+    : mConfig(std::move(config)),
+      mThread("emulated-host"),
+      mRunner(mThread.task_runner()),
+      mConnection(
+          mConfig.bridgeVersion, &mLog, mRunner,
+          [this](mojom::SensorServiceRequest request) { bindService(std::move(request)); },
+          mConfig.autoSetUpChannel) {
     mThread.Start();
 }
 
 EmulatedHost::~EmulatedHost() {
-    if (mRegistered.exchange(false)) vel::VelHostRegistry::unregisterHost();
+    mConnection.unregister();
     std::promise<void> done;
     std::future<void> tornDown = done.get_future();
     const bool posted =
@@ -38,30 +42,22 @@ EmulatedHost::~EmulatedHost() {
 }
 
 template <typename Method, typename... Args>
+void EmulatedHost::postToConnection(Method method, Args... args) {
+    mRunner->PostTask(FROM_HERE,
+                      base::BindOnce(method, base::Unretained(&mConnection), std::move(args)...));
+}
+
+template <typename Method, typename... Args>
 void EmulatedHost::post(Method method, Args... args) {
     mRunner->PostTask(FROM_HERE,
                       base::BindOnce(method, base::Unretained(this), std::move(args)...));
 }
 
-void EmulatedHost::registerWithBridge() {
-    mRegistered = true;
-    // Runs on the Mojo thread, possibly late: it only posts, and a post after the host thread
-    // stopped is refused, so the host is never touched once gone.
-    vel::VelHostRegistry::registerHost(
-        mConfig.bridgeVersion,
-        base::BindRepeating(
-            [](scoped_refptr<base::SingleThreadTaskRunner> runner, EmulatedHost* host,
-               vel::mojom::VelBridgeHostRequest request) {
-                runner->PostTask(FROM_HERE,
-                                 base::BindOnce(&EmulatedHost::bindBridge, base::Unretained(host),
-                                                std::move(request)));
-            },
-            mRunner, this));
-}
+void EmulatedHost::registerWithBridge() { mConnection.registerWithBridge(); }
 
-void EmulatedHost::setUpChannel() { post(&EmulatedHost::doSetUpChannel); }
-void EmulatedHost::callInit() { post(&EmulatedHost::doCallInit); }
-void EmulatedHost::setTabletMode(bool on) { post(&EmulatedHost::doSetTabletMode, on); }
+void EmulatedHost::setUpChannel() { postToConnection(&HostConnection::setUpChannel); }
+void EmulatedHost::callInit() { postToConnection(&HostConnection::callInit); }
+void EmulatedHost::setTabletMode(bool on) { postToConnection(&HostConnection::setTabletMode, on); }
 void EmulatedHost::sendObserverError(int32_t device, int32_t errorType) {
     post(&EmulatedHost::doSendObserverError, device, errorType);
 }
@@ -71,9 +67,9 @@ void EmulatedHost::pushSample(int32_t device, std::map<int32_t, int64_t> sample)
 void EmulatedHost::emitBurst(int32_t device, size_t count) {
     post(&EmulatedHost::doEmitBurst, device, count);
 }
-void EmulatedHost::closeInstance() { post(&EmulatedHost::doCloseInstance); }
-void EmulatedHost::closeHalClient() { post(&EmulatedHost::doCloseHalClient); }
-void EmulatedHost::closeIioSensorHost() { post(&EmulatedHost::doCloseIioSensorHost); }
+void EmulatedHost::closeInstance() { postToConnection(&HostConnection::closeInstance); }
+void EmulatedHost::closeHalClient() { postToConnection(&HostConnection::closeHalClient); }
+void EmulatedHost::closeIioSensorHost() { postToConnection(&HostConnection::closeIioSensorHost); }
 void EmulatedHost::closeService(uint32_t reason, const std::string& description) {
     post(&EmulatedHost::doCloseService, reason, description);
 }
@@ -100,52 +96,9 @@ size_t EmulatedHost::samplesSent(int32_t device) const { return mLog.samplesSent
 double EmulatedHost::frequency(int32_t device) const { return mLog.frequency(device); }
 bool EmulatedHost::streaming(int32_t device) const { return mLog.streaming(device); }
 
-void EmulatedHost::bindBridge(vel::mojom::VelBridgeHostRequest request) {
-    if (mShutDown) return;  // a connection that raced the destructor: closed unanswered
-    auto binding = std::make_unique<mojo::Binding<vel::mojom::VelBridgeHost>>(
-        static_cast<vel::mojom::VelBridgeHost*>(this), std::move(request));
-    binding->set_connection_error_handler(base::BindOnce(
-        &EmulatedHost::recordError, base::Unretained(this), std::string("VelBridgeHost")));
-    mBridges.push_back(std::move(binding));
-}
-
-void EmulatedHost::OnIioSensorInstanceReady(vel::mojom::IioSensorInstancePtr instance) {
-    mLog.record("VelBridgeHost.OnIioSensorInstanceReady");
-    mInstance = std::move(instance);
-    mInstance.set_connection_error_handler(base::BindOnce(
-        &EmulatedHost::recordError, base::Unretained(this), std::string("IioSensorInstance")));
-    doCallInit();
-}
-
-void EmulatedHost::doCallInit() {
-    if (!mInstance || mInstance.encountered_error()) return;
-    vel::mojom::IioSensorHostPtr hostPtr;
-    auto binding = std::make_unique<mojo::Binding<vel::mojom::IioSensorHost>>(
-        static_cast<vel::mojom::IioSensorHost*>(this), mojo::MakeRequest(&hostPtr));
-    binding->set_connection_error_handler(base::BindOnce(
-        &EmulatedHost::recordError, base::Unretained(this), std::string("IioSensorHost")));
-    mIioSensorHosts.push_back(std::move(binding));
-    mLog.record("IioSensorInstance.Init");
-    mInstance->Init(std::move(hostPtr),
-                    base::BindRepeating(
-                        [](CallLog* log) { log->record("IioSensorInstance.Init reply"); }, &mLog));
-}
-
-void EmulatedHost::RegisterSensorHalClient(mojom::SensorHalClientPtr client) {
-    mLog.record("IioSensorHost.RegisterSensorHalClient");
-    mHalClient = std::move(client);
-    mHalClient.set_connection_error_handler(base::BindOnce(
-        &EmulatedHost::recordError, base::Unretained(this), std::string("SensorHalClient")));
-    if (mConfig.autoSetUpChannel) doSetUpChannel();
-}
-
-void EmulatedHost::doSetUpChannel() {
-    if (!mHalClient || mHalClient.encountered_error()) return;
-    mojom::SensorServicePtr service;
-    mServices.push_back(std::make_unique<EmulatedSensorService>(&mConfig, &mLog, mRunner,
-                                                                mojo::MakeRequest(&service)));
-    mLog.record("SensorHalClient.SetUpChannel");
-    mHalClient->SetUpChannel(std::move(service));
+void EmulatedHost::bindService(mojom::SensorServiceRequest request) {
+    mServices.push_back(
+        std::make_unique<EmulatedSensorService>(&mConfig, &mLog, mRunner, std::move(request)));
     for (const TimelineEvent& event : mConfig.timeline) {
         mRunner->PostDelayedTask(
             FROM_HERE,
@@ -166,13 +119,9 @@ void EmulatedHost::runTimelineEvent(TimelineEvent event) {
             doCloseService(event.reason, event.description);
             break;
         case TimelineAction::kTabletMode:
-            doSetTabletMode(event.on);
+            mConnection.setTabletMode(event.on);
             break;
     }
-}
-
-void EmulatedHost::doSetTabletMode(bool on) {
-    if (mInstance) mInstance->OnTabletModeChanged(on);
 }
 
 void EmulatedHost::doSendObserverError(int32_t device, int32_t errorType) {
@@ -186,13 +135,6 @@ void EmulatedHost::doPushSample(int32_t device, std::map<int32_t, int64_t> sampl
 
 void EmulatedHost::doEmitBurst(int32_t device, size_t count) {
     forEachDevice(device, [count](EmulatedSensorDevice& d) { d.emitBurst(count); });
-}
-
-void EmulatedHost::doCloseInstance() { mInstance.reset(); }
-void EmulatedHost::doCloseHalClient() { mHalClient.reset(); }
-
-void EmulatedHost::doCloseIioSensorHost() {
-    for (auto& binding : mIioSensorHosts) binding->Close();
 }
 
 void EmulatedHost::doCloseService(uint32_t reason, std::string description) {
@@ -214,15 +156,9 @@ void EmulatedHost::forEachDevice(int32_t device,
     }
 }
 
-void EmulatedHost::recordError(const std::string& what) { mLog.record("error " + what); }
-
 void EmulatedHost::teardown() {
-    mShutDown = true;
     mServices.clear();
-    mHalClient.reset();
-    mIioSensorHosts.clear();
-    mInstance.reset();
-    mBridges.clear();
+    mConnection.shutDown();
 }
 
 }  // namespace kelvane::host

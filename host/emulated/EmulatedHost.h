@@ -2,7 +2,6 @@
 // own thread, with fault injection, and records what it was asked.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -15,11 +14,10 @@
 #include "base/single_thread_task_runner.h"
 #include "base/threading/thread.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "hardware/sensors/mojom/vel.mojom.h"
 #include "host/common/CallLog.h"
 #include "host/common/Host.h"
+#include "host/common/HostConnection.h"
 #include "host/emulated/VirtualDevice.h"
-#include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host {
 
@@ -29,9 +27,7 @@ class EmulatedSensorService;
 // Every call returns at once: the work is posted to the host thread. What the host saw is kept as
 // entries such as "SensorService.GetDevice 3" or "error SensorDevice[3]", readable from any
 // thread.
-class EmulatedHost : public Host,
-                     private vel::mojom::VelBridgeHost,
-                     private vel::mojom::IioSensorHost {
+class EmulatedHost : public Host {
   public:
     explicit EmulatedHost(HostConfig config);  // starts the host thread; does not register yet
     // Unregisters, destroys every endpoint on the host thread, then stops it.
@@ -71,46 +67,31 @@ class EmulatedHost : public Host,
     bool streaming(int32_t device) const;
 
   private:
-    // vel::mojom::VelBridgeHost
-    void OnIioSensorInstanceReady(vel::mojom::IioSensorInstancePtr instance) override;
-    // vel::mojom::IioSensorHost
-    void RegisterSensorHalClient(chromeos::sensors::mojom::SensorHalClientPtr client) override;
-
     // Host thread.
     template <typename Method, typename... Args>
     void post(Method method, Args... args);
-    void bindBridge(vel::mojom::VelBridgeHostRequest request);
-    void doSetUpChannel();
-    void doCallInit();
-    void doSetTabletMode(bool on);
+    template <typename Method, typename... Args>
+    void postToConnection(Method method, Args... args);
+    void bindService(chromeos::sensors::mojom::SensorServiceRequest request);
     void doSendObserverError(int32_t device, int32_t errorType);
     void doPushSample(int32_t device, std::map<int32_t, int64_t> sample);
     void doEmitBurst(int32_t device, size_t count);
-    void doCloseInstance();
-    void doCloseHalClient();
-    void doCloseIioSensorHost();
     void doCloseService(uint32_t reason, std::string description);
     void doCloseDevice(int32_t device);
     void doCloseObserver(int32_t device);
     void runTimelineEvent(TimelineEvent event);
     void forEachDevice(int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn);
-    void recordError(const std::string& what);
     void teardown();
 
     const HostConfig mConfig;
     CallLog mLog;
-    std::atomic<bool> mRegistered{false};
 
     // Host thread only. The thread is stopped before any of these goes.
-    bool mShutDown = false;
-    std::vector<std::unique_ptr<mojo::Binding<vel::mojom::VelBridgeHost>>> mBridges;
-    vel::mojom::IioSensorInstancePtr mInstance;
-    std::vector<std::unique_ptr<mojo::Binding<vel::mojom::IioSensorHost>>> mIioSensorHosts;
-    chromeos::sensors::mojom::SensorHalClientPtr mHalClient;
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
 
     base::Thread mThread;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
+    HostConnection mConnection;  // used on the host thread
 };
 
 }  // namespace kelvane::host

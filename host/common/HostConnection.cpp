@@ -1,0 +1,119 @@
+#include "host/common/HostConnection.h"
+
+#include <utility>
+
+#include "base/bind.h"
+#include "base/location.h"
+#include "mojo/public/cpp/bindings/interface_ptr.h"
+#include "vel/VelHostRegistry.h"
+
+namespace kelvane::host {
+
+namespace mojom = chromeos::sensors::mojom;
+
+HostConnection::HostConnection(uint32_t bridgeVersion, CallLog* log,
+                               scoped_refptr<base::SingleThreadTaskRunner> runner,
+                               ServiceBinder bindService, bool autoSetUpChannel)
+    : mBridgeVersion(bridgeVersion),
+      mLog(log),
+      mRunner(std::move(runner)),
+      mBindService(std::move(bindService)),
+      mAutoSetUpChannel(autoSetUpChannel) {}
+
+HostConnection::~HostConnection() { unregister(); }
+
+void HostConnection::setServiceInterposer(ServiceInterposer interposer) {
+    mInterposer = std::move(interposer);
+}
+
+void HostConnection::registerWithBridge() {
+    mRegistered = true;
+    // Runs on the Mojo thread, possibly late: it only posts, and a post after the host thread
+    // stopped is refused, so the connection is never touched once gone.
+    vel::VelHostRegistry::registerHost(
+        mBridgeVersion,
+        base::BindRepeating(
+            [](scoped_refptr<base::SingleThreadTaskRunner> runner, HostConnection* connection,
+               vel::mojom::VelBridgeHostRequest request) {
+                runner->PostTask(FROM_HERE,
+                                 base::BindOnce(&HostConnection::bindBridge,
+                                                base::Unretained(connection), std::move(request)));
+            },
+            mRunner, this));
+}
+
+void HostConnection::unregister() {
+    if (mRegistered.exchange(false)) vel::VelHostRegistry::unregisterHost();
+}
+
+void HostConnection::bindBridge(vel::mojom::VelBridgeHostRequest request) {
+    if (mShutDown) return;  // a connection that raced the shutdown: closed unanswered
+    auto binding = std::make_unique<mojo::Binding<vel::mojom::VelBridgeHost>>(
+        static_cast<vel::mojom::VelBridgeHost*>(this), std::move(request));
+    binding->set_connection_error_handler(base::BindOnce(
+        &HostConnection::recordError, base::Unretained(this), std::string("VelBridgeHost")));
+    mBridges.push_back(std::move(binding));
+}
+
+void HostConnection::OnIioSensorInstanceReady(vel::mojom::IioSensorInstancePtr instance) {
+    mLog->record("VelBridgeHost.OnIioSensorInstanceReady");
+    mInstance = std::move(instance);
+    mInstance.set_connection_error_handler(base::BindOnce(
+        &HostConnection::recordError, base::Unretained(this), std::string("IioSensorInstance")));
+    callInit();
+}
+
+void HostConnection::callInit() {
+    if (!mInstance || mInstance.encountered_error()) return;
+    vel::mojom::IioSensorHostPtr hostPtr;
+    auto binding = std::make_unique<mojo::Binding<vel::mojom::IioSensorHost>>(
+        static_cast<vel::mojom::IioSensorHost*>(this), mojo::MakeRequest(&hostPtr));
+    binding->set_connection_error_handler(base::BindOnce(
+        &HostConnection::recordError, base::Unretained(this), std::string("IioSensorHost")));
+    mIioSensorHosts.push_back(std::move(binding));
+    mLog->record("IioSensorInstance.Init");
+    mInstance->Init(std::move(hostPtr),
+                    base::BindRepeating(
+                        [](CallLog* log) { log->record("IioSensorInstance.Init reply"); }, mLog));
+}
+
+void HostConnection::RegisterSensorHalClient(mojom::SensorHalClientPtr client) {
+    mLog->record("IioSensorHost.RegisterSensorHalClient");
+    mHalClient = std::move(client);
+    mHalClient.set_connection_error_handler(base::BindOnce(
+        &HostConnection::recordError, base::Unretained(this), std::string("SensorHalClient")));
+    if (mAutoSetUpChannel) setUpChannel();
+}
+
+void HostConnection::setUpChannel() {
+    if (!mHalClient || mHalClient.encountered_error()) return;
+    // The one place where the service pipe handed to the client is made.
+    mojom::SensorServicePtr service;
+    mBindService(mojo::MakeRequest(&service));
+    if (mInterposer) service = mInterposer(std::move(service));
+    mLog->record("SensorHalClient.SetUpChannel");
+    mHalClient->SetUpChannel(std::move(service));
+}
+
+void HostConnection::setTabletMode(bool on) {
+    if (mInstance) mInstance->OnTabletModeChanged(on);
+}
+
+void HostConnection::closeInstance() { mInstance.reset(); }
+void HostConnection::closeHalClient() { mHalClient.reset(); }
+
+void HostConnection::closeIioSensorHost() {
+    for (auto& binding : mIioSensorHosts) binding->Close();
+}
+
+void HostConnection::shutDown() {
+    mShutDown = true;
+    mHalClient.reset();
+    mIioSensorHosts.clear();
+    mInstance.reset();
+    mBridges.clear();
+}
+
+void HostConnection::recordError(const std::string& what) { mLog->record("error " + what); }
+
+}  // namespace kelvane::host

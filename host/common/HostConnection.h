@@ -1,0 +1,83 @@
+// The connection every host backend makes with the container: it offers itself to the process's
+// container bridge, answers the sensors instance with Init, takes the client's
+// RegisterSensorHalClient and hands that client a SensorService from the backend.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/single_thread_task_runner.h"
+#include "hardware/sensors/mojom/sensor.mojom.h"
+#include "hardware/sensors/mojom/vel.mojom.h"
+#include "host/common/CallLog.h"
+#include "mojo/public/cpp/bindings/binding.h"
+
+namespace kelvane::host {
+
+// Lives on the host thread: everything but registerWithBridge()/unregister() runs there. The
+// owner stops the host thread before destroying it, after shutDown() ran on that thread.
+class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::IioSensorHost {
+  public:
+    // Binds a new SensorService of the backend on `request`; host thread.
+    using ServiceBinder = std::function<void(chromeos::sensors::mojom::SensorServiceRequest)>;
+    // Turns the backend's service into the one handed to the client (e.g. a recorder that
+    // forwards); host thread.
+    using ServiceInterposer = std::function<chromeos::sensors::mojom::SensorServicePtr(
+        chromeos::sensors::mojom::SensorServicePtr)>;
+
+    // `log` outlives the connection. With `autoSetUpChannel`, SetUpChannel follows
+    // RegisterSensorHalClient at once.
+    HostConnection(uint32_t bridgeVersion, CallLog* log,
+                   scoped_refptr<base::SingleThreadTaskRunner> runner, ServiceBinder bindService,
+                   bool autoSetUpChannel = true);
+    ~HostConnection() override;
+    HostConnection(const HostConnection&) = delete;
+    HostConnection& operator=(const HostConnection&) = delete;
+
+    // Set before registerWithBridge(); none by default.
+    void setServiceInterposer(ServiceInterposer interposer);
+
+    // Any thread. Connections arrive on the host thread, until the thread stops.
+    void registerWithBridge();
+    void unregister();
+
+    // Host thread: calls toward the client and closing the host's ends on demand.
+    void setUpChannel();  // SetUpChannel with a new service of the backend
+    void callInit();      // Init again on the IioSensorInstance, with a new IioSensorHost
+    void setTabletMode(bool on);
+    void closeInstance();
+    void closeHalClient();
+    void closeIioSensorHost();
+    // Closes every endpoint; later connections are closed unanswered.
+    void shutDown();
+
+  private:
+    // vel::mojom::VelBridgeHost
+    void OnIioSensorInstanceReady(vel::mojom::IioSensorInstancePtr instance) override;
+    // vel::mojom::IioSensorHost
+    void RegisterSensorHalClient(chromeos::sensors::mojom::SensorHalClientPtr client) override;
+
+    void bindBridge(vel::mojom::VelBridgeHostRequest request);
+    void recordError(const std::string& what);
+
+    const uint32_t mBridgeVersion;
+    CallLog* const mLog;
+    const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
+    const ServiceBinder mBindService;
+    const bool mAutoSetUpChannel;
+    std::atomic<bool> mRegistered{false};
+
+    // Host thread only.
+    ServiceInterposer mInterposer;
+    bool mShutDown = false;
+    std::vector<std::unique_ptr<mojo::Binding<vel::mojom::VelBridgeHost>>> mBridges;
+    vel::mojom::IioSensorInstancePtr mInstance;
+    std::vector<std::unique_ptr<mojo::Binding<vel::mojom::IioSensorHost>>> mIioSensorHosts;
+    chromeos::sensors::mojom::SensorHalClientPtr mHalClient;
+};
+
+}  // namespace kelvane::host
