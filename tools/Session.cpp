@@ -9,6 +9,7 @@
 
 #include "host/emulated/EmulatedHost.h"
 #include "host/emulated/HostDescription.h"
+#include "host/libiio/LibiioHost.h"
 
 namespace kelvane::tools {
 
@@ -43,7 +44,16 @@ Session::~Session() { mHost.reset(); }
 int Session::open(const CommonOptions& options) {
     mJson = options.json;
     host::HostConfig config;
-    if (options.hostFile.empty()) {
+    if (!options.iioUri.empty()) {
+        std::string error;
+        std::unique_ptr<host::iio::LibiioHost> iioHost =
+            host::iio::LibiioHost::open(options.iioUri, &error);
+        if (!iioHost) {
+            printError(error);
+            return kExitFailure;
+        }
+        mHost = std::move(iioHost);
+    } else if (options.hostFile.empty()) {
         config = host::builtInHost();
     } else {
         std::string error;
@@ -54,7 +64,7 @@ int Session::open(const CommonOptions& options) {
     }
     if (!options.log) silenceLibraryLogs();
 
-    mHost = std::make_unique<host::EmulatedHost>(std::move(config));
+    if (!mHost) mHost = std::make_unique<host::EmulatedHost>(std::move(config));
     mHost->registerWithBridge();
 
     const std::string path = options.library.empty() ? defaultLibraryPath() : options.library;

@@ -26,6 +26,7 @@ enum ExitCode : int {
 
 struct CommonOptions {
     std::string hostFile;  // empty: the built-in host
+    std::string iioUri;    // non-empty: real IIO devices through libiio instead
     std::string library;   // empty: the library built beside the tool
     bool json = false;
     bool log = false;  // show the library's log lines

@@ -19,9 +19,15 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
 
     CommonOptions common;
-    app.add_option("--host", common.hostFile,
-                   "JSON description of the emulated host (default: the built-in host)")
-        ->type_name("FILE");
+    CLI::Option* hostOption =
+        app.add_option("--host", common.hostFile,
+                       "JSON description of the emulated host (default: the built-in host)")
+            ->type_name("FILE");
+    app.add_option("--iio", common.iioUri,
+                   "serve real IIO devices through libiio instead: local: (this machine), "
+                   "ip:HOST (a board running iiod) or any libiio context URI")
+        ->type_name("URI")
+        ->excludes(hostOption);
     app.add_option("--library", common.library,
                    "sub-HAL library to load (default: ../lib/libiio-sensors-subhal.so beside "
                    "this program)")

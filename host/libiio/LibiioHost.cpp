@@ -1,0 +1,103 @@
+#include "host/libiio/LibiioHost.h"
+
+#include <cerrno>
+#include <cstring>
+#include <future>
+#include <utility>
+
+#include "base/bind.h"
+#include "base/location.h"
+#include "host/libiio/IioDeviceInfo.h"
+#include "host/libiio/LibiioSensorService.h"
+
+namespace kelvane::host::iio {
+
+namespace {
+
+constexpr uint32_t kBridgeVersion = 54;
+
+std::string errnoText(int error) {
+    char text[256];
+    iio_strerror(error, text, sizeof(text));
+    return text;
+}
+
+bool servesAnyDevice(const iio_context* context) {
+    const unsigned int count = iio_context_get_devices_count(context);
+    for (unsigned int i = 0; i < count; ++i) {
+        const iio_device* device = iio_context_get_device(context, i);
+        if (deviceNumber(device) && !deviceTypes(device).empty()) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string* error) {
+    // libiio writes into the URI it parses ("ip:HOST:PORT" loses its port): it gets a copy.
+    std::vector<char> uriCopy(uri.begin(), uri.end());
+    uriCopy.push_back('\0');
+    errno = 0;
+    iio_context* context = iio_create_context_from_uri(uriCopy.data());
+    if (context == nullptr) {
+        const int code = errno ? errno : EIO;
+        if (code == ENOENT && uri.rfind("local:", 0) == 0) {
+            *error = "no IIO devices on this machine (" + uri + ")";
+        } else {
+            *error = "cannot open IIO context \"" + uri + "\": " + errnoText(code);
+        }
+        return nullptr;
+    }
+    if (!servesAnyDevice(context)) {
+        *error = "no IIO sensor in \"" + uri +
+                 "\" (looked for accel, anglvel, illuminance, magn and gravity channels)";
+        iio_context_destroy(context);
+        return nullptr;
+    }
+    return std::unique_ptr<LibiioHost>(new LibiioHost(context));
+}
+
+LibiioHost::LibiioHost(iio_context* context)
+    : mContext(context),
+      mThread("libiio-host"),
+      mRunner(mThread.task_runner()),
+      mConnection(kBridgeVersion, &mLog, mRunner,
+                  [this](chromeos::sensors::mojom::SensorServiceRequest request) {
+                      bindService(std::move(request));
+                  }) {
+    mThread.Start();
+}
+
+LibiioHost::~LibiioHost() {
+    mConnection.unregister();
+    std::promise<void> done;
+    std::future<void> tornDown = done.get_future();
+    const bool posted =
+        mRunner->PostTask(FROM_HERE, base::BindOnce(
+                                         [](LibiioHost* host, std::promise<void>* d) {
+                                             host->teardown();
+                                             d->set_value();
+                                         },
+                                         this, &done));
+    if (posted) tornDown.wait();
+    mThread.Stop();
+    iio_context_destroy(mContext);
+}
+
+void LibiioHost::registerWithBridge() { mConnection.registerWithBridge(); }
+
+void LibiioHost::setServiceInterposer(HostConnection::ServiceInterposer interposer) {
+    mConnection.setServiceInterposer(std::move(interposer));
+}
+
+void LibiioHost::bindService(chromeos::sensors::mojom::SensorServiceRequest request) {
+    mServices.push_back(std::make_unique<LibiioSensorService>(mContext, &mLog, &mScaleWarned,
+                                                              mRunner, std::move(request)));
+}
+
+void LibiioHost::teardown() {
+    mServices.clear();
+    mConnection.shutDown();
+}
+
+}  // namespace kelvane::host::iio

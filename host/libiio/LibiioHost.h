@@ -1,0 +1,59 @@
+// A Chrome OS host serving real IIO devices through libiio: those of this machine ("local:"),
+// of a board running iiod ("ip:HOST"), or of any context URI libiio accepts. It answers the
+// host's Mojo interfaces on its own thread; each streaming device reads on a thread of its own.
+#pragma once
+
+#include <iio.h>
+
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/single_thread_task_runner.h"
+#include "base/threading/thread.h"
+#include "host/common/CallLog.h"
+#include "host/common/Host.h"
+#include "host/common/HostConnection.h"
+
+namespace kelvane::host::iio {
+
+class LibiioSensorService;
+
+class LibiioHost : public Host {
+  public:
+    // Opens the context of `uri`. Null with a one-line `*error` when libiio cannot open it or it
+    // holds no device this host serves (accel, anglvel, illuminance, magn or gravity channels).
+    static std::unique_ptr<LibiioHost> open(const std::string& uri, std::string* error);
+
+    // Unregisters, closes every endpoint and joins every reader on the host thread, then stops it
+    // and frees the context.
+    ~LibiioHost() override;
+    LibiioHost(const LibiioHost&) = delete;
+    LibiioHost& operator=(const LibiioHost&) = delete;
+
+    void registerWithBridge() override;
+    const CallLog& log() const override { return mLog; }
+
+    // Set before registerWithBridge(): see HostConnection.
+    void setServiceInterposer(HostConnection::ServiceInterposer interposer);
+
+  private:
+    explicit LibiioHost(iio_context* context);
+    void bindService(chromeos::sensors::mojom::SensorServiceRequest request);
+    void teardown();
+
+    iio_context* const mContext;  // freed last, after the thread stopped
+    CallLog mLog;
+
+    // Host thread only. The thread is stopped before any of these goes.
+    std::set<int32_t> mScaleWarned;
+    std::vector<std::unique_ptr<LibiioSensorService>> mServices;
+
+    base::Thread mThread;
+    const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
+    HostConnection mConnection;  // used on the host thread
+};
+
+}  // namespace kelvane::host::iio

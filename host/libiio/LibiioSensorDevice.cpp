@@ -1,0 +1,271 @@
+#include "host/libiio/LibiioSensorDevice.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <sstream>
+#include <utility>
+
+#include "base/bind.h"
+#include "base/location.h"
+#include "base/optional.h"
+#include "host/libiio/IioDeviceInfo.h"
+#include "host/libiio/IioNumbers.h"
+
+namespace kelvane::host::iio {
+
+namespace mojom = chromeos::sensors::mojom;
+
+namespace {
+
+// Unbuffered devices are polled at most this fast, and this is the answer to "as fast as
+// possible" from a device that states no rates.
+constexpr double kFastestHz = 1000.0;
+// A buffer read every 1/kReadsPerSecond s at most, so that high rates cost one read per refill
+// of many scans while the default 50 Hz still delivers every scan at once.
+constexpr double kReadsPerSecond = 50.0;
+constexpr size_t kMaxScansPerRead = 256;
+
+}  // namespace
+
+LibiioSensorDevice::LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id,
+                                       CallLog* log, std::set<int32_t>* scaleWarned,
+                                       scoped_refptr<base::SingleThreadTaskRunner> runner)
+    : mContext(context),
+      mDevice(device),
+      mId(id),
+      mLog(log),
+      mScaleWarned(scaleWarned),
+      mRunner(std::move(runner)),
+      mChannels(inputChannels(device)),
+      mBuffered(std::any_of(mChannels.begin(), mChannels.end(),
+                            [](const iio_channel* c) { return iio_channel_is_scan_element(c); })),
+      mBinding(this) {}
+
+LibiioSensorDevice::~LibiioSensorDevice() { stopReading(); }
+
+void LibiioSensorDevice::bind(mojom::SensorDeviceRequest request) {
+    mBinding.Bind(std::move(request));
+    mBinding.set_connection_error_handler(base::BindOnce(
+        [](LibiioSensorDevice* device) {
+            device->mLog->record("error " + device->name());
+            device->stopReading();  // the client is gone: so is its stream
+        },
+        base::Unretained(this)));
+}
+
+std::string LibiioSensorDevice::name() const { return "SensorDevice[" + std::to_string(mId) + "]"; }
+
+bool LibiioSensorDevice::validIndex(int32_t index) const {
+    return index >= 0 && static_cast<size_t>(index) < mChannels.size();
+}
+
+void LibiioSensorDevice::SetTimeout(uint32_t timeout) {
+    mLog->record(name() + ".SetTimeout " + std::to_string(timeout));
+    // libiio keeps one time-out per context: the last device to set one sets it for all.
+    if (iio_context_set_timeout(mContext, timeout) < 0) {
+        mLog->record(name() + ": time-out not set");
+    }
+}
+
+void LibiioSensorDevice::GetAttributes(const std::vector<std::string>& attr_names,
+                                       GetAttributesCallback callback) {
+    std::vector<base::Optional<std::string>> values;
+    for (const std::string& attr : attr_names) {
+        std::optional<std::string> value = attribute(attr);
+        values.push_back(value ? base::Optional<std::string>(*value) : base::nullopt);
+    }
+    mLog->record(name() + ".GetAttributes");
+    std::move(callback).Run(std::move(values));
+}
+
+std::optional<std::string> LibiioSensorDevice::attribute(const std::string& attr) {
+    if (attr == "scale") {
+        const ScaleChoice choice = chooseScale(mDevice);
+        if (!choice.disagreement.empty() && mScaleWarned->insert(mId).second) {
+            const char* deviceName = iio_device_get_name(mDevice);
+            std::fprintf(stderr,
+                         "libiio host: iio:device%d (%s): axis scales differ (%s); the first "
+                         "axis's applies to all\n",
+                         mId, deviceName ? deviceName : "?", choice.disagreement.c_str());
+        }
+        return formatNumber(choice.scale);
+    }
+    return hostAttribute(mDevice, attr);
+}
+
+double LibiioSensorDevice::applyFrequency(double requested) {
+    if (std::isnan(requested) || requested <= 0.0) return 0.0;
+    const std::optional<std::string> current = readAttribute(mDevice, "sampling_frequency");
+    if (!current) return std::min(requested, kFastestHz);  // polled: the poll rate
+
+    double wanted = std::isinf(requested) ? kFastestHz : requested;
+    if (std::optional<std::string> available =
+            readAttribute(mDevice, "sampling_frequency_available")) {
+        wanted = nearestAvailable(*available, requested).value_or(wanted);
+    }
+    // The newline keeps the value readable by libiio, which drops a value's last byte.
+    const std::string text = formatNumber(wanted) + "\n";
+    iio_device_attr_write(mDevice, "sampling_frequency", text.c_str());
+    const std::optional<std::string> readBack = readAttribute(mDevice, "sampling_frequency");
+    return parseNumber(readBack.value_or("")).value_or(0.0);
+}
+
+void LibiioSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
+    std::ostringstream call;
+    call << name() << ".SetFrequency " << frequency;
+    mLog->record(call.str());
+    mFrequency = applyFrequency(frequency);
+    mLog->setFrequency(mId, mFrequency);
+    // A new rate takes effect with a new buffer or poll period.
+    if (mReader) startReader();
+    std::move(callback).Run(mFrequency);
+}
+
+void LibiioSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverPtr observer) {
+    mLog->record(name() + ".StartReadingSamples");
+    stopReading();
+    mObserver = std::move(observer);
+    mObserver.set_connection_error_handler(base::BindOnce(
+        [](LibiioSensorDevice* device) {
+            device->mLog->record("error Observer[" + std::to_string(device->mId) + "]");
+            device->stopReading();
+        },
+        base::Unretained(this)));
+    if (!(mFrequency > 0.0)) {
+        mObserver->OnErrorOccurred(mojom::ObserverErrorType::FREQUENCY_INVALID);
+        return;
+    }
+    if (mEnabled.empty()) {
+        mObserver->OnErrorOccurred(mojom::ObserverErrorType::NO_ENABLED_CHANNELS);
+        return;
+    }
+    if (mBuffered && readAttribute(mDevice, "current_timestamp_clock")) {
+        // Android stamps events on the boot-time clock.
+        iio_device_attr_write(mDevice, "current_timestamp_clock", "boottime\n");
+    }
+    startReader();
+}
+
+void LibiioSensorDevice::startReader() {
+    if (mReader) {
+        mReader.reset();
+        mLog->streamingChanged(mId, false);
+    }
+    std::vector<SampleReader::Channel> channels;
+    for (int32_t index : mEnabled) channels.push_back({index, mChannels[index]});
+    std::weak_ptr<LibiioSensorDevice> self = weak_from_this();
+    auto deliver = [runner = mRunner, self](std::vector<Sample> samples) {
+        runner->PostTask(FROM_HERE,
+                         base::BindOnce(
+                             [](std::weak_ptr<LibiioSensorDevice> device, std::vector<Sample> s) {
+                                 if (auto d = device.lock()) d->onSamples(std::move(s));
+                             },
+                             self, std::move(samples)));
+    };
+    auto fail = [runner = mRunner, self](int error) {
+        runner->PostTask(FROM_HERE, base::BindOnce(
+                                        [](std::weak_ptr<LibiioSensorDevice> device, int e) {
+                                            if (auto d = device.lock()) d->onReadError(e);
+                                        },
+                                        self, error));
+    };
+    if (mBuffered) {
+        const size_t scans = std::clamp<size_t>(
+            static_cast<size_t>(std::lround(mFrequency / kReadsPerSecond)), 1, kMaxScansPerRead);
+        int error = 0;
+        mReader = SampleReader::startBuffered(mDevice, channels, scans, deliver, fail, &error);
+        if (!mReader) {
+            mLog->record(name() + ": no buffer: " + std::to_string(error));
+            mObserver->OnErrorOccurred(mojom::ObserverErrorType::GET_FD_FAILED);
+            return;
+        }
+    } else {
+        mReader = SampleReader::startPolled(mDevice, std::move(channels),
+                                            std::min(mFrequency, kFastestHz), deliver, fail);
+    }
+    mLog->streamingChanged(mId, true);
+}
+
+void LibiioSensorDevice::StopReadingSamples() {
+    mLog->record(name() + ".StopReadingSamples");
+    stopReading();
+}
+
+void LibiioSensorDevice::stopReading() {
+    if (mReader) {
+        mReader.reset();  // joins the reader thread; its posted samples find no observer
+        mLog->streamingChanged(mId, false);
+    }
+    mObserver.reset();
+}
+
+void LibiioSensorDevice::close() {
+    stopReading();
+    mBinding.Close();
+}
+
+void LibiioSensorDevice::onSamples(std::vector<Sample> samples) {
+    if (!mReader || !mObserver || mObserver.encountered_error()) return;
+    mLog->addSamples(mId, samples.size());
+    for (const Sample& sample : samples) mObserver->OnSampleUpdated(sample);
+}
+
+void LibiioSensorDevice::onReadError(int error) {
+    if (!mReader || !mObserver) return;  // from a reader already stopped
+    if (error == ETIMEDOUT) {
+        mObserver->OnErrorOccurred(mojom::ObserverErrorType::READ_TIMEOUT);
+        return;
+    }
+    mLog->record(name() + ": read failed: " + std::to_string(error));
+    mObserver->OnErrorOccurred(mojom::ObserverErrorType::READ_FAILED);
+    close();
+}
+
+void LibiioSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
+    mLog->record(name() + ".GetAllChannelIds");
+    std::vector<std::string> ids;
+    for (const iio_channel* channel : mChannels) ids.push_back(channelId(channel));
+    std::move(callback).Run(ids);
+}
+
+void LibiioSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
+                                            SetChannelsEnabledCallback callback) {
+    mLog->record(name() + ".SetChannelsEnabled");
+    std::vector<int32_t> failed;
+    for (int32_t index : iio_chn_indices) {
+        // A buffered device streams its scan elements only; a polled one reads any channel.
+        const bool usable =
+            validIndex(index) && (!mBuffered || iio_channel_is_scan_element(mChannels[index]));
+        if (!usable) {
+            failed.push_back(index);
+        } else if (en) {
+            mEnabled.insert(index);
+        } else {
+            mEnabled.erase(index);
+        }
+    }
+    std::move(callback).Run(failed);
+}
+
+void LibiioSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
+                                            GetChannelsEnabledCallback callback) {
+    std::vector<bool> enabled;
+    for (int32_t index : iio_chn_indices) enabled.push_back(mEnabled.count(index) != 0);
+    std::move(callback).Run(enabled);
+}
+
+void LibiioSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
+                                               const std::string& attr_name,
+                                               GetChannelsAttributesCallback callback) {
+    std::vector<base::Optional<std::string>> values;
+    for (int32_t index : iio_chn_indices) {
+        std::optional<std::string> value;
+        if (validIndex(index)) value = readChannelAttribute(mChannels[index], attr_name.c_str());
+        values.push_back(value ? base::Optional<std::string>(*value) : base::nullopt);
+    }
+    std::move(callback).Run(std::move(values));
+}
+
+}  // namespace kelvane::host::iio

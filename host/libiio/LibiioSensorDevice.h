@@ -1,0 +1,85 @@
+// One opened libiio device on the host side: answers the client's SensorDevice calls from the
+// device's attributes and streams its samples to the client's observer.
+#pragma once
+
+#include <iio.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/single_thread_task_runner.h"
+#include "hardware/sensors/mojom/sensor.mojom.h"
+#include "host/common/CallLog.h"
+#include "host/libiio/SampleReader.h"
+#include "mojo/public/cpp/bindings/binding.h"
+
+namespace kelvane::host::iio {
+
+// Lives on the host thread: created, called and destroyed there. Held by shared_ptr so that
+// samples posted by its reader thread can hold it weakly. A read failure (the device went away)
+// sends the observer READ_FAILED and then closes both pipes; a timed-out read sends READ_TIMEOUT
+// and reading goes on.
+class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
+                           public std::enable_shared_from_this<LibiioSensorDevice> {
+  public:
+    // `context`, `log` and `scaleWarned` (the devices whose differing axis scales were already
+    // reported on stderr, shared by the host's devices) outlive the device.
+    LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id, CallLog* log,
+                       std::set<int32_t>* scaleWarned,
+                       scoped_refptr<base::SingleThreadTaskRunner> runner);
+    ~LibiioSensorDevice() override;
+    LibiioSensorDevice(const LibiioSensorDevice&) = delete;
+    LibiioSensorDevice& operator=(const LibiioSensorDevice&) = delete;
+
+    void bind(chromeos::sensors::mojom::SensorDeviceRequest request);
+    bool closed() const { return !mBinding.is_bound(); }
+
+    // chromeos::sensors::mojom::SensorDevice
+    void SetTimeout(uint32_t timeout) override;
+    void GetAttributes(const std::vector<std::string>& attr_names,
+                       GetAttributesCallback callback) override;
+    void SetFrequency(double frequency, SetFrequencyCallback callback) override;
+    void StartReadingSamples(
+        chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr observer) override;
+    void StopReadingSamples() override;
+    void GetAllChannelIds(GetAllChannelIdsCallback callback) override;
+    void SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
+                            SetChannelsEnabledCallback callback) override;
+    void GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
+                            GetChannelsEnabledCallback callback) override;
+    void GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
+                               const std::string& attr_name,
+                               GetChannelsAttributesCallback callback) override;
+
+  private:
+    std::string name() const;  // "SensorDevice[<id>]"
+    double applyFrequency(double requested);
+    std::optional<std::string> attribute(const std::string& name);
+    void startReader();
+    void stopReading();
+    void close();
+    void onSamples(std::vector<Sample> samples);
+    void onReadError(int error);
+    bool validIndex(int32_t index) const;
+
+    iio_context* const mContext;
+    iio_device* const mDevice;
+    const int32_t mId;
+    CallLog* const mLog;
+    std::set<int32_t>* const mScaleWarned;
+    const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
+    const std::vector<iio_channel*> mChannels;  // index = the host's channel index
+    const bool mBuffered;                       // has scan elements: streams through a buffer
+
+    mojo::Binding<chromeos::sensors::mojom::SensorDevice> mBinding;
+    chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
+    std::set<int32_t> mEnabled;  // channels the client enabled
+    double mFrequency = 0.0;     // the rate last answered
+    std::unique_ptr<SampleReader> mReader;
+};
+
+}  // namespace kelvane::host::iio

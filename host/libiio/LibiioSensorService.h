@@ -1,0 +1,50 @@
+// One SensorService the libiio host hands a client: lists the context's IIO devices and opens
+// them. The devices it opened outlive its own pipe, as on a real host.
+#pragma once
+
+#include <iio.h>
+
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <vector>
+
+#include "base/single_thread_task_runner.h"
+#include "hardware/sensors/mojom/sensor.mojom.h"
+#include "host/common/CallLog.h"
+#include "host/libiio/LibiioSensorDevice.h"
+#include "mojo/public/cpp/bindings/binding.h"
+
+namespace kelvane::host::iio {
+
+// Lives on the host thread: created, called and destroyed there.
+class LibiioSensorService : public chromeos::sensors::mojom::SensorService {
+  public:
+    // `context`, `log` and `scaleWarned` belong to the host and outlive the service.
+    LibiioSensorService(iio_context* context, CallLog* log, std::set<int32_t>* scaleWarned,
+                        scoped_refptr<base::SingleThreadTaskRunner> runner,
+                        chromeos::sensors::mojom::SensorServiceRequest request);
+    ~LibiioSensorService() override;
+    LibiioSensorService(const LibiioSensorService&) = delete;
+    LibiioSensorService& operator=(const LibiioSensorService&) = delete;
+
+    // chromeos::sensors::mojom::SensorService
+    void GetDeviceIds(chromeos::sensors::mojom::DeviceType type,
+                      GetDeviceIdsCallback callback) override;
+    void GetAllDeviceIds(GetAllDeviceIdsCallback callback) override;
+    void GetDevice(int32_t iio_device_id,
+                   chromeos::sensors::mojom::SensorDeviceRequest device_request) override;
+    void RegisterNewDevicesObserver(
+        chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr observer) override;
+
+  private:
+    iio_context* const mContext;
+    CallLog* const mLog;
+    std::set<int32_t>* const mScaleWarned;
+    const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
+    mojo::Binding<chromeos::sensors::mojom::SensorService> mBinding;
+    std::vector<std::shared_ptr<LibiioSensorDevice>> mDevices;
+    std::vector<chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr> mNewDeviceObservers;
+};
+
+}  // namespace kelvane::host::iio
