@@ -58,7 +58,7 @@ bool CallLog::streaming(int32_t device) const {
     return it != mStreaming.end() && it->second > 0;
 }
 
-bool CallLog::waitFor(const Predicate& pred, std::chrono::milliseconds limit) {
+bool CallLog::waitFor(const Predicate& pred, std::chrono::milliseconds limit) const {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     std::unique_lock<std::mutex> lock(mMutex);
     for (;;) {

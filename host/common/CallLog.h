@@ -31,13 +31,13 @@ class CallLog {
     bool streaming(int32_t device) const;
 
     // `pred` runs without the lock held, on a snapshot, so it may query this log again.
-    bool waitFor(const Predicate& pred, std::chrono::milliseconds limit);
+    bool waitFor(const Predicate& pred, std::chrono::milliseconds limit) const;
 
   private:
     void changedLocked();
 
     mutable std::mutex mMutex;
-    std::condition_variable mChanged;
+    mutable std::condition_variable mChanged;
     std::vector<std::string> mCalls;       // guarded by mMutex
     std::map<int32_t, size_t> mSamples;    // guarded by mMutex
     std::map<int32_t, double> mFrequency;  // guarded by mMutex

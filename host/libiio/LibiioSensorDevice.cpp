@@ -218,9 +218,9 @@ void LibiioSensorDevice::onReadError(int error) {
         mObserver->OnErrorOccurred(mojom::ObserverErrorType::READ_TIMEOUT);
         return;
     }
-    mLog->record(name() + ": read failed: " + std::to_string(error));
     mObserver->OnErrorOccurred(mojom::ObserverErrorType::READ_FAILED);
     close();
+    mLog->record(name() + ": read failed: " + std::to_string(error));
 }
 
 void LibiioSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {

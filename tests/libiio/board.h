@@ -1,0 +1,45 @@
+// A fake board for the libiio host: the devices of board.umockdev in a umockdev testbed (the test
+// runs under umockdev-wrapper), with scripted scans encoded here from readable values, and what
+// the library must make of them.
+#pragma once
+
+#include <umockdev.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kelvane::testing {
+
+struct ExpectedEvent {
+    int64_t timestamp;
+    float values[3];
+};
+
+class Board {
+  public:
+    Board();  // the testbed with every device, scans loaded
+    ~Board();
+    Board(const Board&) = delete;
+    Board& operator=(const Board&) = delete;
+
+    // Sysfs attribute of device N as a file holds it (newline included).
+    std::string attribute(int device, const std::string& name) const;
+    // Takes device N away: its sysfs directory and node go.
+    void remove(int device);
+
+    // Events of the buffered devices by sensor handle (handles follow device ids: 0 -> 1, ...).
+    static std::map<int32_t, std::vector<ExpectedEvent>> expectedEvents();
+    static constexpr float kLux = 345.0f;
+    static constexpr int32_t kLightHandle = 3;
+
+  private:
+    std::string devicePath(int device) const;
+    void loadScript(int device, const std::vector<uint8_t>& bytes);
+
+    UMockdevTestbed* mTestbed;
+    std::string mScriptDir;
+};
+
+}  // namespace kelvane::testing

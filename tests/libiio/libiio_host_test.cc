@@ -1,0 +1,292 @@
+// The libiio host against a fake board (umockdev): what the library publishes and streams from
+// it, value by value, in the C and a decimal-comma locale, locally and through iiod; a device
+// that goes away; and the number rules the host answers with.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <clocale>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "IioSensorSubHal.h"
+#include "host/libiio/IioNumbers.h"
+#include "host/libiio/LibiioHost.h"
+#include "tests/libiio/board.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/recording_proxy_callback.h"
+#include "tests/support/wait.h"
+#include "vel/MojoProcessSupport.h"
+
+extern char** environ;
+
+namespace kelvane::sensors {
+namespace {
+
+using android::hardware::hidl_vec;
+using android::hardware::sensors::V2_1::Event;
+using android::hardware::sensors::V2_1::SensorInfo;
+using android::hardware::sensors::V2_1::SensorType;
+using testing::Board;
+using testing::ExpectedEvent;
+
+constexpr size_t kScansPerDevice = 4;
+
+// Makes `name` the process's locale, building it with localedef where the system lacks it, and
+// proves it took: a test that silently ran in the C locale would prove nothing.
+void useLocale(const std::string& name) {
+    if (std::setlocale(LC_ALL, name.c_str()) == nullptr) {
+        char dirTemplate[] = "/tmp/libiio-locale-XXXXXX";
+        const std::string dir = mkdtemp(dirTemplate);
+        const std::string command =
+            "localedef -i de_DE -f UTF-8 '" + dir + "/" + name + "' >/dev/null 2>&1";
+        ASSERT_EQ(std::system(command.c_str()), 0) << command;
+        setenv("LOCPATH", dir.c_str(), 1);
+        ASSERT_NE(std::setlocale(LC_ALL, name.c_str()), nullptr) << name;
+    }
+    char text[16];
+    std::snprintf(text, sizeof(text), "%.1f", 0.5);
+    ASSERT_STREQ(text, "0,5") << "the decimal-comma locale is not in effect";
+}
+
+class LibiioHostTest : public ::testing::TestWithParam<std::string> {
+  protected:
+    ~LibiioHostTest() override {
+        subHal.clear();  // hands its bridge to the Mojo thread itself
+        testing::Flush(vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner());
+        host.reset();
+        std::setlocale(LC_ALL, "C");
+    }
+
+    void start() {
+        std::string error;
+        host = host::iio::LibiioHost::open("local:", &error);
+        ASSERT_TRUE(host) << error;
+        host->registerWithBridge();
+        subHal = new IioSensorSubHal();
+        proxy = new testing::RecordingProxyCallback();
+        subHal->initialize(proxy);
+        subHal->getSensorsList_2_1([this](const hidl_vec<SensorInfo>& l) { sensors = l; });
+    }
+
+    bool waitForEvents(int32_t handle, size_t n) {
+        const auto deadline = std::chrono::steady_clock::now() + testing::kWaitLimit;
+        while (proxy->eventsFor(handle).size() < n) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            proxy->waitForEvents(proxy->eventCount() + 1);
+        }
+        return true;
+    }
+
+    void expectEvents(int32_t handle, const std::vector<ExpectedEvent>& expected) {
+        ASSERT_TRUE(waitForEvents(handle, expected.size())) << "handle " << handle;
+        const std::vector<Event> events = proxy->eventsFor(handle);
+        for (size_t i = 0; i < expected.size(); ++i) {
+            SCOPED_TRACE("handle " + std::to_string(handle) + " event " + std::to_string(i));
+            EXPECT_EQ(events[i].timestamp, expected[i].timestamp);
+            EXPECT_EQ(events[i].u.vec3.x, expected[i].values[0]);
+            EXPECT_EQ(events[i].u.vec3.y, expected[i].values[1]);
+            EXPECT_EQ(events[i].u.vec3.z, expected[i].values[2]);
+        }
+    }
+
+    Board board;
+    testing::LogCapture logs;
+    std::unique_ptr<host::iio::LibiioHost> host;
+    android::sp<IioSensorSubHal> subHal;
+    android::sp<testing::RecordingProxyCallback> proxy;
+    std::vector<SensorInfo> sensors;
+};
+
+TEST_P(LibiioHostTest, PublishesTheBoardAndStreamsItsScansBitExact) {
+    if (GetParam() != "C") useLocale(GetParam());
+    ASSERT_NO_FATAL_FAILURE(start());
+
+    // The trigger is no device; handles follow device ids; location beats label, label maps.
+    ASSERT_EQ(sensors.size(), 5u);
+    const std::pair<SensorType, std::string> published[] = {
+        {SensorType::ACCELEROMETER, "Accelerometer (lid)"},
+        {SensorType::GYROSCOPE, "Gyroscope (lid)"},
+        {SensorType::LIGHT, "Light"},
+        {SensorType::MAGNETIC_FIELD, "Magnetometer (base)"},
+        {SensorType::GRAVITY, "Gravity"}};
+    for (size_t i = 0; i < sensors.size(); ++i) {
+        EXPECT_EQ(sensors[i].sensorHandle, static_cast<int32_t>(i + 1));
+        EXPECT_EQ(sensors[i].type, published[i].first);
+        EXPECT_EQ(std::string(sensors[i].name), published[i].second);
+    }
+
+    subHal->batch(1, 25000000, 0);  // 40 Hz: the accelerometer offers 25 or 50, 50 is nearer
+    for (int32_t handle = 1; handle <= 5; ++handle) subHal->activate(handle, true);
+    for (const auto& [handle, expected] : Board::expectedEvents()) expectEvents(handle, expected);
+    ASSERT_TRUE(waitForEvents(Board::kLightHandle, 2));
+    for (const Event& e : proxy->eventsFor(Board::kLightHandle)) EXPECT_EQ(e.u.scalar, Board::kLux);
+    for (int32_t handle = 1; handle <= 5; ++handle) subHal->activate(handle, false);
+
+    EXPECT_EQ(board.attribute(0, "sampling_frequency"), "50\n");
+    EXPECT_EQ(board.attribute(1, "sampling_frequency"), "50\n");  // on the range's grid
+    EXPECT_EQ(board.attribute(0, "current_timestamp_clock"), "boottime\n");
+    EXPECT_TRUE(logs.contains("IioSensorDevice: frequency set to 50 Hz"));
+    EXPECT_EQ(host->log().count("SensorDevice[2].SetFrequency 50"), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Locales, LibiioHostTest, ::testing::Values("C", "de_DE.UTF-8"),
+                         [](const auto& info) {
+                             return info.param == "C" ? std::string("C") : "DecimalComma";
+                         });
+
+class LibiioHostFaultTest : public LibiioHostTest {};
+
+TEST_F(LibiioHostFaultTest, DeviceGoneMidStreamGetsReadFailedAndClosedWhileOthersStream) {
+    ASSERT_NO_FATAL_FAILURE(start());
+    subHal->activate(1, true);
+    subHal->activate(Board::kLightHandle, true);
+    ASSERT_TRUE(waitForEvents(1, kScansPerDevice));
+    board.remove(0);
+    // Noticed at the next read, which waits out the library's 5 s time-out.
+    EXPECT_TRUE(logs.waitFor("IioSensorDevice 0: observer error 5"));
+    EXPECT_TRUE(host->log().waitFor(
+        [](const std::vector<std::string>& calls) {
+            return std::count(calls.begin(), calls.end(), "SensorDevice[0]: read failed: 19") == 1;
+        },
+        std::chrono::seconds(15)));
+    EXPECT_FALSE(host->log().streaming(0));
+    const size_t light = proxy->eventsFor(Board::kLightHandle).size();
+    EXPECT_TRUE(waitForEvents(Board::kLightHandle, light + 2));
+    EXPECT_EQ(proxy->eventsFor(1).size(), kScansPerDevice);
+}
+
+// The same board served by iiod and read by the tool over the network.
+class IiodTest : public ::testing::Test {
+  protected:
+    ~IiodTest() override {
+        if (mIiod > 0) {
+            kill(mIiod, SIGKILL);  // iiod lingers for a minute on SIGTERM
+            waitpid(mIiod, nullptr, 0);
+        }
+    }
+
+    // Starts iiod on a port that was free a moment ago; false if it never accepts.
+    bool startIiod() {
+        int probe = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof(address);
+        bind(probe, reinterpret_cast<sockaddr*>(&address), length);
+        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
+        mPort = ntohs(address.sin_port);
+        close(probe);
+        const std::string port = std::to_string(mPort);
+        const char* argv[] = {"iiod", "-p", port.c_str(), nullptr};
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+        const int spawned = posix_spawnp(&mIiod, "iiod", &actions, nullptr,
+                                         const_cast<char* const*>(argv), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        if (spawned != 0) return false;
+        // iiod says nothing when it listens: connect until it answers, within the limit.
+        const auto deadline = std::chrono::steady_clock::now() + testing::kWaitLimit;
+        while (std::chrono::steady_clock::now() < deadline) {
+            int s = socket(AF_INET, SOCK_STREAM, 0);
+            address.sin_port = htons(mPort);
+            const bool up = connect(s, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+            close(s);
+            if (up) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return false;
+    }
+
+    // Runs the tool, returns its stdout; `status` gets its exit status.
+    std::string runTool(const std::string& args, int* status) {
+        const std::string command = std::string(KELVANE_TOOL) +
+                                    " --iio ip:127.0.0.1:" + std::to_string(mPort) + " " + args +
+                                    " 2>/dev/null";
+        FILE* pipe = popen(command.c_str(), "r");
+        std::string out;
+        char chunk[4096];
+        size_t n;
+        while ((n = fread(chunk, 1, sizeof(chunk), pipe)) > 0) out.append(chunk, n);
+        *status = pclose(pipe);
+        return out;
+    }
+
+    Board board;
+    pid_t mIiod = -1;
+    int mPort = 0;
+};
+
+TEST_F(IiodTest, ToolListsAndStreamsTheBoardOverTheNetwork) {
+    ASSERT_TRUE(startIiod()) << "iiod did not start on 127.0.0.1:" << mPort;
+    int status = 0;
+    const nlohmann::json list = nlohmann::json::parse(runTool("list --json", &status));
+    EXPECT_EQ(status, 0);
+    ASSERT_EQ(list.size(), 5u);
+    EXPECT_EQ(list[0]["name"], "Accelerometer (lid)");
+    EXPECT_EQ(list[3]["name"], "Magnetometer (base)");
+
+    for (int32_t handle : {1, 4}) {
+        const std::string out = runTool("stream --json --sensor " + std::to_string(handle) +
+                                            " --count " + std::to_string(kScansPerDevice),
+                                        &status);
+        EXPECT_EQ(status, 0);
+        std::vector<nlohmann::json> events;
+        size_t start = 0;
+        for (size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1) {
+            events.push_back(nlohmann::json::parse(out.substr(start, end - start)));
+        }
+        const std::vector<ExpectedEvent> expected = Board::expectedEvents().at(handle);
+        ASSERT_EQ(events.size(), expected.size());
+        for (size_t i = 0; i < events.size(); ++i) {
+            EXPECT_EQ(events[i]["timestamp"], expected[i].timestamp);
+            for (int axis = 0; axis < 3; ++axis) {
+                EXPECT_EQ(events[i]["values"][axis].get<float>(), expected[i].values[axis]);
+            }
+        }
+    }
+}
+
+TEST(LibiioNumbersTest, NearestAvailableRate) {
+    using host::iio::nearestAvailable;
+    EXPECT_EQ(nearestAvailable("12.5 25 50 100\n", 40), 50);
+    EXPECT_EQ(nearestAvailable("12.5 25 50 100", 37.5), 50);  // a tie goes up
+    EXPECT_EQ(nearestAvailable("12.5 25 50 100", 1e6), 100);
+    EXPECT_EQ(nearestAvailable("12.5 25 50 100", INFINITY), 100);
+    EXPECT_EQ(nearestAvailable("[10 10 400]", 44), 40);
+    EXPECT_EQ(nearestAvailable("[10 10 400]", 5), 10);
+    EXPECT_EQ(nearestAvailable("[10 10 400]", INFINITY), 400);
+    EXPECT_EQ(nearestAvailable("[0.5 0.25 2]", 1.3), 1.25);
+    EXPECT_EQ(nearestAvailable("", 50), std::nullopt);
+    EXPECT_EQ(nearestAvailable("fast slow", 50), std::nullopt);
+}
+
+TEST(LibiioNumbersTest, TextIsCLocaleWithoutNewline) {
+    using host::iio::formatNumber;
+    using host::iio::parseNumber;
+    EXPECT_EQ(parseNumber("0.009582\n"), 0.009582);
+    EXPECT_EQ(parseNumber("0,009582"), std::nullopt);
+    EXPECT_EQ(parseNumber("1.5x"), std::nullopt);
+    EXPECT_EQ(parseNumber(""), std::nullopt);
+    EXPECT_EQ(formatNumber(0.00125 * 100.0), "0.125");
+    EXPECT_EQ(formatNumber(1.0), "1");
+    EXPECT_EQ(formatNumber(2.5e-5), "2.5e-05");
+    EXPECT_EQ(parseNumber(formatNumber(0.1 * 3)), 0.1 * 3);  // reads back exactly
+}
+
+}  // namespace
+}  // namespace kelvane::sensors
