@@ -123,11 +123,11 @@ class RecordingProxyCallback : public CountingProxyCallback {
 // One run of one way of delivering a load.
 struct Figures {
     double events = 0;
-    double cpuUs = 0;       // per event, whole process
-    double timerCpuUs = 0;  // per event: the host thread (floor: the timer thread)
-    double recvCpuUs = 0;   // per event: the Mojo thread (floor: the hand-off thread)
-    double restCpuUs = 0;   // per event: every other thread
-    double wakeups = 0;     // voluntary switches per event, whole process
+    double cpuUs = 0;        // per event, whole process
+    double timerCpuUs = 0;   // per event: the host thread (floor: the timer thread)
+    double recvCpuUs = 0;    // per event: the Mojo thread (floor: the hand-off thread)
+    double restCpuUs = 0;    // per event: every other thread
+    double wakeups = 0;      // voluntary switches per event, whole process
     double recvWakeups = 0;  // the same, Mojo thread (floor: hand-off thread)
     double p50Us = 0;
     double p99Us = 0;
@@ -222,15 +222,14 @@ class Floor {
     static void schedule(Ticker* t) {
         const base::TimeTicks due =
             t->start + base::TimeDelta::FromSecondsD(static_cast<double>(t->next) / t->stream.hz);
-        t->floor->mTimer.task_runner()->PostDelayedTask(
-            FROM_HERE, base::BindOnce(&Floor::tick, t), due - base::TimeTicks::Now());
+        t->floor->mTimer.task_runner()->PostDelayedTask(FROM_HERE, base::BindOnce(&Floor::tick, t),
+                                                        due - base::TimeTicks::Now());
     }
     static void tick(Ticker* t) {
         const double elapsed = (base::TimeTicks::Now() - t->start).InSecondsF();
         const uint64_t due = static_cast<uint64_t>(std::max(0.0, elapsed * t->stream.hz)) + 1;
         for (; t->next < due; ++t->next) {
-            Sample s{t->stream.device, android::elapsedRealtimeNano(),
-                     static_cast<float>(t->next)};
+            Sample s{t->stream.device, android::elapsedRealtimeNano(), static_cast<float>(t->next)};
             t->floor->mHandOff.task_runner()->PostTask(
                 FROM_HERE, base::BindOnce(&Floor::deliver, base::Unretained(t->floor), s));
         }
@@ -279,9 +278,8 @@ Figures runSubHal(System& sys, const Load& load, double seconds, LatencyLog* lat
                         [&] { return sys.proxy().events(); });
     for (const Stream& s : load.streams) sys.subHal().activate(System::handleOf(s.device), false);
     for (const Stream& s : load.streams) {
-        sys.host().waitFor([&](const std::vector<std::string>&) {
-            return !sys.host().streaming(s.device);
-        });
+        sys.host().waitFor(
+            [&](const std::vector<std::string>&) { return !sys.host().streaming(s.device); });
     }
     flushMojoThread();
     return f;
@@ -335,8 +333,9 @@ Figures runTool(const std::string& tool, const Load& load, bool json, double sec
     // Long enough for the host's enumeration, the warm-up and the measurement.
     const std::string duration = std::to_string(static_cast<int>(seconds) + 6);
     const std::string rateText = std::to_string(rate);
-    std::vector<const char*> args = {tool.c_str(), "--host",   hostPath,         "stream",
-                                     "--rate",     rateText.c_str(), "--duration", duration.c_str()};
+    std::vector<const char*> args = {tool.c_str(), "--host",        hostPath,
+                                     "stream",     "--rate",        rateText.c_str(),
+                                     "--duration", duration.c_str()};
     if (json) args.push_back("--json");
     args.push_back(nullptr);
 
