@@ -98,12 +98,12 @@ QuietLogs::~QuietLogs() {
     android_log_set_sink(nullptr);
 }
 
-System::System(bool stream) {
+System::System(bool stream, android::sp<CountingProxyCallback> proxy) : mProxy(std::move(proxy)) {
     mHost = std::make_unique<host::EmulatedHost>(fiveDevices(stream));
     mHost->registerWithBridge();
 
     mSubHal = new IioSensorSubHal();
-    mProxy = new CountingProxyCallback();
+    if (mProxy == nullptr) mProxy = new CountingProxyCallback();
     mSubHal->initialize(mProxy);
     // Waits for the host's enumeration, as the proxy's first call does.
     mSubHal->getSensorsList_2_1(

@@ -34,6 +34,7 @@ class CountingProxyCallback
     CountingProxyCallback();
     ~CountingProxyCallback() override;
 
+    // Derived callbacks that record more call this too.
     void postEvents(const std::vector<Event>& events, ScopedWakelock wakelock) override;
     ScopedWakelock createScopedWakelock(bool lock) override;
 
@@ -71,7 +72,8 @@ class QuietLogs {
 class System {
   public:
     // `stream`: the host streams by timer at the rate asked for; otherwise only on emitBurst.
-    explicit System(bool stream = false);
+    // `proxy`: the callback given to initialize; a plain CountingProxyCallback when null.
+    explicit System(bool stream = false, android::sp<CountingProxyCallback> proxy = nullptr);
     ~System();
     System(const System&) = delete;
     System& operator=(const System&) = delete;

@@ -84,12 +84,16 @@ std::vector<PipeEndpoint::Item> PipeEndpoint::ItemQueue::take() {
 }
 
 void PipeEndpoint::Attach(scoped_refptr<base::SequencedTaskRunner> runner, EndpointClient* client) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    std::lock_guard<std::mutex> pendingLock(mPendingMutex);
-    mRunner = std::move(runner);
-    mClient = client;
-    mDrainScheduled = false;
-    if (!mPending.empty() || !mIncoming.empty()) ScheduleDrainLocked();
+    DrainPost drain;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        std::lock_guard<std::mutex> pendingLock(mPendingMutex);
+        mRunner = std::move(runner);
+        mClient = client;
+        mDrainScheduled = false;
+        if (!mPending.empty() || !mIncoming.empty()) drain = ScheduleDrainLocked();
+    }
+    drain.Post();
 }
 
 void PipeEndpoint::Detach() {
@@ -119,11 +123,18 @@ bool PipeEndpoint::Enqueue(Item item) {
     }
     if (item.closed) mPeerClosed.store(true, std::memory_order_release);
     mIncoming.push(std::move(item));
-    if (mRunner && !mDrainScheduled) ScheduleDrainLocked();
+    DrainPost drain;
+    if (mRunner && !mDrainScheduled) drain = ScheduleDrainLocked();
+    lock.unlock();
+    drain.Post();
     return true;
 }
 
-void PipeEndpoint::ScheduleDrainLocked() {
+void PipeEndpoint::DrainPost::Post() {
+    if (runner) runner->PostTask(FROM_HERE, std::move(task));
+}
+
+PipeEndpoint::DrainPost PipeEndpoint::ScheduleDrainLocked() {
     if (mDrainTask.is_null()) {
         mDrainTask = base::BindRepeating(
             [](const std::weak_ptr<PipeEndpoint>& weak) {
@@ -133,7 +144,7 @@ void PipeEndpoint::ScheduleDrainLocked() {
             weak_from_this());
     }
     mDrainScheduled = true;
-    mRunner->PostTask(FROM_HERE, mDrainTask);
+    return DrainPost{mRunner, mDrainTask};
 }
 
 void PipeEndpoint::Drain() {
@@ -167,8 +178,12 @@ void PipeEndpoint::Drain() {
             client->OnMessage(std::move(item.message));
         }
     }
-    std::lock_guard<std::mutex> lock(mMutex);
-    if (DrainIsCurrent()) ScheduleDrainLocked();
+    DrainPost drain;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (DrainIsCurrent()) drain = ScheduleDrainLocked();
+    }
+    drain.Post();
 }
 
 void PipeEndpoint::Close(uint32_t reason, const std::string& description) {

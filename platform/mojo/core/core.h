@@ -74,9 +74,19 @@ class PipeEndpoint : public std::enable_shared_from_this<PipeEndpoint> {
         size_t mHead = 0;  // items before it were popped
     };
 
+    // A drain to post. It is taken under mMutex and posted after mMutex is released: a thread
+    // woken by the post would otherwise find the mutex still held by the poster and sleep again.
+    // Posted late, it may find the end detached or attached elsewhere; the drain checks that.
+    struct DrainPost {
+        scoped_refptr<base::SequencedTaskRunner> runner;  // null: nothing to post
+        base::RepeatingClosure task;
+        void Post();
+    };
+
     // Queues an item from the peer. False if this end is closed.
     bool Enqueue(Item item);
-    void ScheduleDrainLocked();
+    // Under mMutex: marks a drain scheduled and returns the post to make once it is released.
+    DrainPost ScheduleDrainLocked();
     void Drain();
     // Whether a drain running now on the calling thread is the current one. Needs either mutex.
     bool DrainIsCurrent() const { return mClient && mRunner->RunsTasksInCurrentSequence(); }
