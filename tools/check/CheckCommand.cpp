@@ -26,11 +26,14 @@ void runWholeRunRules(CheckRun& run) {
         }
     }
     // A sensor never streamed has nothing to judge; one that streamed without a violation passes.
-    const uint64_t seen = run.sensorEventsSeen();
     for (const SensorInfo& sensor : run.sensors()) {
         if (run.timestampViolations().count(sensor.sensorHandle) != 0) continue;
-        run.add("stream.timestamps", sensor, "", seen == 0 ? skip("no events were seen") : pass());
+        const uint64_t events = run.sensorEventsSeen(sensor.sensorHandle);
+        run.add(
+            "stream.timestamps", sensor, "",
+            events == 0 ? skip("no events were seen") : pass(std::to_string(events) + " events"));
     }
+    const uint64_t seen = run.sensorEventsSeen();
     const uint64_t mismatches = run.wakelockMismatches();
     if (mismatches != 0) {
         run.add("proxy.wakelock", kSubHal,

@@ -92,6 +92,7 @@ void CheckRun::note(const std::vector<Event>& events) {
     for (const Event& event : events) {
         if (isMetaEvent(event)) continue;
         ++mSensorEvents;
+        ++mEventsPerHandle[event.sensorHandle];
         auto last = mLastTimestamp.find(event.sensorHandle);
         if (last != mLastTimestamp.end() && event.timestamp <= last->second &&
             mViolations.count(event.sensorHandle) == 0) {
@@ -140,6 +141,11 @@ android::sp<ProxyCallback> CheckRun::newCallback() {
     callback->setWakeUpHandles(std::move(wakeUp));
     mCallbacks.push_back(callback);
     return callback;
+}
+
+uint64_t CheckRun::sensorEventsSeen(int32_t handle) const {
+    auto found = mEventsPerHandle.find(handle);
+    return found == mEventsPerHandle.end() ? 0 : found->second;
 }
 
 uint64_t CheckRun::wakelockMismatches() const {

@@ -71,6 +71,8 @@ class CheckRun {
     // Posts, over every callback, whose wake lock did not match their events.
     uint64_t wakelockMismatches() const;
     uint64_t sensorEventsSeen() const { return mSensorEvents; }
+    // Sensor events seen with `handle`, over the whole run.
+    uint64_t sensorEventsSeen(int32_t handle) const;
 
     // Per handle: the first timestamp that did not increase, as "<previous> then <next>".
     const std::map<int32_t, std::string>& timestampViolations() const { return mViolations; }
@@ -87,6 +89,7 @@ class CheckRun {
     android::sp<ProxyCallback> mCurrent;
     std::vector<android::sp<ProxyCallback>> mCallbacks;  // every callback ever handed out
     std::map<int32_t, int64_t> mLastTimestamp;
+    std::map<int32_t, uint64_t> mEventsPerHandle;
     std::map<int32_t, std::string> mViolations;
     uint64_t mSensorEvents = 0;
 };

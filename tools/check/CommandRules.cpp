@@ -217,7 +217,8 @@ void checkFlushInactive(CheckRun& run) {
         const Result answer = answers[sensor.sensorHandle];
         const size_t completions = flushCompletions(events, sensor.sensorHandle);
         const std::string seen = "answered " + resultName(answer) + " with " +
-                                 std::to_string(completions) + " completions";
+                                 std::to_string(completions) +
+                                 (completions == 1 ? " completion" : " completions");
         if (answer == Result::BAD_VALUE && completions == 0) {
             run.add("commands.flush-inactive", sensor, "", pass(seen));
         } else if (answer == Result::OK && completions == 1) {
