@@ -19,6 +19,8 @@ using android::hardware::sensors::V1_0::SharedMemType;
 
 // How long the promised flush completions may take.
 constexpr milliseconds kFlushWindow{1000};
+// Events from which the rate after a too short period is measured.
+constexpr size_t kRateSamples = 40;
 // After the expected completions arrived, extra ones still count if they come this soon.
 constexpr milliseconds kFlushGrace{100};
 
@@ -114,10 +116,18 @@ void checkBatch(CheckRun& run) {
                          hal.batch(h, sensor.minDelay, 0), Result::OK));
         problems[h].push_back(expectAnswer("activate(true)", hal.activate(h, true), Result::OK));
     }
-    const milliseconds window = run.quick() ? milliseconds(300) : milliseconds(500);
-    run.collectFor(milliseconds(200));  // the stream starts
-    const auto counts =
-        countBy(run.collectFor(window), [](const Event& e) { return !isMetaEvent(e); });
+    // The rate each sensor runs at, from the timestamps of its first kRateSamples events.
+    const std::vector<Event> measured = run.collectUntil(
+        [&run](const std::vector<Event>& events) {
+            const auto counts = countBy(events, [](const Event& e) { return !isMetaEvent(e); });
+            for (const SensorInfo& sensor : run.sensors()) {
+                if (!isContinuous(sensor)) continue;
+                const auto found = counts.find(sensor.sensorHandle);
+                if (found == counts.end() || found->second < kRateSamples) return false;
+            }
+            return true;
+        },
+        milliseconds(2000));
     for (const SensorInfo& sensor : run.sensors()) {
         const int32_t h = sensor.sensorHandle;
         problems[h].push_back(
@@ -131,14 +141,20 @@ void checkBatch(CheckRun& run) {
                     skip("only a continuous sensor's minDelay bounds its rate"));
             continue;
         }
-        const auto found = counts.find(h);
-        const size_t n = found == counts.end() ? 0 : found->second;
-        if (n == 0) {
+        int64_t first = 0;
+        int64_t last = 0;
+        size_t n = 0;
+        for (const Event& event : measured) {
+            if (isMetaEvent(event) || event.sensorHandle != h || n == kRateSamples) continue;
+            if (n++ == 0) first = event.timestamp;
+            last = event.timestamp;
+        }
+        if (n < 2 || last <= first) {
             run.add("commands.batch-clamp", sensor, "",
-                    skip("no event arrived to measure the rate"));
+                    skip("too few events arrived to measure the rate"));
             continue;
         }
-        const double rate = static_cast<double>(n) * 1000.0 / static_cast<double>(window.count());
+        const double rate = static_cast<double>(n - 1) * 1e9 / static_cast<double>(last - first);
         const double bound = 1e6 / sensor.minDelay;
         char text[256];
         if (rate > bound * 1.1) {
@@ -377,7 +393,7 @@ void runInitializeRules(CheckRun& run) {
         run.useCallback(fresh);
         const std::vector<Event> after = run.collectUntil(
             [handle](const std::vector<Event>& events) { return hasSensorEvent(events, handle); },
-            milliseconds(1000));
+            milliseconds(2000));
         if (answer != Result::OK) {
             run.add("commands.initialize-cleanup", kSubHal,
                     fail("initialize answered " + resultName(answer)));
@@ -386,7 +402,7 @@ void runInitializeRules(CheckRun& run) {
                     deviation("events of the still active " + std::string(sensor->name) +
                               " reach the new callback without a new activate, by design"));
         } else {
-            run.add("commands.initialize-cleanup", kSubHal, pass("no event within 1 s"));
+            run.add("commands.initialize-cleanup", kSubHal, pass("no event within 2 s"));
         }
     }
     hal.activate(handle, false);
