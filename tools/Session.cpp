@@ -95,6 +95,7 @@ void Session::fetchSensors() {
     std::vector<SensorInfo> published;
     mSubHal->getSensorsList_2_1(
         [&published](const hidl_vec<SensorInfo>& list) { published = list; });
+    mPublished = published;
 
     std::set<int32_t> wakeUp;
     for (const SensorInfo& sensor : published) {

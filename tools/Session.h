@@ -54,6 +54,8 @@ class Session {
     ISensorsSubHal* subHal() const { return mSubHal; }
     ProxyCallback& callback() const { return *mCallback; }
     const std::vector<SensorInfo>& sensors() const { return mSensors; }
+    // Everything getSensorsList_2_1 answered, including sensors the proxy would drop.
+    const std::vector<SensorInfo>& published() const { return mPublished; }
     // Null if `handle` was not published.
     const SensorInfo* find(int32_t handle) const;
     bool json() const { return mJson; }
@@ -65,6 +67,7 @@ class Session {
     ISensorsSubHal* mSubHal = nullptr;  // owned by the library
     android::sp<ProxyCallback> mCallback;
     std::vector<SensorInfo> mSensors;
+    std::vector<SensorInfo> mPublished;
     bool mJson = false;
 };
 

@@ -6,6 +6,7 @@
 
 #include "Commands.h"
 #include "Session.h"
+#include "check/CheckCommand.h"
 
 using namespace kelvane::tools;
 
@@ -74,6 +75,9 @@ int main(int argc, char** argv) {
 
     CLI::App* dump = app.add_subcommand("dump", "print the sub-HAL's debug report");
 
+    check::CheckOptions checkOptions;
+    CLI::App* checkCommand = check::addCheckCommand(app, &checkOptions);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -97,6 +101,8 @@ int main(int argc, char** argv) {
                 result = runFlush(session, flushHandle);
             } else if (*dump) {
                 result = runDump(session);
+            } else if (*checkCommand) {
+                result = check::runCheck(session, checkOptions, common.json);
             }
         }
     }  // the emulated host goes here, before main returns

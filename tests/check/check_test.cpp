@@ -1,0 +1,289 @@
+// Runs `iio-subhal check` in a subprocess: against the built-in host every rule passes, skips or
+// reports a deviation, and the JUnit report parses; and every rule FAILs, with its reason, against
+// a host description or a misbehaving sub-HAL that breaks it.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+using nlohmann::json;
+
+struct CheckRun {
+    int exitCode = -1;
+    std::vector<json> results;  // the --json lines
+    std::string out;
+    std::string err;
+};
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+class TempFile {
+  public:
+    TempFile() {
+        char name[] = "/tmp/check_test_XXXXXX";
+        const int fd = mkstemp(name);
+        if (fd >= 0) close(fd);
+        mPath = name;
+    }
+    ~TempFile() { unlink(mPath.c_str()); }
+    const std::string& path() const { return mPath; }
+
+  private:
+    std::string mPath;
+};
+
+// Runs `program args` with `extraEnv` added to the environment; stdout and stderr go to files.
+int spawnAndWait(const std::string& program, const std::vector<std::string>& args,
+                 const std::vector<std::string>& extraEnv, const std::string& outPath,
+                 const std::string& errPath) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    std::vector<std::string> all = {program};
+    all.insert(all.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (std::string& a : all) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    std::vector<std::string> environment = extraEnv;
+    for (char** e = environ; *e != nullptr; ++e) environment.push_back(*e);
+    std::vector<char*> envp;
+    for (std::string& e : environment) envp.push_back(e.data());
+    envp.push_back(nullptr);
+    pid_t pid = -1;
+    const int spawned =
+        posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0) return -1;
+    int status = 0;
+    if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
+}
+
+CheckRun runCheck(const std::vector<std::string>& args, const std::vector<std::string>& env = {}) {
+    TempFile out;
+    TempFile err;
+    std::vector<std::string> all = {"check", "--json"};
+    all.insert(all.end(), args.begin(), args.end());
+    CheckRun run;
+    run.exitCode = spawnAndWait(IIO_SUBHAL_PATH, all, env, out.path(), err.path());
+    run.out = readFile(out.path());
+    run.err = readFile(err.path());
+    std::stringstream lines(run.out);
+    std::string line;
+    while (std::getline(lines, line)) {
+        json parsed = json::parse(line, nullptr, false);
+        if (parsed.is_discarded()) {
+            ADD_FAILURE() << "not a JSON line: " << line;
+            continue;
+        }
+        run.results.push_back(parsed);
+    }
+    return run;
+}
+
+std::string host(const char* name) { return std::string(CHECK_HOSTS_DIR) + "/" + name; }
+
+// The run with the real library behind the misbehaving one, with `faults` on.
+CheckRun runFaulty(const std::string& faults, const std::vector<std::string>& args) {
+    std::vector<std::string> all = {"--library", FAULTY_SUBHAL_PATH};
+    all.insert(all.end(), args.begin(), args.end());
+    return runCheck(all, {std::string("REAL_SUBHAL_LIBRARY=") + SUBHAL_LIBRARY_PATH,
+                          "FAULTY_SUBHAL_FAULTS=" + faults});
+}
+
+std::string describe(const CheckRun& run) {
+    return "exit " + std::to_string(run.exitCode) + "\nstdout:\n" + run.out + "stderr:\n" + run.err;
+}
+
+// Expects at least one FAIL of `rule` whose detail contains `reason`.
+void expectFail(const CheckRun& run, const std::string& rule, const std::string& reason) {
+    for (const json& r : run.results) {
+        if (r["rule"] == rule && r["verdict"] == "FAIL" &&
+            r["detail"].get<std::string>().find(reason) != std::string::npos) {
+            return;
+        }
+    }
+    ADD_FAILURE() << "no FAIL of " << rule << " with \"" << reason << "\"\n" << describe(run);
+}
+
+int xmllint(const std::vector<std::string>& args, std::string* out) {
+    TempFile stdoutFile;
+    TempFile stderrFile;
+    const int code = spawnAndWait(XMLLINT_PATH, args, {}, stdoutFile.path(), stderrFile.path());
+    *out = readFile(stdoutFile.path()) + readFile(stderrFile.path());
+    return code;
+}
+
+TEST(CheckTest, BuiltInHostPassesWithTheDesignsDeviationsAndAValidJUnitReport) {
+    ASSERT_STRNE(XMLLINT_PATH, "") << "xmllint is missing (Debian package libxml2-utils)";
+    TempFile junit;
+    const CheckRun run = runCheck({"--quick", "--junit", junit.path()});
+    ASSERT_EQ(run.exitCode, 0) << describe(run);
+
+    std::map<std::string, std::map<std::string, int>> verdicts;  // rule -> verdict -> count
+    for (const json& r : run.results) {
+        verdicts[r["rule"]][r["verdict"]]++;
+        EXPECT_NE(r["verdict"], "FAIL") << r.dump();
+        if (r["verdict"] != "PASS") {
+            EXPECT_FALSE(r["detail"].get<std::string>().empty()) << r.dump();
+        }
+    }
+    EXPECT_EQ(verdicts.size(), 31u) << "every rule of the catalogue reports";
+    // The design's four deliberate differences, never hidden as passes.
+    for (const char* rule : {"commands.flush-inactive", "commands.operation-mode",
+                             "commands.initialize-cleanup", "commands.batch-clamp"}) {
+        EXPECT_GT(verdicts[rule]["DEVIATION"], 0) << rule;
+        EXPECT_EQ(verdicts[rule]["PASS"], 0) << rule;
+    }
+    EXPECT_EQ(verdicts["stream.count"]["PASS"], 6) << "three sensors at 200 and 20 ms";
+    EXPECT_EQ(verdicts["stream.count"]["SKIP"], 3) << "5 ms is below every minDelay";
+    EXPECT_NE(run.err.find("check: streaming at 200 ms for 1 s"), std::string::npos) << run.err;
+
+    std::string output;
+    ASSERT_EQ(xmllint({"--noout", junit.path()}, &output), 0) << output;
+    auto count = [&junit](const std::string& xpath) {
+        std::string text;
+        xmllint({"--xpath", "count(" + xpath + ")", junit.path()}, &text);
+        return std::atoi(text.c_str());
+    };
+    EXPECT_EQ(count("/testsuites/testsuite/testcase"), static_cast<int>(run.results.size()));
+    EXPECT_EQ(count("//failure"), 0);
+    EXPECT_EQ(count("//skipped"), count("//testcase[skipped]"));
+    EXPECT_GT(count("//testcase[properties/property[@value='DEVIATION']]"), 0);
+}
+
+TEST(CheckTest, TableGroupsByRuleAndEndsWithASummary) {
+    TempFile out;
+    TempFile err;
+    const int code =
+        spawnAndWait(IIO_SUBHAL_PATH, {"check", "--rule", "list.*"}, {}, out.path(), err.path());
+    const std::string table = readFile(out.path());
+    EXPECT_EQ(code, 0) << table << readFile(err.path());
+    EXPECT_EQ(table.rfind("RULE", 0), 0u) << table;
+    EXPECT_NE(table.find("list.name  "), std::string::npos) << table;
+    EXPECT_EQ(table.find("commands."), std::string::npos) << "--rule keeps other rules out";
+    EXPECT_NE(table.find("results: 51 PASS, 0 FAIL, 0 SKIP, 0 DEVIATION"), std::string::npos)
+        << table;
+}
+
+TEST(CheckTest, RulePatternThatMatchesNothingIsBadUsage) {
+    const CheckRun run = runCheck({"--rule", "list.colour"});
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_NE(run.err.find("iio-subhal: --rule \"list.colour\" matches no rule"), std::string::npos)
+        << run.err;
+}
+
+// Host descriptions whose devices break a rule.
+TEST(CheckTest, HostWithoutDevicesFailsThePublishedRule) {
+    const CheckRun run = runCheck({"--host", host("no-devices.json"), "--rule", "list.*"});
+    EXPECT_EQ(run.exitCode, 1) << describe(run);
+    expectFail(run, "list.published", "empty list");
+}
+
+TEST(CheckTest, TwoDevicesOfOneTypeAndLocationFailNameUniqueness) {
+    const CheckRun run =
+        runCheck({"--host", host("two-accelerometers-in-the-lid.json"), "--rule", "list.*"});
+    EXPECT_EQ(run.exitCode, 1) << describe(run);
+    expectFail(run, "list.name-unique", "is also named \"Accelerometer (lid)\"");
+}
+
+TEST(CheckTest, DeviceThatDoesNotHonourTheRateFailsCountAndHotSwitch) {
+    const CheckRun run = runCheck({"--host", host("slow-accelerometer.json"), "--quick", "--rule",
+                                   "stream.count", "--rule", "stream.hot-switch"});
+    EXPECT_EQ(run.exitCode, 1) << describe(run);
+    expectFail(run, "stream.count", "needs at least 25");
+    expectFail(run, "stream.hot-switch", "off by more than 10 %");
+}
+
+TEST(CheckTest, AccelerometerWithAWeakReadingFailsTheNorm) {
+    const CheckRun run =
+        runCheck({"--host", host("tilted-accelerometer.json"), "--quick", "--rule", "stream.norm"});
+    EXPECT_EQ(run.exitCode, 1) << describe(run);
+    expectFail(run, "stream.norm", "outside 9.8066 +- 1");
+}
+
+TEST(CheckTest, RepeatedTimestampFailsIncreaseAndStaleness) {
+    const CheckRun run = runCheck({"--host", host("frozen-timestamp.json"), "--rule",
+                                   "stream.timestamps", "--rule", "stream.no-stale"});
+    EXPECT_EQ(run.exitCode, 1) << describe(run);
+    expectFail(run, "stream.timestamps", "1000000000 then 1000000000 did not increase");
+    expectFail(run, "stream.no-stale", "first new event 0 ms after the last old one");
+}
+
+// Rules that this library's fixed descriptions and answers keep; a sub-HAL in front of it breaks
+// them.
+TEST(CheckTest, BrokenDescriptionsFailTheListRules) {
+    const CheckRun run = runFaulty(
+        "empty-name,empty-vendor,meta-type,type-string,negative-power,zero-range,fifo,on-change,"
+        "zero-min-delay,top-byte",
+        {"--rule", "list.*", "--rule", "proxy.handle-top-byte"});
+    EXPECT_EQ(run.exitCode, 1) << describe(run);
+    expectFail(run, "list.name", "name is empty");
+    expectFail(run, "list.vendor", "vendor is empty");
+    expectFail(run, "list.type", "META_DATA");
+    expectFail(run, "list.type-string", "\"android.sensor.not_this_one\"");
+    expectFail(run, "list.power", "< 0");
+    expectFail(run, "list.max-range", "<= 0");
+    expectFail(run, "list.fifo", "fifoMaxEventCount 0 < fifoReservedEventCount 10");
+    expectFail(run, "list.reporting-mode", "ON_CHANGE, the type's is CONTINUOUS");
+    expectFail(run, "list.delays", "CONTINUOUS needs minDelay > 0");
+    expectFail(run, "proxy.handle-top-byte", "handle 0x01000003");
+}
+
+TEST(CheckTest, WrongAnswersFailTheCommandRules) {
+    const CheckRun run = runFaulty(
+        "accept-any-handle,refuse-deactivate,refuse-batch,double-flush,direct-channel,"
+        "refuse-injection,keep-first-callback",
+        {"--rule", "commands.*"});
+    EXPECT_EQ(run.exitCode, 1) << describe(run);
+    expectFail(run, "commands.invalid-handle", "answered OK, expected BAD_VALUE");
+    expectFail(run, "commands.activate-twice", "activate(false) answered INVALID_OPERATION");
+    expectFail(run, "commands.batch", "answered BAD_VALUE, expected OK");
+    expectFail(run, "commands.flush", "1 flushes gave 2 completions");
+    expectFail(run, "commands.flush-inactive", "answered OK with 2 completions");
+    expectFail(run, "commands.direct-channel", "registerDirectChannel answered OK");
+    expectFail(run, "commands.operation-mode", "INVALID_OPERATION, expected BAD_VALUE");
+    expectFail(run, "commands.initialize-twice", "the newest callback received no event");
+}
+
+TEST(CheckTest, RefusedReinitializeFailsTheCleanupRule) {
+    const CheckRun run = runFaulty("refuse-late-initialize", {"--rule", "commands.initialize-*"});
+    EXPECT_EQ(run.exitCode, 1) << describe(run);
+    expectFail(run, "commands.initialize-cleanup", "initialize answered NO_MEMORY");
+}
+
+TEST(CheckTest, MisaddressedEventsAndWakeLocksFailTheStreamAndProxyRules) {
+    const CheckRun run = runFaulty("wrong-handle,foreign-events,wake-lock,refuse-batch",
+                                   {"--quick", "--rule", "stream.handle", "--rule", "stream.meta",
+                                    "--rule", "stream.commands", "--rule", "proxy.wakelock"});
+    EXPECT_EQ(run.exitCode, 1) << describe(run);
+    expectFail(run, "stream.handle", "carries handle 101, expected 1");
+    expectFail(run, "stream.meta", "non-meta events of sensors not under test");
+    expectFail(run, "stream.commands", "batch answered BAD_VALUE");
+    expectFail(run, "proxy.wakelock", "held the wake lock");
+}
+
+}  // namespace

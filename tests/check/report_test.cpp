@@ -1,0 +1,66 @@
+// The check's reports for results whose text would break them: XML metacharacters, control
+// characters and invalid UTF-8 in sensor names and details.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+#include "tools/check/CheckReport.h"
+
+namespace kelvane::tools::check {
+namespace {
+
+std::vector<CheckResult> awkwardResults() {
+    return {
+        {"stream.count", "*StreamingOperation*", "stream", "A <b> & \"c\" 'd' @ 20 ms", 1,
+         Verdict::kFail, "3 < 25 & \x01 bell\x07"},
+        {"list.name", "SensorListValid", "list", "bad \xff utf-8", 2, Verdict::kPass, ""},
+        {"commands.flush-inactive", "FlushInactiveSensor", "commands", "x", 2, Verdict::kDeviation,
+         "OK with 1 completion </system-out>"},
+        {"stream.norm", "*StreamingOperation*", "stream", "y", 3, Verdict::kSkip, "no <norm>"},
+    };
+}
+
+TEST(CheckReportTest, JUnitStaysWellFormedAndCountsEveryVerdict) {
+    char path[] = "/tmp/check_report_XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    const std::string xml = resultJUnit(awkwardResults(), 1.5);
+    ASSERT_EQ(write(fd, xml.data(), xml.size()), static_cast<ssize_t>(xml.size()));
+    close(fd);
+    const std::string lint = std::string(XMLLINT_PATH) + " --noout " + path + " 2>&1";
+    EXPECT_EQ(std::system(lint.c_str()), 0) << xml;
+    unlink(path);
+
+    EXPECT_NE(xml.find("tests=\"4\" failures=\"1\" errors=\"0\" skipped=\"1\""), std::string::npos)
+        << xml;
+    EXPECT_NE(xml.find("message=\"3 &lt; 25 &amp; ? bell?\""), std::string::npos) << xml;
+    EXPECT_NE(xml.find("DEVIATION: OK with 1 completion &lt;/system-out&gt;"), std::string::npos)
+        << xml;
+    // Groups in catalogue order: list, commands, stream.
+    EXPECT_LT(xml.find("name=\"list\""), xml.find("name=\"commands\""));
+    EXPECT_LT(xml.find("name=\"commands\""), xml.find("name=\"stream\""));
+}
+
+TEST(CheckReportTest, JsonLinesParseBackAndTableSummarizes) {
+    std::stringstream lines(resultJsonLines(awkwardResults()));
+    std::string line;
+    size_t count = 0;
+    while (std::getline(lines, line)) {
+        const nlohmann::json parsed = nlohmann::json::parse(line, nullptr, false);
+        ASSERT_FALSE(parsed.is_discarded()) << line;
+        EXPECT_TRUE(parsed.contains("verdict"));
+        ++count;
+    }
+    EXPECT_EQ(count, 4u);
+    const std::string table = resultTable(awkwardResults());
+    EXPECT_NE(table.find("4 results: 1 PASS, 1 FAIL, 1 SKIP, 1 DEVIATION"), std::string::npos)
+        << table;
+}
+
+}  // namespace
+}  // namespace kelvane::tools::check

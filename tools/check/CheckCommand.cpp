@@ -1,0 +1,112 @@
+#include "check/CheckCommand.h"
+
+#include <fnmatch.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+
+#include "check/CheckReport.h"
+#include "check/CommandRules.h"
+#include "check/ListRules.h"
+#include "check/RuleCatalogue.h"
+#include "check/StreamRules.h"
+
+namespace kelvane::tools::check {
+
+namespace {
+
+// The rules judged over the whole run, after everything else.
+void runWholeRunRules(CheckRun& run) {
+    for (const SensorInfo& sensor : run.sensors()) {
+        const auto violation = run.timestampViolations().find(sensor.sensorHandle);
+        if (violation != run.timestampViolations().end()) {
+            run.add("stream.timestamps", sensor, "",
+                    fail("timestamp " + violation->second + " did not increase"));
+        }
+    }
+    // A sensor never streamed has nothing to judge; one that streamed without a violation passes.
+    for (const SensorInfo& sensor : run.sensors()) {
+        if (run.timestampViolations().count(sensor.sensorHandle) != 0) continue;
+        const uint64_t events = run.sensorEventsSeen(sensor.sensorHandle);
+        run.add(
+            "stream.timestamps", sensor, "",
+            events == 0 ? skip("no events were seen") : pass(std::to_string(events) + " events"));
+    }
+    const uint64_t seen = run.sensorEventsSeen();
+    const uint64_t mismatches = run.wakelockMismatches();
+    if (mismatches != 0) {
+        run.add("proxy.wakelock", kSubHal,
+                fail(std::to_string(mismatches) +
+                     " posts held the wake lock without a wake-up sensor's event, or the reverse"));
+    } else if (seen == 0) {
+        run.add("proxy.wakelock", kSubHal, skip("no events were posted"));
+    } else {
+        run.add("proxy.wakelock", kSubHal,
+                pass("every post of " + std::to_string(seen) + " sensor events"));
+    }
+}
+
+}  // namespace
+
+CLI::App* addCheckCommand(CLI::App& app, CheckOptions* options) {
+    CLI::App* check = app.add_subcommand(
+        "check", "run the Android conformance rules against the sub-HAL and its host");
+    check->add_flag("--quick", options->quick, "shorter stream rules (about 1 s each), for CI");
+    check->add_option("--junit", options->junitFile, "also write a JUnit XML report to FILE")
+        ->type_name("FILE");
+    check
+        ->add_option("--rule", options->rules,
+                     "run only rules whose id matches PATTERN (glob, e.g. 'list.*'); repeatable")
+        ->type_name("PATTERN")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    return check;
+}
+
+int runCheck(Session& session, const CheckOptions& options, bool json) {
+    for (const std::string& pattern : options.rules) {
+        bool matched = false;
+        for (const RuleInfo& rule : ruleCatalogue()) {
+            matched = matched || fnmatch(pattern.c_str(), rule.id, 0) == 0;
+        }
+        if (!matched) {
+            printError("--rule \"" + pattern + "\" matches no rule");
+            return kExitUsage;
+        }
+    }
+    const auto start = std::chrono::steady_clock::now();
+    CheckRun run(session, options);
+    runListRules(run);
+    runCommandRules(run);
+    runStreamRules(run);
+    runInitializeRules(run);
+    runWholeRunRules(run);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    run.progress("done in " + std::to_string(static_cast<int>(seconds + 0.5)) + " s");
+
+    const std::vector<CheckResult>& results = run.results();
+    if (json) {
+        std::fputs(resultJsonLines(results).c_str(), stdout);
+        std::fprintf(stderr, "check: %s\n", summaryLine(results).c_str());
+    } else {
+        std::fputs(resultTable(results).c_str(), stdout);
+    }
+    std::fflush(stdout);
+    if (!options.junitFile.empty()) {
+        std::ofstream file(options.junitFile);
+        file << resultJUnit(results, seconds);
+        file.close();
+        if (!file) {
+            printError("cannot write " + options.junitFile);
+            return kExitUsage;
+        }
+    }
+    for (const CheckResult& r : results) {
+        if (r.verdict == Verdict::kFail) return kExitFailure;
+    }
+    return kExitOk;
+}
+
+}  // namespace kelvane::tools::check

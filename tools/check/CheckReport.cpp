@@ -1,0 +1,229 @@
+#include "check/CheckReport.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "check/RuleCatalogue.h"
+
+namespace kelvane::tools::check {
+
+namespace {
+
+// Length of the well-formed UTF-8 sequence at text[i], or 0 if there is none.
+size_t utf8Length(const std::string& text, size_t i) {
+    const auto byte = [&text](size_t k) { return static_cast<unsigned char>(text[k]); };
+    const unsigned char lead = byte(i);
+    size_t length = 0;
+    if (lead < 0x80) return 1;
+    if (lead >= 0xC2 && lead <= 0xDF) length = 2;
+    if (lead >= 0xE0 && lead <= 0xEF) length = 3;
+    if (lead >= 0xF0 && lead <= 0xF4) length = 4;
+    if (length == 0 || i + length > text.size()) return 0;
+    for (size_t k = 1; k < length; ++k) {
+        if ((byte(i + k) & 0xC0) != 0x80) return 0;
+    }
+    return length;
+}
+
+// Escaped for an attribute or text node. Bytes that are not UTF-8, and the control characters
+// XML 1.0 has no place for, become '?': a sensor's name comes from the sub-HAL as it is.
+std::string xmlEscaped(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size();) {
+        const size_t length = utf8Length(text, i);
+        if (length == 0) {
+            out += '?';
+            ++i;
+            continue;
+        }
+        if (length > 1) {
+            out.append(text, i, length);
+            i += length;
+            continue;
+        }
+        const char c = text[i++];
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '\'':
+                out += "&apos;";
+                break;
+            default:
+                const bool control =
+                    static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r';
+                out += control ? '?' : c;
+        }
+    }
+    return out;
+}
+
+struct Tally {
+    size_t pass = 0, fail = 0, skip = 0, deviation = 0;
+    void add(Verdict v) {
+        switch (v) {
+            case Verdict::kPass:
+                ++pass;
+                break;
+            case Verdict::kFail:
+                ++fail;
+                break;
+            case Verdict::kSkip:
+                ++skip;
+                break;
+            case Verdict::kDeviation:
+                ++deviation;
+                break;
+        }
+    }
+    size_t total() const { return pass + fail + skip + deviation; }
+};
+
+}  // namespace
+
+const char* verdictName(Verdict verdict) {
+    switch (verdict) {
+        case Verdict::kPass:
+            return "PASS";
+        case Verdict::kFail:
+            return "FAIL";
+        case Verdict::kSkip:
+            return "SKIP";
+        case Verdict::kDeviation:
+            return "DEVIATION";
+    }
+    return "?";
+}
+
+std::vector<CheckResult> groupedByRule(const std::vector<CheckResult>& results) {
+    std::vector<CheckResult> sorted = results;
+    std::stable_sort(sorted.begin(), sorted.end(), [](const CheckResult& a, const CheckResult& b) {
+        const size_t ra = ruleOrder(a.rule);
+        const size_t rb = ruleOrder(b.rule);
+        if (ra != rb) return ra < rb;
+        return a.handle.value_or(0) < b.handle.value_or(0);
+    });
+    return sorted;
+}
+
+std::string summaryLine(const std::vector<CheckResult>& results) {
+    Tally tally;
+    for (const CheckResult& r : results) tally.add(r.verdict);
+    char text[160];
+    std::snprintf(text, sizeof(text), "%zu results: %zu PASS, %zu FAIL, %zu SKIP, %zu DEVIATION",
+                  tally.total(), tally.pass, tally.fail, tally.skip, tally.deviation);
+    return text;
+}
+
+std::string resultTable(const std::vector<CheckResult>& results) {
+    const std::vector<CheckResult> sorted = groupedByRule(results);
+    size_t ruleWidth = 4;
+    size_t subjectWidth = 6;
+    for (const CheckResult& r : sorted) {
+        ruleWidth = std::max(ruleWidth, r.rule.size());
+        subjectWidth = std::max(subjectWidth, r.subject.size());
+    }
+    std::string out;
+    char line[1024];
+    auto row = [&](const std::string& rule, const std::string& subject, const char* verdict,
+                   const std::string& detail) {
+        std::snprintf(line, sizeof(line), "%-*s  %-*s  %-9s  %s", static_cast<int>(ruleWidth),
+                      rule.c_str(), static_cast<int>(subjectWidth), subject.c_str(), verdict,
+                      detail.c_str());
+        std::string text = line;
+        while (!text.empty() && text.back() == ' ') text.pop_back();
+        out += text + "\n";
+    };
+    row("RULE", "SENSOR", "RESULT", "DETAIL");
+    std::string group;
+    for (const CheckResult& r : sorted) {
+        if (r.group != group && !group.empty()) out += "\n";
+        group = r.group;
+        row(r.rule, r.subject, verdictName(r.verdict), r.detail);
+    }
+    out += "\n" + summaryLine(results) + "\n";
+    return out;
+}
+
+std::string resultJsonLines(const std::vector<CheckResult>& results) {
+    std::string out;
+    for (const CheckResult& r : groupedByRule(results)) {
+        nlohmann::json object = {{"rule", r.rule},
+                                 {"source", r.source},
+                                 {"group", r.group},
+                                 {"subject", r.subject},
+                                 {"verdict", verdictName(r.verdict)},
+                                 {"detail", r.detail}};
+        object["handle"] = r.handle ? nlohmann::json(*r.handle) : nlohmann::json(nullptr);
+        out += object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    }
+    return out;
+}
+
+std::string resultJUnit(const std::vector<CheckResult>& results, double seconds) {
+    const std::vector<CheckResult> sorted = groupedByRule(results);
+    std::map<std::string, Tally> tallies;
+    std::vector<std::string> groups;
+    Tally all;
+    for (const CheckResult& r : sorted) {
+        if (tallies.count(r.group) == 0) groups.push_back(r.group);
+        tallies[r.group].add(r.verdict);
+        all.add(r.verdict);
+    }
+    char head[256];
+    std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+    std::snprintf(head, sizeof(head),
+                  "<testsuites name=\"iio-subhal check\" tests=\"%zu\" failures=\"%zu\" "
+                  "errors=\"0\" skipped=\"%zu\" time=\"%.3f\">\n",
+                  all.total(), all.fail, all.skip, seconds);
+    out += head;
+    for (const std::string& group : groups) {
+        const Tally& t = tallies[group];
+        std::snprintf(head, sizeof(head),
+                      "  <testsuite name=\"%s\" tests=\"%zu\" failures=\"%zu\" errors=\"0\" "
+                      "skipped=\"%zu\">\n",
+                      xmlEscaped(group).c_str(), t.total(), t.fail, t.skip);
+        out += head;
+        for (const CheckResult& r : sorted) {
+            if (r.group != group) continue;
+            out += "    <testcase classname=\"iio-subhal.check." + xmlEscaped(r.rule) +
+                   "\" name=\"" + xmlEscaped(r.rule + ": " + r.subject) + "\"";
+            const std::string message = xmlEscaped(r.detail);
+            switch (r.verdict) {
+                case Verdict::kPass:
+                    out += "/>\n";
+                    break;
+                case Verdict::kFail:
+                    out += ">\n      <failure message=\"" + message + "\" type=\"FAIL\">" +
+                           message + "</failure>\n    </testcase>\n";
+                    break;
+                case Verdict::kSkip:
+                    out += ">\n      <skipped message=\"" + message + "\"/>\n    </testcase>\n";
+                    break;
+                case Verdict::kDeviation:
+                    out +=
+                        ">\n      <properties><property name=\"verdict\" value=\"DEVIATION\"/>"
+                        "</properties>\n      <system-out>DEVIATION: " +
+                        message + "</system-out>\n    </testcase>\n";
+                    break;
+            }
+        }
+        out += "  </testsuite>\n";
+    }
+    out += "</testsuites>\n";
+    return out;
+}
+
+}  // namespace kelvane::tools::check

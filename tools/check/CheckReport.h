@@ -1,0 +1,24 @@
+// Renderings of a check's results: a table grouped by rule and sensor with a one-line summary,
+// JSON (one object per result per line) and JUnit XML for CI systems.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "check/CheckResult.h"
+
+namespace kelvane::tools::check {
+
+// Results ordered by the rule catalogue, then by subject, run order kept within.
+std::vector<CheckResult> groupedByRule(const std::vector<CheckResult>& results);
+
+// "31 results: 20 PASS, 1 FAIL, 6 SKIP, 4 DEVIATION"
+std::string summaryLine(const std::vector<CheckResult>& results);
+
+std::string resultTable(const std::vector<CheckResult>& results);
+std::string resultJsonLines(const std::vector<CheckResult>& results);
+// One <testsuite> per rule group; FAIL is a <failure>, SKIP a <skipped>, and a DEVIATION passes
+// with its verdict as a property and its detail in <system-out>.
+std::string resultJUnit(const std::vector<CheckResult>& results, double seconds);
+
+}  // namespace kelvane::tools::check

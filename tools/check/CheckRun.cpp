@@ -1,0 +1,164 @@
+#include "check/CheckRun.h"
+
+#include <fnmatch.h>
+
+#include <cstdio>
+#include <set>
+
+#include "check/RuleCatalogue.h"
+
+namespace kelvane::tools::check {
+
+namespace {
+
+using android::hardware::sensors::V1_0::MetaDataEventType;
+using android::hardware::sensors::V1_0::Result;
+using android::hardware::sensors::V1_0::SensorFlagBits;
+using android::hardware::sensors::V2_1::SensorType;
+using Clock = std::chrono::steady_clock;
+
+}  // namespace
+
+bool isMetaEvent(const Event& event) { return event.sensorType == SensorType::META_DATA; }
+
+bool isFlushComplete(const Event& event, int32_t handle) {
+    return isMetaEvent(event) && event.sensorHandle == handle &&
+           event.u.meta.what == MetaDataEventType::META_DATA_FLUSH_COMPLETE;
+}
+
+std::string resultName(Result result) {
+    switch (result) {
+        case Result::OK:
+            return "OK";
+        case Result::PERMISSION_DENIED:
+            return "PERMISSION_DENIED";
+        case Result::NO_MEMORY:
+            return "NO_MEMORY";
+        case Result::BAD_VALUE:
+            return "BAD_VALUE";
+        case Result::INVALID_OPERATION:
+            return "INVALID_OPERATION";
+    }
+    return std::to_string(static_cast<int>(result));
+}
+
+std::string periodText(int64_t periodNs) {
+    if (periodNs % 1000000 == 0) return std::to_string(periodNs / 1000000) + " ms";
+    if (periodNs % 1000 == 0) return std::to_string(periodNs / 1000) + " us";
+    return std::to_string(periodNs) + " ns";
+}
+
+CheckRun::CheckRun(Session& session, const CheckOptions& options)
+    : mSession(session), mOptions(options), mCurrent(&session.callback()) {
+    mCallbacks.push_back(mCurrent);
+}
+
+bool CheckRun::wants(const std::string& rule) const {
+    if (mOptions.rules.empty()) return true;
+    for (const std::string& pattern : mOptions.rules) {
+        if (fnmatch(pattern.c_str(), rule.c_str(), 0) == 0) return true;
+    }
+    return false;
+}
+
+bool CheckRun::wantsAny(const std::vector<std::string>& rules) const {
+    for (const std::string& rule : rules) {
+        if (wants(rule)) return true;
+    }
+    return false;
+}
+
+void CheckRun::progress(const std::string& what) const {
+    std::fprintf(stderr, "check: %s\n", what.c_str());
+}
+
+void CheckRun::add(const std::string& rule, const SensorInfo& sensor, const std::string& suffix,
+                   Outcome outcome) {
+    if (!wants(rule)) return;
+    const RuleInfo* info = findRule(rule);
+    mResults.push_back({rule, info != nullptr ? info->source : "", ruleGroup(rule),
+                        std::string(sensor.name) + suffix, sensor.sensorHandle, outcome.verdict,
+                        std::move(outcome.detail)});
+}
+
+void CheckRun::add(const std::string& rule, const std::string& subject, Outcome outcome) {
+    if (!wants(rule)) return;
+    const RuleInfo* info = findRule(rule);
+    mResults.push_back({rule, info != nullptr ? info->source : "", ruleGroup(rule), subject,
+                        std::nullopt, outcome.verdict, std::move(outcome.detail)});
+}
+
+void CheckRun::note(const std::vector<Event>& events) {
+    for (const Event& event : events) {
+        if (isMetaEvent(event)) continue;
+        ++mSensorEvents;
+        ++mEventsPerHandle[event.sensorHandle];
+        auto last = mLastTimestamp.find(event.sensorHandle);
+        if (last != mLastTimestamp.end() && event.timestamp <= last->second &&
+            mViolations.count(event.sensorHandle) == 0) {
+            mViolations[event.sensorHandle] =
+                std::to_string(last->second) + " then " + std::to_string(event.timestamp);
+        }
+        mLastTimestamp[event.sensorHandle] = event.timestamp;
+    }
+}
+
+std::vector<Event> CheckRun::collectFor(milliseconds duration) {
+    return collectUntil([](const std::vector<Event>&) { return false; }, duration);
+}
+
+std::vector<Event> CheckRun::collectUntil(
+    const std::function<bool(const std::vector<Event>&)>& done, milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    std::vector<Event> all;
+    while (!done(all) && Clock::now() < deadline) {
+        std::vector<Event> taken = mCurrent->queue().takeUntil(deadline);
+        note(taken);
+        all.insert(all.end(), taken.begin(), taken.end());
+    }
+    return all;
+}
+
+std::vector<Event> CheckRun::settle(milliseconds quiet, milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    std::vector<Event> all;
+    while (Clock::now() < deadline) {
+        const auto wake = std::min(deadline, Clock::now() + quiet);
+        std::vector<Event> taken = mCurrent->queue().takeUntil(wake);
+        if (taken.empty()) break;
+        note(taken);
+        all.insert(all.end(), taken.begin(), taken.end());
+    }
+    return all;
+}
+
+android::sp<ProxyCallback> CheckRun::newCallback() {
+    android::sp<ProxyCallback> callback = new ProxyCallback();
+    std::set<int32_t> wakeUp;
+    for (const SensorInfo& sensor : sensors()) {
+        if ((sensor.flags & SensorFlagBits::WAKE_UP) != 0) wakeUp.insert(sensor.sensorHandle);
+    }
+    callback->setWakeUpHandles(std::move(wakeUp));
+    mCallbacks.push_back(callback);
+    return callback;
+}
+
+uint64_t CheckRun::sensorEventsSeen(int32_t handle) const {
+    auto found = mEventsPerHandle.find(handle);
+    return found == mEventsPerHandle.end() ? 0 : found->second;
+}
+
+uint64_t CheckRun::wakelockMismatches() const {
+    uint64_t total = 0;
+    for (const auto& callback : mCallbacks) total += callback->wakelockMismatches();
+    return total;
+}
+
+const SensorInfo* CheckRun::defaultSensor(SensorType type) const {
+    for (const SensorInfo& sensor : sensors()) {
+        if (sensor.type == type) return &sensor;
+    }
+    return nullptr;
+}
+
+}  // namespace kelvane::tools::check

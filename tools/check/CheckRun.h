@@ -1,0 +1,103 @@
+// The state of one conformance run: the sub-HAL under test, the proxy callback it currently posts
+// to, the events seen so far and the results. All of it belongs to the thread that runs the
+// check; only the callbacks' queues are filled by the library's threads.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ProxyCallback.h"
+#include "Session.h"
+#include "check/CheckResult.h"
+
+namespace kelvane::tools::check {
+
+using android::hardware::sensors::V2_1::Event;
+using android::hardware::sensors::V2_1::SensorInfo;
+using std::chrono::milliseconds;
+
+struct CheckOptions {
+    bool quick = false;              // shorter stream rules, for CI
+    std::string junitFile;           // empty: no JUnit report
+    std::vector<std::string> rules;  // glob patterns on rule ids; empty: every rule
+};
+
+// A subject that is the sub-HAL as a whole rather than one sensor.
+constexpr const char* kSubHal = "sub-HAL";
+
+class CheckRun {
+  public:
+    CheckRun(Session& session, const CheckOptions& options);
+
+    ISensorsSubHal& hal() const { return *mSession.subHal(); }
+    // The sensors the proxy would keep, in list order; published() has them all.
+    const std::vector<SensorInfo>& sensors() const { return mSession.sensors(); }
+    const std::vector<SensorInfo>& published() const { return mSession.published(); }
+    bool quick() const { return mOptions.quick; }
+
+    // Whether --rule selected `rule`.
+    bool wants(const std::string& rule) const;
+    bool wantsAny(const std::vector<std::string>& rules) const;
+
+    // One progress line on stderr: "check: <what>".
+    void progress(const std::string& what) const;
+
+    void add(const std::string& rule, const SensorInfo& sensor, const std::string& suffix,
+             Outcome outcome);
+    void add(const std::string& rule, const std::string& subject, Outcome outcome);
+    const std::vector<CheckResult>& results() const { return mResults; }
+
+    // Events posted to the current callback. Every event taken is also fed to the run-wide
+    // timestamp book.
+    std::vector<Event> collectFor(milliseconds duration);
+    // Until `done(all events so far)` holds or `limit` passes.
+    std::vector<Event> collectUntil(const std::function<bool(const std::vector<Event>&)>& done,
+                                    milliseconds limit);
+    // Waits until no event has arrived for `quiet` (at most `limit`), so that a stopped stream's
+    // last events do not leak into the next step.
+    std::vector<Event> settle(milliseconds quiet = milliseconds(150),
+                              milliseconds limit = milliseconds(2000));
+
+    // A fresh proxy callback, known to the wake lock books; not yet handed to the sub-HAL.
+    android::sp<ProxyCallback> newCallback();
+    // Makes `callback` the one collect*() read, after the sub-HAL was initialized with it.
+    void useCallback(const android::sp<ProxyCallback>& callback) { mCurrent = callback; }
+    const android::sp<ProxyCallback>& currentCallback() const { return mCurrent; }
+
+    // Posts, over every callback, whose wake lock did not match their events.
+    uint64_t wakelockMismatches() const;
+    uint64_t sensorEventsSeen() const { return mSensorEvents; }
+    // Sensor events seen with `handle`, over the whole run.
+    uint64_t sensorEventsSeen(int32_t handle) const;
+
+    // Per handle: the first timestamp that did not increase, as "<previous> then <next>".
+    const std::map<int32_t, std::string>& timestampViolations() const { return mViolations; }
+
+    // The first sensor of `type` in the list (the proxy's default sensor for it), or null.
+    const SensorInfo* defaultSensor(android::hardware::sensors::V2_1::SensorType type) const;
+
+  private:
+    void note(const std::vector<Event>& events);
+
+    Session& mSession;
+    const CheckOptions mOptions;
+    std::vector<CheckResult> mResults;
+    android::sp<ProxyCallback> mCurrent;
+    std::vector<android::sp<ProxyCallback>> mCallbacks;  // every callback ever handed out
+    std::map<int32_t, int64_t> mLastTimestamp;
+    std::map<int32_t, uint64_t> mEventsPerHandle;
+    std::map<int32_t, std::string> mViolations;
+    uint64_t mSensorEvents = 0;
+};
+
+// Shared helpers of the rule files.
+bool isMetaEvent(const Event& event);
+bool isFlushComplete(const Event& event, int32_t handle);
+std::string resultName(android::hardware::sensors::V1_0::Result result);
+std::string periodText(int64_t periodNs);  // "200 ms", "5 ms", "10 us"
+
+}  // namespace kelvane::tools::check

@@ -1,0 +1,346 @@
+#include "check/StreamRules.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <optional>
+#include <set>
+
+namespace kelvane::tools::check {
+
+namespace {
+
+using android::hardware::sensors::V1_0::Result;
+using android::hardware::sensors::V1_0::SensorFlagBits;
+using android::hardware::sensors::V2_1::SensorType;
+
+struct NormBound {
+    double expected;
+    double tolerance;
+    const char* unit;
+};
+
+// The types streamed, and what their norm must be with the device at rest.
+struct StreamType {
+    SensorType type;
+    const char* label;
+    std::optional<NormBound> norm;
+};
+
+const std::vector<StreamType>& streamTypes() {
+    static const std::vector<StreamType> kTypes = {
+        {SensorType::ACCELEROMETER, "accelerometer", NormBound{9.80665, 1.0, "m/s^2"}},
+        {SensorType::GYROSCOPE, "gyroscope", NormBound{0.0, 0.1, "rad/s"}},
+        {SensorType::MAGNETIC_FIELD, "magnetometer", std::nullopt},
+    };
+    return kTypes;
+}
+
+// The longest a stream may take to deliver its first event after activate, or after a
+// re-activation.
+constexpr milliseconds kStartLimit{2000};
+
+// The streaming periods: slow, normal and fast.
+constexpr int64_t kPeriodsNs[] = {200000000, 20000000, 5000000};
+
+const std::vector<std::string> kStreamingRules = {"stream.commands", "stream.count",
+                                                  "stream.handle", "stream.meta", "stream.norm"};
+
+std::string fmt(const char* format, double a, double b = 0, double c = 0) {
+    char text[160];
+    std::snprintf(text, sizeof(text), format, a, b, c);
+    return text;
+}
+
+std::vector<Event> eventsOf(const std::vector<Event>& events, int32_t handle) {
+    std::vector<Event> mine;
+    for (const Event& event : events) {
+        if (!isMetaEvent(event) && event.sensorHandle == handle) mine.push_back(event);
+    }
+    return mine;
+}
+
+std::string answerProblem(const std::string& call, Result result) {
+    return result == Result::OK ? "" : call + " answered " + resultName(result);
+}
+
+struct Tested {
+    SensorInfo sensor;
+    const StreamType* kind;
+};
+
+Outcome checkHandles(const std::vector<Event>& events, const SensorInfo& sensor) {
+    for (const Event& event : events) {
+        if (isMetaEvent(event)) continue;
+        if (event.sensorType == sensor.type && event.sensorHandle != sensor.sensorHandle) {
+            return fail("an event of its type carries handle " +
+                        std::to_string(event.sensorHandle) + ", expected " +
+                        std::to_string(sensor.sensorHandle));
+        }
+        if (event.sensorHandle == sensor.sensorHandle && event.sensorType != sensor.type) {
+            return fail("an event with its handle has type " +
+                        std::to_string(static_cast<int32_t>(event.sensorType)));
+        }
+    }
+    return pass();
+}
+
+Outcome checkForeign(const std::vector<Event>& events, const std::set<int32_t>& active) {
+    size_t foreign = 0;
+    std::string first;
+    for (const Event& event : events) {
+        if (isMetaEvent(event) || active.count(event.sensorHandle) != 0) continue;
+        if (foreign++ == 0) {
+            first = "handle " + std::to_string(event.sensorHandle) + ", type " +
+                    std::to_string(static_cast<int32_t>(event.sensorType));
+        }
+    }
+    if (foreign == 0) return pass();
+    return fail(std::to_string(foreign) +
+                " non-meta events of sensors not under test (first: " + first + ")");
+}
+
+Outcome checkNorm(const std::vector<Event>& mine, const NormBound& bound) {
+    if (mine.empty()) return skip("no events to measure");
+    double lowest = INFINITY;
+    double highest = -INFINITY;
+    for (const Event& event : mine) {
+        const double x = event.u.vec3.x;
+        const double y = event.u.vec3.y;
+        const double z = event.u.vec3.z;
+        const double norm = std::sqrt(x * x + y * y + z * z);
+        lowest = std::min(lowest, norm);
+        highest = std::max(highest, norm);
+        if (!(std::fabs(norm - bound.expected) <= bound.tolerance)) {
+            return fail(fmt("norm %.4g ", norm) + bound.unit +
+                        fmt(" outside %.5g +- %.2g", bound.expected, bound.tolerance));
+        }
+    }
+    return pass(fmt("norms %.4g to %.4g ", lowest, highest) + bound.unit);
+}
+
+void streamAtPeriod(CheckRun& run, const std::vector<Tested>& tested, int64_t periodNs) {
+    const milliseconds duration = run.quick() ? milliseconds(1000) : milliseconds(5000);
+    const std::string suffix = " @ " + periodText(periodNs);
+    ISensorsSubHal& hal = run.hal();
+    std::vector<const Tested*> streaming;
+    std::map<int32_t, std::vector<std::string>> problems;
+    std::set<int32_t> active;
+    for (const Tested& t : tested) {
+        const int64_t minDelayNs = int64_t{t.sensor.minDelay} * 1000;
+        if (minDelayNs > periodNs) {
+            const std::string reason = "minDelay " + std::to_string(t.sensor.minDelay) +
+                                       " us > period " + periodText(periodNs);
+            for (const std::string& rule : kStreamingRules) {
+                run.add(rule, t.sensor, suffix, skip(reason));
+            }
+            continue;
+        }
+        const int32_t h = t.sensor.sensorHandle;
+        problems[h].push_back(answerProblem("batch", hal.batch(h, periodNs, 0)));
+        problems[h].push_back(answerProblem("activate(true)", hal.activate(h, true)));
+        streaming.push_back(&t);
+        active.insert(h);
+    }
+    if (streaming.empty()) return;
+    run.progress("streaming at " + periodText(periodNs) + " for " +
+                 std::to_string(duration.count() / 1000) + " s");
+    // Counted from each stream's first event, so that a start delayed by a loaded machine does
+    // not eat into the count; a stream that takes longer than kStartLimit to start still fails.
+    const std::vector<Event> started = run.collectUntil(
+        [&active](const std::vector<Event>& events) {
+            for (int32_t h : active) {
+                if (eventsOf(events, h).empty()) return false;
+            }
+            return true;
+        },
+        kStartLimit);
+    std::vector<Event> events = run.collectFor(duration);
+    events.insert(events.begin(), started.begin(), started.end());
+    for (const Tested* t : streaming) {
+        const int32_t h = t->sensor.sensorHandle;
+        problems[h].push_back(answerProblem("activate(false)", hal.activate(h, false)));
+    }
+    run.settle();
+
+    for (const Tested* t : streaming) {
+        const SensorInfo& sensor = t->sensor;
+        const std::vector<Event> mine = eventsOf(events, sensor.sensorHandle);
+        Outcome commands = pass();
+        for (const std::string& problem : problems[sensor.sensorHandle]) {
+            if (!problem.empty()) {
+                commands = fail(problem);
+                break;
+            }
+        }
+        run.add("stream.commands", sensor, suffix, commands);
+
+        const double needed = static_cast<double>(duration.count()) * 1e6 / periodNs / 2.0;
+        const std::string counted = std::to_string(mine.size()) + " events in " +
+                                    std::to_string(duration.count() / 1000) + " s";
+        run.add("stream.count", sensor, suffix,
+                static_cast<double>(mine.size()) >= needed
+                    ? pass(counted)
+                    : fail(counted + fmt(", needs at least %.0f", std::ceil(needed))));
+        run.add("stream.handle", sensor, suffix, checkHandles(events, sensor));
+        run.add("stream.meta", sensor, suffix, checkForeign(events, active));
+        if (t->kind->norm) {
+            run.add("stream.norm", sensor, suffix, checkNorm(mine, *t->kind->norm));
+        } else {
+            run.add("stream.norm", sensor, suffix, skip("no norm is fixed for this type"));
+        }
+    }
+}
+
+void hotSwitch(CheckRun& run, const std::vector<Tested>& tested) {
+    if (!run.wants("stream.hot-switch")) return;
+    const size_t needed = run.quick() ? 10 : 50;
+    const milliseconds settleTime{500};
+    std::vector<SensorInfo> switching;
+    for (const Tested& t : tested) {
+        if (t.sensor.minDelay == t.sensor.maxDelay) {
+            run.add("stream.hot-switch", t.sensor, "", skip("minDelay == maxDelay"));
+        } else if (t.sensor.minDelay <= 0 || t.sensor.maxDelay <= 0) {
+            run.add("stream.hot-switch", t.sensor, "",
+                    skip("minDelay or maxDelay is not a period"));
+        } else {
+            switching.push_back(t.sensor);
+        }
+    }
+    if (switching.empty()) return;
+    run.progress("hot switch between minDelay and maxDelay (" + std::to_string(needed) +
+                 " events each)");
+    ISensorsSubHal& hal = run.hal();
+    std::map<int32_t, std::vector<std::string>> problems;
+    const bool toMax[] = {false, true, false};
+    for (size_t phase = 0; phase < 3; ++phase) {
+        int64_t longest = 0;
+        for (const SensorInfo& sensor : switching) {
+            const int64_t periodNs =
+                int64_t{toMax[phase] ? sensor.maxDelay : sensor.minDelay} * 1000;
+            longest = std::max(longest, periodNs);
+            problems[sensor.sensorHandle].push_back(
+                answerProblem("batch", hal.batch(sensor.sensorHandle, periodNs, 0)));
+            if (phase == 0) {
+                problems[sensor.sensorHandle].push_back(
+                    answerProblem("activate(true)", hal.activate(sensor.sensorHandle, true)));
+            }
+        }
+        run.collectFor(settleTime);
+        const auto window = milliseconds(static_cast<int64_t>(
+            static_cast<double>(needed) * static_cast<double>(longest) * 1.2 / 1e6));
+        const std::vector<Event> events = run.collectFor(window);
+        for (const SensorInfo& sensor : switching) {
+            const double periodNs = 1000.0 * (toMax[phase] ? sensor.maxDelay : sensor.minDelay);
+            const std::vector<Event> mine = eventsOf(events, sensor.sensorHandle);
+            if (mine.size() < 2) {
+                problems[sensor.sensorHandle].push_back(std::to_string(mine.size()) +
+                                                        " events at " +
+                                                        periodText(static_cast<int64_t>(periodNs)) +
+                                                        ", needs " + std::to_string(needed));
+                continue;
+            }
+            const double average =
+                static_cast<double>(mine.back().timestamp - mine.front().timestamp) /
+                static_cast<double>(mine.size() - 1);
+            if (std::fabs(average - periodNs) > 0.1 * periodNs) {
+                problems[sensor.sensorHandle].push_back(
+                    fmt("average interval %.3g ms at a period of %.3g ms, off by more than 10 %%",
+                        average / 1e6, periodNs / 1e6));
+            } else if (mine.size() < needed) {
+                problems[sensor.sensorHandle].push_back(std::to_string(mine.size()) +
+                                                        " events at " +
+                                                        periodText(static_cast<int64_t>(periodNs)) +
+                                                        ", needs " + std::to_string(needed));
+            }
+        }
+    }
+    for (const SensorInfo& sensor : switching) {
+        hal.activate(sensor.sensorHandle, false);
+        Outcome outcome = pass("minDelay -> maxDelay -> minDelay, each within 10 %");
+        for (const std::string& problem : problems[sensor.sensorHandle]) {
+            if (!problem.empty()) {
+                outcome = fail(problem);
+                break;
+            }
+        }
+        run.add("stream.hot-switch", sensor, "", outcome);
+    }
+    run.settle();
+}
+
+void noStaleEvents(CheckRun& run) {
+    if (!run.wants("stream.no-stale")) return;
+    std::vector<SensorInfo> sensors;
+    for (const SensorInfo& sensor : run.sensors()) {
+        if ((sensor.flags & SensorFlagBits::MASK_REPORTING_MODE) == 0 && sensor.minDelay > 0) {
+            sensors.push_back(sensor);
+        }
+    }
+    if (sensors.empty()) return;
+    run.progress("no stale events after a re-activation");
+    ISensorsSubHal& hal = run.hal();
+    auto everyoneHeard = [&sensors](const std::vector<Event>& events) {
+        for (const SensorInfo& sensor : sensors) {
+            if (eventsOf(events, sensor.sensorHandle).empty()) return false;
+        }
+        return true;
+    };
+    for (const SensorInfo& sensor : sensors) {
+        hal.batch(sensor.sensorHandle, int64_t{sensor.minDelay} * 1000, 0);
+        hal.activate(sensor.sensorHandle, true);
+    }
+    std::vector<Event> old = run.collectUntil(everyoneHeard, kStartLimit);
+    for (const SensorInfo& sensor : sensors) hal.activate(sensor.sensorHandle, false);
+    const std::vector<Event> paused = run.collectFor(milliseconds(1000));
+    old.insert(old.end(), paused.begin(), paused.end());
+    for (const SensorInfo& sensor : sensors) hal.activate(sensor.sensorHandle, true);
+    const std::vector<Event> fresh = run.collectUntil(everyoneHeard, kStartLimit);
+    for (const SensorInfo& sensor : sensors) hal.activate(sensor.sensorHandle, false);
+    run.settle();
+
+    for (const SensorInfo& sensor : sensors) {
+        const std::vector<Event> before = eventsOf(old, sensor.sensorHandle);
+        const std::vector<Event> after = eventsOf(fresh, sensor.sensorHandle);
+        if (before.empty()) {
+            run.add("stream.no-stale", sensor, "", fail("no event within 2 s of activation"));
+            continue;
+        }
+        if (after.empty()) {
+            run.add("stream.no-stale", sensor, "", fail("no event within 2 s of re-activation"));
+            continue;
+        }
+        const double gapMs =
+            static_cast<double>(after.front().timestamp - before.back().timestamp) / 1e6;
+        const double boundMs = 500.0 + 3.0 * sensor.minDelay / 1000.0;
+        run.add("stream.no-stale", sensor, "",
+                gapMs >= boundMs
+                    ? pass(fmt("first new event %.0f ms after the last old one", gapMs))
+                    : fail(fmt("first new event %.0f ms after the last old one, needs >= %.0f ms",
+                               gapMs, boundMs)));
+    }
+}
+
+}  // namespace
+
+void runStreamRules(CheckRun& run) {
+    std::vector<Tested> tested;
+    for (const StreamType& kind : streamTypes()) {
+        if (const SensorInfo* sensor = run.defaultSensor(kind.type)) {
+            tested.push_back({*sensor, &kind});
+        } else {
+            for (const std::string& rule : kStreamingRules) {
+                run.add(rule, std::string("no ") + kind.label,
+                        skip(std::string("the sub-HAL publishes no ") + kind.label));
+            }
+        }
+    }
+    if (run.wantsAny(kStreamingRules)) {
+        for (int64_t period : kPeriodsNs) streamAtPeriod(run, tested, period);
+    }
+    hotSwitch(run, tested);
+    noStaleEvents(run);
+}
+
+}  // namespace kelvane::tools::check
