@@ -7,9 +7,9 @@
 #include "base/bind.h"
 #include "base/location.h"
 #include "base/time/time.h"
+#include "host/common/TaskDelay.h"
 #include "host/emulated/EmulatedSensorDevice.h"
 #include "host/emulated/EmulatedSensorService.h"
-#include "host/common/TaskDelay.h"
 #include "mojo/public/cpp/bindings/interface_ptr.h"
 #include "vel/VelHostRegistry.h"
 
@@ -17,8 +17,19 @@ namespace kelvane::host {
 
 namespace mojom = chromeos::sensors::mojom;
 
-EmulatedHost::EmulatedHost(HostConfig config)
-    : mConfig(std::move(config)), mThread("emulated-host"), mRunner(mThread.task_runner()) {
+EmulatedHost::EmulatedHost(HostConfig config, Recorder* recorder)
+    : mConfig(std::move(config)),
+      mRecorder(recorder),
+      mThread("emulated-host"),
+      mRunner(mThread.task_runner()) {
+    mPlayback = std::make_unique<Playback>(
+        &mConfig, mRunner,
+        [this](int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn) {
+            forEachDevice(device, [&fn](EmulatedSensorDevice& d) {
+                if (d.reading()) fn(d);
+            });
+        },
+        [this](const TimelineEvent& event) { runTimelineEvent(event); });
     mThread.Start();
 }
 
@@ -142,15 +153,21 @@ void EmulatedHost::RegisterSensorHalClient(mojom::SensorHalClientPtr client) {
 void EmulatedHost::doSetUpChannel() {
     if (!mHalClient || mHalClient.encountered_error()) return;
     mojom::SensorServicePtr service;
-    mServices.push_back(std::make_unique<EmulatedSensorService>(&mConfig, &mLog, mRunner,
-                                                                mojo::MakeRequest(&service)));
+    mServices.push_back(std::make_unique<EmulatedSensorService>(
+        &mConfig, &mLog, mPlayback.get(), mRunner, mojo::MakeRequest(&service)));
+    // Recording: the client gets the recorder's pipe, which forwards to the service.
+    if (mRecorder != nullptr) mTaps.push_back(mRecorder->interpose(&service));
     mLog.record("SensorHalClient.SetUpChannel");
     mHalClient->SetUpChannel(std::move(service));
+    mPlayback->start();
+    if (mConfig.speed <= 0.0) return;  // the playback runs the timeline among the samples
     for (const TimelineEvent& event : mConfig.timeline) {
+        const double delayUs = static_cast<double>(event.at.count()) / mConfig.speed;
         mRunner->PostDelayedTask(
             FROM_HERE,
             base::BindOnce(&EmulatedHost::runTimelineEvent, base::Unretained(this), event),
-            boundedDelay(event.at));
+            boundedDelay(base::TimeDelta::FromMicroseconds(
+                static_cast<int64_t>(std::min(delayUs, 9.0e18)))));
     }
 }
 
@@ -218,6 +235,8 @@ void EmulatedHost::recordError(const std::string& what) { mLog.record("error " +
 
 void EmulatedHost::teardown() {
     mShutDown = true;
+    mPlayback->stop();
+    mTaps.clear();  // first, so that closing the services below is not recorded as a fault
     mServices.clear();
     mHalClient.reset();
     mIioSensorHosts.clear();

@@ -18,6 +18,9 @@
 #include "hardware/sensors/mojom/vel.mojom.h"
 #include "host/common/CallLog.h"
 #include "host/common/Host.h"
+#include "host/common/Recorder.h"
+#include "host/common/RecordingTap.h"
+#include "host/emulated/Playback.h"
 #include "host/emulated/VirtualDevice.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
@@ -33,7 +36,9 @@ class EmulatedHost : public Host,
                      private vel::mojom::VelBridgeHost,
                      private vel::mojom::IioSensorHost {
   public:
-    explicit EmulatedHost(HostConfig config);  // starts the host thread; does not register yet
+    // Starts the host thread; does not register yet. With a `recorder` (which must outlive the
+    // host), every SensorService pipe goes through it, so that it sees what was served.
+    explicit EmulatedHost(HostConfig config, Recorder* recorder = nullptr);
     // Unregisters, destroys every endpoint on the host thread, then stops it.
     ~EmulatedHost() override;
     EmulatedHost(const EmulatedHost&) = delete;
@@ -98,6 +103,7 @@ class EmulatedHost : public Host,
     void teardown();
 
     const HostConfig mConfig;
+    Recorder* const mRecorder;
     CallLog mLog;
     std::atomic<bool> mRegistered{false};
 
@@ -108,6 +114,8 @@ class EmulatedHost : public Host,
     std::vector<std::unique_ptr<mojo::Binding<vel::mojom::IioSensorHost>>> mIioSensorHosts;
     chromeos::sensors::mojom::SensorHalClientPtr mHalClient;
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
+    std::vector<std::unique_ptr<RecordingTap>> mTaps;  // between the client and mServices
+    std::unique_ptr<Playback> mPlayback;
 
     base::Thread mThread;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
