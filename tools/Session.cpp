@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "host/common/Recorder.h"
 #include "host/emulated/EmulatedHost.h"
 #include "host/emulated/HostDescription.h"
 
@@ -40,6 +41,17 @@ Session::Session() = default;
 
 Session::~Session() { mHost.reset(); }
 
+int Session::close() {
+    mHost.reset();  // every pipe through the recorder is closed with it
+    if (!mRecorder) return kExitOk;
+    std::string error;
+    if (!mRecorder->write(mRecordFile, &error)) {
+        printError(error);
+        return kExitFailure;
+    }
+    return kExitOk;
+}
+
 int Session::open(const CommonOptions& options) {
     mJson = options.json;
     host::HostConfig config;
@@ -54,7 +66,12 @@ int Session::open(const CommonOptions& options) {
     }
     if (!options.log) silenceLibraryLogs();
 
-    mHost = std::make_unique<host::EmulatedHost>(std::move(config));
+    config.speed = options.speed;
+    if (!options.recordFile.empty()) {
+        mRecorder = std::make_unique<host::Recorder>();
+        mRecordFile = options.recordFile;
+    }
+    mHost = std::make_unique<host::EmulatedHost>(std::move(config), mRecorder.get());
     mHost->registerWithBridge();
 
     const std::string path = options.library.empty() ? defaultLibraryPath() : options.library;

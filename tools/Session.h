@@ -14,6 +14,7 @@
 
 namespace kelvane::host {
 class Host;
+class Recorder;
 }
 
 namespace kelvane::tools {
@@ -29,6 +30,8 @@ struct CommonOptions {
     std::string library;   // empty: the library built beside the tool
     bool json = false;
     bool log = false;  // show the library's log lines
+    double speed = 1.0;      // host time runs this many times faster; 0: no waiting
+    std::string recordFile;  // non-empty: write what the host served here at the end
 };
 
 // "iio-subhal: <message>" on stderr.
@@ -42,6 +45,10 @@ class Session {
     Session();
     // Destroys the emulated host; the library stays loaded.
     ~Session();
+
+    // Stops the host and, with --record, writes the recording. Returns kExitOk or, after
+    // printing the error, kExitFailure.
+    int close();
 
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -60,6 +67,8 @@ class Session {
   private:
     void fetchSensors();
 
+    std::unique_ptr<host::Recorder> mRecorder;  // outlives mHost, which reports to it
+    std::string mRecordFile;
     std::unique_ptr<host::Host> mHost;
     ISensorsSubHal* mSubHal = nullptr;  // owned by the library
     android::sp<ProxyCallback> mCallback;

@@ -76,8 +76,7 @@ class Builder {
     bool start_object(std::size_t) {
         if (mMode != Mode::kTree) return notAnInteger();
         std::string token = elementToken();
-        push(place(json::object()), false, std::move(token));
-        return true;
+        return push(place(json::object()), false, std::move(token));
     }
 
     bool key(json::string_t& key) {
@@ -103,7 +102,7 @@ class Builder {
         if (mMode == Mode::kRow) return notAnInteger();
         std::string token = elementToken();
         const bool rows = matchesRowsPattern(token);
-        push(place(json::array()), true, std::move(token));
+        if (!push(place(json::array()), true, std::move(token))) return false;
         if (rows) {
             mRowsPath = containerPath();
             mRows = &mDoc->rows[mRowsPath];
@@ -203,7 +202,11 @@ class Builder {
         return true;
     }
 
-    void push(json* node, bool isArray, std::string token) {
+    bool push(json* node, bool isArray, std::string token) {
+        if (mDepth == kMaxJsonDepth) {
+            return fail(containerPath(),
+                        "nested deeper than " + std::to_string(kMaxJsonDepth) + " levels");
+        }
         if (mDepth == mFrames.size()) mFrames.emplace_back();
         Frame& frame = mFrames[mDepth++];
         frame.node = node;
@@ -212,6 +215,7 @@ class Builder {
         frame.key.clear();
         frame.token = std::move(token);
         frame.keys.clear();
+        return true;
     }
 
     // The token the next value takes within the innermost container.
@@ -273,12 +277,20 @@ class Builder {
 JsonSource::JsonSource(const std::string& text, size_t limit)
     : mLimit(limit), mNext(text.data()), mEnd(text.data() + std::min(text.size(), limit)) {
     mTooLarge = text.size() > limit;
+    stopAtNul();
+}
+
+void JsonSource::stopAtNul() {
+    if (const void* nul = std::memchr(mNext, '\0', static_cast<size_t>(mEnd - mNext))) {
+        mEnd = static_cast<const char*>(nul);
+        mSawNul = true;
+    }
 }
 
 JsonSource::JsonSource(int fd, size_t limit) : mFd(fd), mLimit(limit), mBuffer(kReadChunk) {}
 
 bool JsonSource::refill() {
-    if (mFd < 0 || mTooLarge || mReadError != 0) return false;
+    if (mFd < 0 || mTooLarge || mSawNul || mReadError != 0) return false;
     if (mOffset >= mLimit) {
         // One byte more than allowed tells a file at the limit from one beyond it.
         char extra = 0;
@@ -299,7 +311,8 @@ bool JsonSource::refill() {
     if (n <= 0) return false;
     mNext = mBuffer.data();
     mEnd = mNext + n;
-    return true;
+    stopAtNul();
+    return mNext != mEnd;
 }
 
 std::string JsonSource::position(size_t offset) const {
@@ -324,16 +337,18 @@ bool readJson(JsonSource& source, const JsonRowsPattern& rowsAt, JsonDocument* o
         *error = e.what();  // nothing the parser throws is expected here, but none escapes
         return false;
     }
-    if (ok && source.tooLarge()) {
-        // The text ended well within the limit only because it was cut there.
-        ok = false;
+    // A source cut short (by the limit or a NUL byte) may still have parsed: it is refused
+    // all the same, for what it is rather than for the syntax it left.
+    if (source.tooLarge()) {
+        *error = tooLargeError(source.limit());
+        return false;
+    }
+    if (source.sawNul()) {
+        *error = "not a text file: a NUL byte at " + source.position(source.offset() + 1);
+        return false;
     }
     if (!ok) {
-        if (source.tooLarge()) {
-            *error = tooLargeError(source.limit());
-        } else {
-            *error = builder.error().empty() ? "cannot parse" : builder.error();
-        }
+        *error = builder.error().empty() ? "cannot parse" : builder.error();
         return false;
     }
     *out = std::move(doc);

@@ -60,14 +60,18 @@ class JsonSource {
     }
 
     bool tooLarge() const { return mTooLarge; }
+    // A NUL byte ends the text: no description holds one, so the source is not text.
+    bool sawNul() const { return mSawNul; }
     size_t limit() const { return mLimit; }
+    size_t offset() const { return mOffset; }  // bytes consumed so far
     int readError() const { return mReadError; }  // errno of a failed read, 0 if none
-    // "line L, column C" of the byte at `offset`, which must be at most one byte behind the
-    // last byte read.
+    // "line L, column C" (from 1) of the byte just before `end`, which may be at most one byte
+    // past the last byte read.
     std::string position(size_t offset) const;
 
   private:
     bool refill();
+    void stopAtNul();
 
     int mFd = -1;
     size_t mLimit;
@@ -79,8 +83,12 @@ class JsonSource {
     size_t mLineStart = 0;  // offset of the first byte of the current line
     size_t mPreviousLineStart = 0;
     bool mTooLarge = false;
+    bool mSawNul = false;
     int mReadError = 0;
 };
+
+// Containers nest at most this deep; description nest four levels.
+constexpr size_t kMaxJsonDepth = 64;
 
 // Parses the whole source. On failure returns false and sets *error to one line:
 // "/devices/0/id: duplicate key \"id\"", "line 3, column 7: syntax error ...", or
