@@ -15,7 +15,7 @@
 namespace kelvane::host {
 class Host;
 class Recorder;
-}
+}  // namespace kelvane::host
 
 namespace kelvane::tools {
 
@@ -29,7 +29,7 @@ struct CommonOptions {
     std::string hostFile;  // empty: the built-in host
     std::string library;   // empty: the library built beside the tool
     bool json = false;
-    bool log = false;  // show the library's log lines
+    bool log = false;        // show the library's log lines
     double speed = 1.0;      // host time runs this many times faster; 0: no waiting
     std::string recordFile;  // non-empty: write what the host served here at the end
 };

@@ -124,9 +124,17 @@ void Recorder::channelsEnabled(int32_t device, bool enable, const std::vector<in
     deviceLocked(device).failChannels.insert(failed.begin(), failed.end());
 }
 
-void Recorder::sample(int32_t device, const base::flat_map<int32_t, int64_t>& sample) {
+uint64_t Recorder::observerStarted(int32_t) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return ++mObservers;
+}
+
+void Recorder::sample(int32_t device, uint64_t observer,
+                      const base::flat_map<int32_t, int64_t>& sample) {
     std::lock_guard<std::mutex> lock(mMutex);
     Device& d = deviceLocked(device);
+    if (!d.atUs.empty() && observer != d.lastObserver) d.restarts.push_back(d.atUs.size());
+    d.lastObserver = observer;
     d.atUs.push_back(nowUsLocked());
     for (const auto& [key, value] : sample) {
         d.keys.push_back(key);
@@ -188,7 +196,9 @@ void Recorder::writeDeviceLocked(std::string& out, int32_t id, const Device& d) 
         // Columns: every channel any sample held, in index order.
         const std::set<int32_t> keys(d.keys.begin(), d.keys.end());
         const std::vector<int32_t> columns(keys.begin(), keys.end());
-        out += ",\n     \"timedSamples\": {\"channels\": " + list(columns) + ", \"samples\": [\n";
+        out += ",\n     \"timedSamples\": {\"channels\": " + list(columns);
+        if (!d.restarts.empty()) out += ", \"restarts\": " + list(d.restarts);
+        out += ", \"samples\": [\n";
         int64_t previous = 0;
         size_t begin = 0;
         for (size_t i = 0; i < d.atUs.size(); ++i) {

@@ -52,7 +52,9 @@ class Recorder {
                     const std::vector<base::Optional<std::string>>& values);
     void frequency(int32_t device, double requested, double answered);
     void channelsEnabled(int32_t device, bool enable, const std::vector<int32_t>& failed);
-    void sample(int32_t device, const base::flat_map<int32_t, int64_t>& sample);
+    // A new observer for `device`; returns its serial for sample().
+    uint64_t observerStarted(int32_t device);
+    void sample(int32_t device, uint64_t observer, const base::flat_map<int32_t, int64_t>& sample);
     void observerError(int32_t device, int32_t type);
     void deviceLost(int32_t device);
     void serviceClosed(uint32_t reason, const std::string& description);
@@ -72,6 +74,8 @@ class Recorder {
         std::vector<size_t> ends;
         std::vector<int32_t> keys;
         std::vector<int64_t> values;
+        std::vector<size_t> restarts;  // samples that went to a newer observer than the last
+        uint64_t lastObserver = 0;     // the observer of the last sample
     };
     struct Event {
         int64_t atUs;
@@ -90,6 +94,7 @@ class Recorder {
     std::optional<base::TimeTicks> mStart;  // guarded by mMutex: the first interpose()
     std::map<int32_t, Device> mDevices;     // guarded by mMutex
     std::vector<Event> mTimeline;           // guarded by mMutex
+    uint64_t mObservers = 0;                // guarded by mMutex: serials handed out
 };
 
 }  // namespace kelvane::host

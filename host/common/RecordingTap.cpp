@@ -15,7 +15,11 @@ class RecordingTap::Observer : public mojom::SensorDeviceSamplesObserver {
   public:
     Observer(Recorder* recorder, int32_t device, mojom::SensorDeviceSamplesObserverPtr client,
              mojom::SensorDeviceSamplesObserverRequest host)
-        : mRecorder(recorder), mDevice(device), mClient(std::move(client)), mBinding(this) {
+        : mRecorder(recorder),
+          mDevice(device),
+          mSerial(recorder->observerStarted(device)),
+          mClient(std::move(client)),
+          mBinding(this) {
         mBinding.Bind(std::move(host));
         // Either side closing closes the other.
         mBinding.set_connection_error_with_reason_handler(base::BindOnce(
@@ -28,7 +32,7 @@ class RecordingTap::Observer : public mojom::SensorDeviceSamplesObserver {
     }
 
     void OnSampleUpdated(const base::flat_map<int32_t, int64_t>& sample) override {
-        mRecorder->sample(mDevice, sample);
+        mRecorder->sample(mDevice, mSerial, sample);
         mClient->OnSampleUpdated(sample);
     }
 
@@ -40,6 +44,7 @@ class RecordingTap::Observer : public mojom::SensorDeviceSamplesObserver {
   private:
     Recorder* const mRecorder;
     const int32_t mDevice;
+    const uint64_t mSerial;
     mojom::SensorDeviceSamplesObserverPtr mClient;
     mojo::Binding<mojom::SensorDeviceSamplesObserver> mBinding;
 };

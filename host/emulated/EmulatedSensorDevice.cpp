@@ -222,6 +222,7 @@ void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserve
         return;
     }
     setReading(true);
+    ++mSessions;
     if (mPlayback != nullptr) {
         mPlayback->wake();
     } else if (mStream) {

@@ -48,6 +48,8 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     void emitBurst(size_t count);
     // Whether an observer is reading samples now.
     bool reading() const { return mReading && mObserver && !mObserver.encountered_error(); }
+    // Counts the client's reading sessions on this endpoint (successful StartReadingSamples).
+    uint64_t readingSession() const { return mSessions; }
     // Sends recorded sample `index` of `samples`.
     void sendRecorded(const TimedSamples& samples, size_t index);
 
@@ -99,6 +101,7 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     double mFrequency = 0.0;                  // the rate last answered
     bool mReading = false;                    // between a good StartReadingSamples and its end
     uint64_t mGeneration = 0;                 // bumped to cancel the pending tick
+    uint64_t mSessions = 0;                   // see readingSession()
     double mStreamRate = 0.0;                 // the timer's rate, Hz
     base::TimeTicks mStreamStart;
     uint64_t mNextIndex = 0;  // the next sample of the stream, counted from mStreamStart

@@ -198,13 +198,13 @@ bool readSamples(Reader& r, const json& value, const std::string& path,
     return true;
 }
 
-// {"channels": [0, 1, 2, 3], "samples": [[atUs delta, v0, v1, v2, v3], ...]}: each row is the
-// time in microseconds since the previous sample (the first: since SetUpChannel), then one raw
-// value per listed channel, null where the sample lacks it.
+// {"channels": [0, 1, 2, 3], "restarts": [120], "samples": [[atUs delta, v0, v1, v2, v3], ...]}:
+// each row is the time in microseconds since the previous sample (the first: since
+// SetUpChannel), then one raw value per listed channel, null where the sample lacks it.
 bool readTimedSamples(Reader& r, const json& value, const std::string& path,
                       std::shared_ptr<const TimedSamples>* out) {
-    if (!r.object(value, path, {"channels", "samples"}) || !r.require(value, path, "channels") ||
-        !r.require(value, path, "samples")) {
+    if (!r.object(value, path, {"channels", "restarts", "samples"}) ||
+        !r.require(value, path, "channels") || !r.require(value, path, "samples")) {
         return false;
     }
     auto timed = std::make_shared<TimedSamples>();
@@ -248,6 +248,23 @@ bool readTimedSamples(Reader& r, const json& value, const std::string& path,
         for (size_t i = begin + 1; i < begin + size; ++i) {
             timed->values.push_back(rows->values[i]);
             timed->present.push_back(rows->present[i]);
+        }
+    }
+    if (value.contains("restarts")) {
+        const json& restarts = value["restarts"];
+        const std::string restartsPath = child(path, "restarts");
+        if (!r.array(restarts, restartsPath)) return false;
+        for (size_t i = 0; i < restarts.size(); ++i) {
+            int64_t index = 0;
+            const int64_t last = static_cast<int64_t>(timed->size()) - 1;
+            if (!r.integer(restarts[i], child(restartsPath, i), 0, std::max<int64_t>(last, 0),
+                           &index)) {
+                return false;
+            }
+            if (!timed->restarts.empty() && static_cast<size_t>(index) <= timed->restarts.back()) {
+                return r.fail(child(restartsPath, i), "expected ascending sample indices");
+            }
+            timed->restarts.push_back(static_cast<size_t>(index));
         }
     }
     *out = std::move(timed);

@@ -63,7 +63,7 @@ class JsonSource {
     // A NUL byte ends the text: no description holds one, so the source is not text.
     bool sawNul() const { return mSawNul; }
     size_t limit() const { return mLimit; }
-    size_t offset() const { return mOffset; }  // bytes consumed so far
+    size_t offset() const { return mOffset; }     // bytes consumed so far
     int readError() const { return mReadError; }  // errno of a failed read, 0 if none
     // "line L, column C" (from 1) of the byte just before `end`, which may be at most one byte
     // past the last byte read.

@@ -62,19 +62,36 @@ int64_t Playback::nowUs() const {
     return static_cast<int64_t>(std::min(elapsed * mConfig->speed, 9.0e18));
 }
 
+void Playback::collectReaders(Track& track) {
+    mReaders.clear();
+    const std::vector<size_t>& restarts = track.samples->restarts;
+    while (track.nextRestart < restarts.size() && restarts[track.nextRestart] < track.next) {
+        ++track.nextRestart;
+    }
+    // A sample that went to a new observer waits for a reading session newer than the last.
+    const bool restart =
+        track.nextRestart < restarts.size() && restarts[track.nextRestart] == track.next;
+    mForEachReader(track.device, [this, &track, restart](EmulatedSensorDevice& device) {
+        if (restart && &device == track.lastReader &&
+            device.readingSession() == track.lastSession) {
+            return;
+        }
+        mReaders.push_back(&device);
+    });
+}
+
 bool Playback::sendDue(int64_t now) {
     size_t sent = 0;
     for (Track& track : mTracks) {
-        if (track.done() || track.nextAt() > now) continue;
-        mReaders.clear();
-        mForEachReader(track.device,
-                       [this](EmulatedSensorDevice& device) { mReaders.push_back(&device); });
-        if (mReaders.empty()) continue;  // held for the next reader
         while (!track.done() && track.nextAt() <= now) {
+            collectReaders(track);
+            if (mReaders.empty()) break;  // held for the next reader
             if (sent == kBatch) return false;
             for (EmulatedSensorDevice* reader : mReaders) {
                 reader->sendRecorded(*track.samples, track.next);
             }
+            track.lastReader = mReaders.front();
+            track.lastSession = mReaders.front()->readingSession();
             ++track.next;
             ++sent;
         }
@@ -83,21 +100,29 @@ bool Playback::sendDue(int64_t now) {
 }
 
 bool Playback::advanceVirtualTime() {
-    int64_t nextSample = kNever;
-    bool remaining = false;  // samples left on any device, read or not
-    bool reading = false;    // a device with samples is being read
-    for (const Track& track : mTracks) {
+    int64_t nextSample = kNever;  // the next sample a reader can take now
+    int64_t held = kNever;        // the next sample waiting for its reader to restart
+    bool remaining = false;       // samples left on any device, read or not
+    bool reading = false;         // a device with samples is being read
+    for (Track& track : mTracks) {
         bool read = false;
         mForEachReader(track.device, [&read](EmulatedSensorDevice&) { read = true; });
         reading = reading || read;
         if (track.done()) continue;
         remaining = true;
-        if (read) nextSample = std::min(nextSample, track.nextAt());
+        collectReaders(track);
+        if (!mReaders.empty()) {
+            nextSample = std::min(nextSample, track.nextAt());
+        } else if (read) {
+            // What makes the reader restart (an observer error, say) may be on the timeline
+            // before it; what comes after it waits for the restart.
+            held = std::min(held, track.nextAt());
+        }
     }
     const std::vector<TimelineEvent>& timeline = mConfig->timeline;
     if (mNextTimeline < timeline.size()) {
         const int64_t at = timeline[mNextTimeline].at.count();
-        if (at <= nextSample && (nextSample != kNever || reading || !remaining)) {
+        if (at <= nextSample && at <= held && (reading || !remaining)) {
             mVirtualUs = std::max(mVirtualUs, at);
             mRunTimeline(timeline[mNextTimeline++]);
             return true;
@@ -120,11 +145,10 @@ void Playback::step(uint64_t generation) {
     }
     // The next sample of a device being read; the others wait for wake().
     int64_t next = kNever;
-    for (const Track& track : mTracks) {
+    for (Track& track : mTracks) {
         if (track.done()) continue;
-        bool read = false;
-        mForEachReader(track.device, [&read](EmulatedSensorDevice&) { read = true; });
-        if (read) next = std::min(next, track.nextAt());
+        collectReaders(track);
+        if (!mReaders.empty()) next = std::min(next, track.nextAt());
     }
     if (next == kNever) return;
     // Rounded up, so that the step finds the sample due rather than a microsecond early.

@@ -49,13 +49,19 @@ class Playback {
     struct Track {
         int32_t device;
         std::shared_ptr<const TimedSamples> samples;
-        size_t next = 0;  // the first sample not sent yet
+        size_t next = 0;         // the first sample not sent yet
+        size_t nextRestart = 0;  // the first entry of samples->restarts not reached yet
+        // Who took the last sample, to tell a new reading session from the same one.
+        const EmulatedSensorDevice* lastReader = nullptr;
+        uint64_t lastSession = 0;
         bool done() const { return next >= samples->size(); }
         int64_t nextAt() const { return samples->atUs[next]; }
     };
 
     void post(base::TimeDelta delay);
     void step(uint64_t generation);
+    // The endpoints that may take the track's next sample now, into mReaders.
+    void collectReaders(Track& track);
     // Sends the samples due at `now` to the devices being read, at most a batch. Returns false if
     // the batch ran out before everything due was sent.
     bool sendDue(int64_t now);

@@ -25,6 +25,9 @@ struct TimedSamples {
     std::vector<int64_t> atUs;      // per sample: when it is due, microseconds after SetUpChannel
     std::vector<int64_t> values;    // per sample: one value per column
     std::vector<bool> present;      // like `values`: false where the sample lacks that channel
+    // Ascending indices of samples the host sent to a new observer: the client had started
+    // reading again (after an observer error, say). Each waits for a new reader on replay.
+    std::vector<size_t> restarts;
 
     size_t size() const { return atUs.size(); }
 };
