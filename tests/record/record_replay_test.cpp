@@ -113,7 +113,7 @@ TEST_F(RecordReplayTest, ReplayGivesTheRecordedEventsBitForBit) {
         ASSERT_EQ(subHal->activate(2, true), Result::OK);
         ASSERT_TRUE(proxy->waitForEvents(count));
         // Played once: the host goes quiet after the last recorded sample.
-        ASSERT_TRUE(host->waitFor([this, count](const std::vector<std::string>&) {
+        ASSERT_TRUE(host->waitFor([this](const std::vector<std::string>&) {
             return host->samplesSent(3) + host->samplesSent(7) == count;
         }));
         const std::vector<Event> replayed = proxy->events();
