@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "host/common/Recorder.h"
 #include "host/emulated/EmulatedHost.h"
 #include "host/emulated/HostDescription.h"
 #include "host/libiio/LibiioHost.h"
@@ -41,6 +42,17 @@ Session::Session() = default;
 
 Session::~Session() { mHost.reset(); }
 
+int Session::close() {
+    mHost.reset();  // every pipe through the recorder is closed with it
+    if (!mRecorder) return kExitOk;
+    std::string error;
+    if (!mRecorder->write(mRecordFile, &error)) {
+        printError(error);
+        return kExitFailure;
+    }
+    return kExitOk;
+}
+
 int Session::open(const CommonOptions& options) {
     mJson = options.json;
     host::HostConfig config;
@@ -64,7 +76,15 @@ int Session::open(const CommonOptions& options) {
     }
     if (!options.log) silenceLibraryLogs();
 
-    if (!mHost) mHost = std::make_unique<host::EmulatedHost>(std::move(config));
+    if (!mHost) {
+        config.speed = options.speed;
+        mHost = std::make_unique<host::EmulatedHost>(std::move(config));
+    }
+    if (!options.recordFile.empty()) {
+        mRecorder = std::make_unique<host::Recorder>();
+        mRecordFile = options.recordFile;
+        mHost->setServiceInterposer(mRecorder->interposer());
+    }
     mHost->registerWithBridge();
 
     const std::string path = options.library.empty() ? defaultLibraryPath() : options.library;

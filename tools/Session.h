@@ -14,7 +14,8 @@
 
 namespace kelvane::host {
 class Host;
-}
+class Recorder;
+}  // namespace kelvane::host
 
 namespace kelvane::tools {
 
@@ -29,7 +30,9 @@ struct CommonOptions {
     std::string iioUri;    // non-empty: real IIO devices through libiio instead
     std::string library;   // empty: the library built beside the tool
     bool json = false;
-    bool log = false;  // show the library's log lines
+    bool log = false;        // show the library's log lines
+    double speed = 1.0;      // host time runs this many times faster; 0: no waiting
+    std::string recordFile;  // non-empty: write what the host served here at the end
 };
 
 // "iio-subhal: <message>" on stderr.
@@ -43,6 +46,10 @@ class Session {
     Session();
     // Destroys the emulated host; the library stays loaded.
     ~Session();
+
+    // Stops the host and, with --record, writes the recording. Returns kExitOk or, after
+    // printing the error, kExitFailure.
+    int close();
 
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -63,6 +70,8 @@ class Session {
   private:
     void fetchSensors();
 
+    std::unique_ptr<host::Recorder> mRecorder;  // outlives mHost, which reports to it
+    std::string mRecordFile;
     std::unique_ptr<host::Host> mHost;
     ISensorsSubHal* mSubHal = nullptr;  // owned by the library
     android::sp<ProxyCallback> mCallback;

@@ -35,6 +35,11 @@ int main(int argc, char** argv) {
         ->type_name("PATH");
     app.add_flag("--json", common.json, "print JSON instead of text");
     app.add_flag("--log", common.log, "show the library's log lines on stderr");
+    app.add_option("--speed", common.speed,
+                   "host time runs this many times faster: recorded samples and the timeline "
+                   "(default 1; 0: no waiting)")
+        ->type_name("X")
+        ->check(CLI::Range(0.0, 1e6));
 
     CLI::App* list = app.add_subcommand("list", "print the published sensors");
 
@@ -57,6 +62,10 @@ int main(int argc, char** argv) {
             ->type_name("NS")
             ->check(CLI::PositiveNumber);
     rateOption->excludes(periodOption);
+    stream
+        ->add_option("--record", common.recordFile,
+                     "write what the host served as a host description that replays it")
+        ->type_name("FILE");
     stream
         ->add_option("--duration", streamOptions.durationSeconds,
                      "stop after this many seconds (default 3)")
@@ -105,6 +114,8 @@ int main(int argc, char** argv) {
                 result = check::runCheck(session, checkOptions, common.json);
             }
         }
-    }  // the emulated host goes here, before main returns
+        const int closed = session.close();  // the emulated host goes here, before main returns
+        if (result == kExitOk) result = closed;
+    }
     return result;
 }

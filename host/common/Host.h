@@ -3,6 +3,7 @@
 #pragma once
 
 #include "host/common/CallLog.h"
+#include "host/common/HostConnection.h"
 
 namespace kelvane::host {
 
@@ -13,6 +14,9 @@ class Host {
 
     // Offers this host to the process's container bridge. Returns at once.
     virtual void registerWithBridge() = 0;
+
+    // Set before registerWithBridge(): see HostConnection::ServiceInterposer.
+    virtual void setServiceInterposer(HostConnection::ServiceInterposer interposer) = 0;
 
     // What the host saw and did; readable from any thread.
     virtual const CallLog& log() const = 0;

@@ -90,7 +90,7 @@ void HostConnection::setUpChannel() {
     // The one place where the service pipe handed to the client is made.
     mojom::SensorServicePtr service;
     mBindService(mojo::MakeRequest(&service));
-    if (mInterposer) service = mInterposer(std::move(service));
+    if (mInterposer) mInterposed.push_back(mInterposer(&service));
     mLog->record("SensorHalClient.SetUpChannel");
     mHalClient->SetUpChannel(std::move(service));
 }
@@ -108,6 +108,7 @@ void HostConnection::closeIioSensorHost() {
 
 void HostConnection::shutDown() {
     mShutDown = true;
+    mInterposed.clear();
     mHalClient.reset();
     mIioSensorHosts.clear();
     mInstance.reset();

@@ -24,10 +24,11 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
   public:
     // Binds a new SensorService of the backend on `request`; host thread.
     using ServiceBinder = std::function<void(chromeos::sensors::mojom::SensorServiceRequest)>;
-    // Turns the backend's service into the one handed to the client (e.g. a recorder that
-    // forwards); host thread.
-    using ServiceInterposer = std::function<chromeos::sensors::mojom::SensorServicePtr(
-        chromeos::sensors::mojom::SensorServicePtr)>;
+    // Puts something between the client and the backend's service (e.g. a recorder's tap): it
+    // turns *service into the pipe handed to the client and returns what must live as long as
+    // that pipe. Host thread; what it returns is dropped first in shutDown().
+    using ServiceInterposer =
+        std::function<std::shared_ptr<void>(chromeos::sensors::mojom::SensorServicePtr* service)>;
 
     // `log` outlives the connection. With `autoSetUpChannel`, SetUpChannel follows
     // RegisterSensorHalClient at once.
@@ -73,6 +74,7 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
 
     // Host thread only.
     ServiceInterposer mInterposer;
+    std::vector<std::shared_ptr<void>> mInterposed;  // between the client and the backend
     bool mShutDown = false;
     std::vector<std::unique_ptr<mojo::Binding<vel::mojom::VelBridgeHost>>> mBridges;
     vel::mojom::IioSensorInstancePtr mInstance;

@@ -23,6 +23,14 @@ EmulatedHost::EmulatedHost(HostConfig config)
           mConfig.bridgeVersion, &mLog, mRunner,
           [this](mojom::SensorServiceRequest request) { bindService(std::move(request)); },
           mConfig.autoSetUpChannel) {
+    mPlayback = std::make_unique<Playback>(
+        &mConfig, mRunner,
+        [this](int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn) {
+            forEachDevice(device, [&fn](EmulatedSensorDevice& d) {
+                if (d.reading()) fn(d);
+            });
+        },
+        [this](const TimelineEvent& event) { runTimelineEvent(event); });
     mThread.Start();
 }
 
@@ -54,6 +62,10 @@ void EmulatedHost::post(Method method, Args... args) {
 }
 
 void EmulatedHost::registerWithBridge() { mConnection.registerWithBridge(); }
+
+void EmulatedHost::setServiceInterposer(HostConnection::ServiceInterposer interposer) {
+    mConnection.setServiceInterposer(std::move(interposer));
+}
 
 void EmulatedHost::setUpChannel() { postToConnection(&HostConnection::setUpChannel); }
 void EmulatedHost::callInit() { postToConnection(&HostConnection::callInit); }
@@ -97,13 +109,17 @@ double EmulatedHost::frequency(int32_t device) const { return mLog.frequency(dev
 bool EmulatedHost::streaming(int32_t device) const { return mLog.streaming(device); }
 
 void EmulatedHost::bindService(mojom::SensorServiceRequest request) {
-    mServices.push_back(
-        std::make_unique<EmulatedSensorService>(&mConfig, &mLog, mRunner, std::move(request)));
+    mServices.push_back(std::make_unique<EmulatedSensorService>(&mConfig, &mLog, mPlayback.get(),
+                                                                mRunner, std::move(request)));
+    mPlayback->start();
+    if (mConfig.speed <= 0.0) return;  // the playback runs the timeline among the samples
     for (const TimelineEvent& event : mConfig.timeline) {
+        const double delayUs = static_cast<double>(event.at.count()) / mConfig.speed;
         mRunner->PostDelayedTask(
             FROM_HERE,
             base::BindOnce(&EmulatedHost::runTimelineEvent, base::Unretained(this), event),
-            boundedDelay(event.at));
+            boundedDelay(base::TimeDelta::FromMicroseconds(
+                static_cast<int64_t>(std::min(delayUs, 9.0e18)))));
     }
 }
 
@@ -157,8 +173,11 @@ void EmulatedHost::forEachDevice(int32_t device,
 }
 
 void EmulatedHost::teardown() {
-    mServices.clear();
+    mPlayback->stop();
+    // The connection first: what goes through a recorder is closed before the services, so
+    // closing them is not recorded as the host's doing.
     mConnection.shutDown();
+    mServices.clear();
 }
 
 }  // namespace kelvane::host

@@ -17,6 +17,7 @@
 #include "host/common/CallLog.h"
 #include "host/common/Host.h"
 #include "host/common/HostConnection.h"
+#include "host/emulated/Playback.h"
 #include "host/emulated/VirtualDevice.h"
 
 namespace kelvane::host {
@@ -38,6 +39,7 @@ class EmulatedHost : public Host {
     // Offers this host to the process's container bridge at config.bridgeVersion.
     void registerWithBridge() override;
     const CallLog& log() const override { return mLog; }
+    void setServiceInterposer(HostConnection::ServiceInterposer interposer) override;
 
     // Calls toward the client.
     void setUpChannel();  // SetUpChannel with a new SensorService over the configured devices
@@ -88,6 +90,7 @@ class EmulatedHost : public Host {
 
     // Host thread only. The thread is stopped before any of these goes.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
+    std::unique_ptr<Playback> mPlayback;
 
     base::Thread mThread;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;

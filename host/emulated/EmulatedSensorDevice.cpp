@@ -9,6 +9,7 @@
 #include "base/location.h"
 #include "base/optional.h"
 #include "host/common/TaskDelay.h"
+#include "host/emulated/Playback.h"
 
 namespace kelvane::host {
 
@@ -32,11 +33,13 @@ std::string join(const std::vector<T>& items) {
 }  // namespace
 
 EmulatedSensorDevice::EmulatedSensorDevice(const VirtualDevice& config, bool stream, CallLog* log,
-                                           scoped_refptr<base::SingleThreadTaskRunner> runner)
+                                           scoped_refptr<base::SingleThreadTaskRunner> runner,
+                                           Playback* playback)
     : mConfig(config),
       mStream(stream),
       mLog(log),
       mRunner(std::move(runner)),
+      mPlayback(config.timedSamples ? playback : nullptr),
       mBinding(this),
       mGenerator(config) {}
 
@@ -66,6 +69,18 @@ void EmulatedSensorDevice::sendObserverError(int32_t errorType) {
 }
 
 void EmulatedSensorDevice::pushSample(const SampleGenerator::Sample& sample) { send(sample); }
+
+void EmulatedSensorDevice::sendRecorded(const TimedSamples& samples, size_t index) {
+    // Keys go in ascending order of column; the columns are usually sorted, so inserting mostly
+    // appends to the reused buffer.
+    mRecorded.clear();
+    const size_t width = samples.channels.size();
+    for (size_t column = 0; column < width; ++column) {
+        const size_t at = index * width + column;
+        if (samples.present[at]) mRecorded.insert({samples.channels[column], samples.values[at]});
+    }
+    send(mRecorded);
+}
 
 void EmulatedSensorDevice::emitBurst(size_t count) {
     // Nothing on this thread can end the stream mid-burst, so the whole burst is counted once,
@@ -171,6 +186,9 @@ void EmulatedSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio
 }
 
 double EmulatedSensorDevice::answerFrequency(double requested) const {
+    for (const auto& [asked, answered] : mConfig.frequencyAnswers) {
+        if (asked == requested) return answered;
+    }
     if (std::isnan(requested) || requested <= 0.0) return 0.0;
     if (std::isinf(requested)) return mConfig.maxFrequency ? *mConfig.maxFrequency : kFastestHz;
     return mConfig.maxFrequency ? std::min(requested, *mConfig.maxFrequency) : requested;
@@ -182,7 +200,7 @@ void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback c
     mLog->record(call.str());
     mFrequency = answerFrequency(frequency);
     mLog->setFrequency(mConfig.id, mFrequency);
-    if (mReading && mStream) {
+    if (mReading && mStream && mPlayback == nullptr) {
         if (mFrequency > 0.0) {
             startTimer();
         } else {
@@ -204,7 +222,12 @@ void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserve
         return;
     }
     setReading(true);
-    if (mStream) startTimer();
+    ++mSessions;
+    if (mPlayback != nullptr) {
+        mPlayback->wake();
+    } else if (mStream) {
+        startTimer();
+    }
 }
 
 void EmulatedSensorDevice::StopReadingSamples() {

@@ -22,11 +22,15 @@ namespace kelvane::host {
 
 // Lives on the host thread: created, called and destroyed there. Held by shared_ptr so that
 // delayed tasks can hold it weakly.
+class Playback;
+
 class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
                              public std::enable_shared_from_this<EmulatedSensorDevice> {
   public:
+    // `playback` (owned by the host, outliving every device) plays the device's recorded
+    // samples; it is told when this endpoint starts reading.
     EmulatedSensorDevice(const VirtualDevice& config, bool stream, CallLog* log,
-                         scoped_refptr<base::SingleThreadTaskRunner> runner);
+                         scoped_refptr<base::SingleThreadTaskRunner> runner, Playback* playback);
     ~EmulatedSensorDevice() override;
     EmulatedSensorDevice(const EmulatedSensorDevice&) = delete;
     EmulatedSensorDevice& operator=(const EmulatedSensorDevice&) = delete;
@@ -42,6 +46,12 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     void pushSample(const SampleGenerator::Sample& sample);
     // `count` samples back to back, scripted or generated.
     void emitBurst(size_t count);
+    // Whether an observer is reading samples now.
+    bool reading() const { return mReading && mObserver && !mObserver.encountered_error(); }
+    // Counts the client's reading sessions on this endpoint (successful StartReadingSamples).
+    uint64_t readingSession() const { return mSessions; }
+    // Sends recorded sample `index` of `samples`.
+    void sendRecorded(const TimedSamples& samples, size_t index);
 
     // chromeos::sensors::mojom::SensorDevice
     void SetTimeout(uint32_t timeout) override;
@@ -80,15 +90,18 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     const bool mStream;
     CallLog* const mLog;  // owned by the host, outlives every device
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
+    Playback* const mPlayback;  // null when the device has no recorded samples
 
     mojo::Binding<chromeos::sensors::mojom::SensorDevice> mBinding;
     chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
     SampleGenerator mGenerator;
+    SampleGenerator::Sample mRecorded;        // reused by sendRecorded()
     std::set<int32_t> mEnabled;               // channels the client enabled
     std::vector<base::OnceClosure> mStalled;  // replies held back forever, dropped with the device
     double mFrequency = 0.0;                  // the rate last answered
     bool mReading = false;                    // between a good StartReadingSamples and its end
     uint64_t mGeneration = 0;                 // bumped to cancel the pending tick
+    uint64_t mSessions = 0;                   // see readingSession()
     double mStreamRate = 0.0;                 // the timer's rate, Hz
     base::TimeTicks mStreamStart;
     uint64_t mNextIndex = 0;  // the next sample of the stream, counted from mStreamStart

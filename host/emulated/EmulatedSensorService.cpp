@@ -9,9 +9,14 @@ namespace kelvane::host {
 namespace mojom = chromeos::sensors::mojom;
 
 EmulatedSensorService::EmulatedSensorService(const HostConfig* config, CallLog* log,
+                                             Playback* playback,
                                              scoped_refptr<base::SingleThreadTaskRunner> runner,
                                              mojom::SensorServiceRequest request)
-    : mConfig(config), mLog(log), mRunner(std::move(runner)), mBinding(this, std::move(request)) {
+    : mConfig(config),
+      mLog(log),
+      mPlayback(playback),
+      mRunner(std::move(runner)),
+      mBinding(this, std::move(request)) {
     mBinding.set_connection_error_handler(
         base::BindOnce(&EmulatedSensorService::onConnectionError, base::Unretained(this)));
 }
@@ -66,7 +71,8 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
         mStalled.emplace_back(iio_device_id, std::move(device_request));
         return;
     }
-    auto device = std::make_shared<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner);
+    auto device =
+        std::make_shared<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner, mPlayback);
     device->bind(std::move(device_request));
     mDevices.push_back(std::move(device));
 }

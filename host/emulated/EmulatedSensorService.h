@@ -20,8 +20,8 @@ namespace kelvane::host {
 // Lives on the host thread: created, called and destroyed there.
 class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
   public:
-    // `config` and `log` belong to the host and outlive the service.
-    EmulatedSensorService(const HostConfig* config, CallLog* log,
+    // `config`, `log` and `playback` belong to the host and outlive the service.
+    EmulatedSensorService(const HostConfig* config, CallLog* log, Playback* playback,
                           scoped_refptr<base::SingleThreadTaskRunner> runner,
                           chromeos::sensors::mojom::SensorServiceRequest request);
     ~EmulatedSensorService() override;
@@ -48,6 +48,7 @@ class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
 
     const HostConfig* const mConfig;
     CallLog* const mLog;
+    Playback* const mPlayback;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     mojo::Binding<chromeos::sensors::mojom::SensorService> mBinding;
     std::vector<std::shared_ptr<EmulatedSensorDevice>> mDevices;

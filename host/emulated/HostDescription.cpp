@@ -1,15 +1,19 @@
 #include "host/emulated/HostDescription.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <initializer_list>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <sstream>
 #include <utility>
+
+#include "host/emulated/JsonReader.h"
 
 namespace kelvane::host {
 
@@ -23,33 +27,29 @@ constexpr int64_t kUint32Max = std::numeric_limits<uint32_t>::max();
 constexpr int64_t kInt64Min = std::numeric_limits<int64_t>::min();
 constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
 
-// A JSON pointer token: '~' and '/' are escaped so that the path reads back unambiguously.
-std::string pointerToken(const std::string& key) {
-    std::string token;
-    for (char c : key) {
-        if (c == '~') {
-            token += "~0";
-        } else if (c == '/') {
-            token += "~1";
-        } else {
-            token += c;
-        }
-    }
-    return token;
-}
-
 std::string child(const std::string& path, const std::string& key) {
-    return path + "/" + pointerToken(key);
+    return path + "/" + jsonPointerToken(key);
 }
 
 std::string child(const std::string& path, size_t index) {
     return path + "/" + std::to_string(index);
 }
 
+// Where recorded sample rows sit; the reader keeps them flat rather than as a tree.
+const JsonRowsPattern kTimedRows = {"devices", "*", "timedSamples", "samples"};
+
 // Walks the description keeping the first error. Every check returns false once it has failed.
 class Reader {
   public:
+    explicit Reader(const JsonDocument& doc) : mDoc(doc) {}
+
     const std::string& error() const { return mError; }
+
+    // The rows captured at `path`; null if that array was not captured.
+    const JsonRows* rows(const std::string& path) const {
+        auto it = mDoc.rows.find(path);
+        return it == mDoc.rows.end() ? nullptr : &it->second;
+    }
 
     bool fail(const std::string& path, const std::string& what) {
         if (mError.empty()) mError = (path.empty() ? "/" : path) + ": " + what;
@@ -157,6 +157,7 @@ class Reader {
                     text + " is out of range " + std::to_string(min) + ".." + std::to_string(max));
     }
 
+    const JsonDocument& mDoc;
     std::string mError;
 };
 
@@ -197,6 +198,101 @@ bool readSamples(Reader& r, const json& value, const std::string& path,
     return true;
 }
 
+// {"channels": [0, 1, 2, 3], "restarts": [120], "samples": [[atUs delta, v0, v1, v2, v3], ...]}:
+// each row is the time in microseconds since the previous sample (the first: since
+// SetUpChannel), then one raw value per listed channel, null where the sample lacks it.
+bool readTimedSamples(Reader& r, const json& value, const std::string& path,
+                      std::shared_ptr<const TimedSamples>* out) {
+    if (!r.object(value, path, {"channels", "restarts", "samples"}) ||
+        !r.require(value, path, "channels") || !r.require(value, path, "samples")) {
+        return false;
+    }
+    auto timed = std::make_shared<TimedSamples>();
+    const std::string channelsPath = child(path, "channels");
+    if (!r.int32List(value["channels"], channelsPath, &timed->channels)) return false;
+    std::set<int32_t> seen;
+    for (size_t i = 0; i < timed->channels.size(); ++i) {
+        if (!seen.insert(timed->channels[i]).second) {
+            return r.fail(child(channelsPath, i),
+                          "channel " + std::to_string(timed->channels[i]) + " is listed twice");
+        }
+    }
+    const std::string samplesPath = child(path, "samples");
+    if (!r.array(value["samples"], samplesPath)) return false;
+    const JsonRows* rows = r.rows(samplesPath);
+    if (rows == nullptr) return true;  // an empty array
+    const size_t width = timed->channels.size() + 1;
+    timed->atUs.reserve(rows->rowCount());
+    timed->values.reserve(rows->rowCount() * timed->channels.size());
+    timed->present.reserve(rows->rowCount() * timed->channels.size());
+    int64_t at = 0;
+    for (size_t row = 0; row < rows->rowCount(); ++row) {
+        const size_t begin = rows->rowBegin(row);
+        const size_t size = rows->ends[row] - begin;
+        const std::string rowPath = child(samplesPath, row);
+        if (size != width) {
+            return r.fail(rowPath, "expected " + std::to_string(width) +
+                                       " numbers (the time, then one value per channel), got " +
+                                       std::to_string(size));
+        }
+        const int64_t delta = rows->values[begin];
+        if (!rows->present[begin] || delta < 0) {
+            return r.fail(child(rowPath, 0),
+                          "the time must be a number of microseconds, 0 or more");
+        }
+        if (delta > kInt64Max / 1000 - at) {  // kept well within what host clocks can add
+            return r.fail(child(rowPath, 0), "the samples reach too far in time");
+        }
+        at += delta;
+        timed->atUs.push_back(at);
+        for (size_t i = begin + 1; i < begin + size; ++i) {
+            timed->values.push_back(rows->values[i]);
+            timed->present.push_back(rows->present[i]);
+        }
+    }
+    if (value.contains("restarts")) {
+        const json& restarts = value["restarts"];
+        const std::string restartsPath = child(path, "restarts");
+        if (!r.array(restarts, restartsPath)) return false;
+        for (size_t i = 0; i < restarts.size(); ++i) {
+            int64_t index = 0;
+            const int64_t last = static_cast<int64_t>(timed->size()) - 1;
+            if (!r.integer(restarts[i], child(restartsPath, i), 0, std::max<int64_t>(last, 0),
+                           &index)) {
+                return false;
+            }
+            if (!timed->restarts.empty() && static_cast<size_t>(index) <= timed->restarts.back()) {
+                return r.fail(child(restartsPath, i), "expected ascending sample indices");
+            }
+            timed->restarts.push_back(static_cast<size_t>(index));
+        }
+    }
+    *out = std::move(timed);
+    return true;
+}
+
+// [[requested, answered], ...]: recorded SetFrequency answers.
+bool readFrequencyAnswers(Reader& r, const json& value, const std::string& path,
+                          std::vector<std::pair<double, double>>* out) {
+    if (!r.array(value, path)) return false;
+    std::vector<std::pair<double, double>> answers;
+    for (size_t i = 0; i < value.size(); ++i) {
+        const std::string pairPath = child(path, i);
+        if (!value[i].is_array() || value[i].size() != 2) {
+            return r.fail(pairPath, "expected [requested Hz, answered Hz]");
+        }
+        double requested = 0.0;
+        double answered = 0.0;
+        if (!r.number(value[i][0], child(pairPath, 0), &requested) ||
+            !r.number(value[i][1], child(pairPath, 1), &answered)) {
+            return false;
+        }
+        answers.emplace_back(requested, answered);
+    }
+    *out = std::move(answers);
+    return true;
+}
+
 bool readAttributes(Reader& r, const json& value, const std::string& path,
                     std::map<std::string, std::optional<std::string>>* out) {
     if (!value.is_object()) return r.fail(path, "expected an object");
@@ -213,9 +309,10 @@ bool readAttributes(Reader& r, const json& value, const std::string& path,
 }
 
 bool readDevice(Reader& r, const json& value, const std::string& path, VirtualDevice* out) {
-    if (!r.object(value, path,
-                  {"id", "types", "channels", "attributes", "samples", "maxFrequency",
-                   "failChannels", "stall", "closeAt", "replyDelayMs"}) ||
+    if (!r.object(
+            value, path,
+            {"id", "types", "channels", "attributes", "samples", "timedSamples", "maxFrequency",
+             "frequencyAnswers", "failChannels", "stall", "closeAt", "replyDelayMs"}) ||
         !r.require(value, path, "id") || !r.require(value, path, "types")) {
         return false;
     }
@@ -238,6 +335,20 @@ bool readDevice(Reader& r, const json& value, const std::string& path, VirtualDe
     }
     if (value.contains("samples") &&
         !readSamples(r, value["samples"], child(path, "samples"), &device.samples)) {
+        return false;
+    }
+    if (value.contains("timedSamples")) {
+        const std::string timedPath = child(path, "timedSamples");
+        if (value.contains("samples")) {
+            return r.fail(timedPath, "a device has samples or timedSamples, not both");
+        }
+        if (!readTimedSamples(r, value["timedSamples"], timedPath, &device.timedSamples)) {
+            return false;
+        }
+    }
+    if (value.contains("frequencyAnswers") &&
+        !readFrequencyAnswers(r, value["frequencyAnswers"], child(path, "frequencyAnswers"),
+                              &device.frequencyAnswers)) {
         return false;
     }
     if (value.contains("maxFrequency")) {
@@ -316,9 +427,21 @@ bool readTimelineEvent(Reader& r, const json& value, const std::string& path,
     }
     if (!known) return false;
 
-    int64_t at = 0;
-    if (!r.integer(value["atMs"], child(path, "atMs"), 0, kInt64Max / 1000, &at)) return false;
-    event.at = std::chrono::milliseconds(at);
+    // Whole milliseconds, or fractions of one down to the microsecond, as recordings write.
+    const json& atMs = value["atMs"];
+    const std::string atPath = child(path, "atMs");
+    if (atMs.is_number_float()) {
+        const double ms = atMs.get<double>();
+        if (!(ms >= 0.0) || ms > static_cast<double>(kInt64Max / 1000)) {
+            return r.fail(atPath,
+                          atMs.dump() + " is out of range 0.." + std::to_string(kInt64Max / 1000));
+        }
+        event.at = std::chrono::microseconds(std::llround(ms * 1000.0));
+    } else {
+        int64_t at = 0;
+        if (!r.integer(atMs, atPath, 0, kInt64Max / 1000, &at)) return false;
+        event.at = std::chrono::milliseconds(at);
+    }
     if (value.contains("device")) {
         const std::string devicePath = child(path, "device");
         if (!r.int32(value["device"], devicePath, &event.device)) return false;
@@ -387,122 +510,48 @@ bool readHost(Reader& r, const json& root, HostConfig* out) {
     return true;
 }
 
-// nlohmann keeps the last of repeated keys without a word; a description that says a thing twice
-// is more likely a mistake than a wish, so the parser's callback looks for them.
-class DuplicateKeyFinder {
-  public:
-    bool operator()(int /*depth*/, json::parse_event_t event, json& parsed) {
-        switch (event) {
-            case json::parse_event_t::object_start:
-            case json::parse_event_t::array_start:
-                mFrames.push_back(
-                    Frame{event == json::parse_event_t::array_start, elementToken(), 0, {}, {}});
-                break;
-            case json::parse_event_t::object_end:
-            case json::parse_event_t::array_end:
-                if (!mFrames.empty()) mFrames.pop_back();
-                break;
-            case json::parse_event_t::key:
-                if (!mFrames.empty() && parsed.is_string()) {
-                    Frame& frame = mFrames.back();
-                    frame.key = parsed.get<std::string>();
-                    if (!frame.keys.insert(frame.key).second && mDuplicate.empty()) {
-                        mDuplicate = path() + ": duplicate key \"" + frame.key + "\"";
-                    }
-                }
-                break;
-            case json::parse_event_t::value:
-                elementToken();  // a scalar takes its place in an array
-                break;
-        }
-        return true;
+bool parseSource(JsonSource& source, HostConfig* out, std::string* error) {
+    JsonDocument doc;
+    if (!readJson(source, kTimedRows, &doc, error)) return false;
+    Reader reader(doc);
+    if (!readHost(reader, doc.root, out)) {
+        *error = reader.error();
+        return false;
     }
-
-    const std::string& duplicate() const { return mDuplicate; }
-
-  private:
-    struct Frame {
-        bool isArray;
-        std::string token;  // this container's token within its parent
-        size_t nextIndex;
-        std::string key;  // the last key read, in an object
-        std::set<std::string> keys;
-    };
-
-    // The token of a value starting now, within the innermost container.
-    std::string elementToken() {
-        if (mFrames.empty()) return "";
-        Frame& parent = mFrames.back();
-        if (parent.isArray) return std::to_string(parent.nextIndex++);
-        return pointerToken(parent.key);
-    }
-
-    std::string path() const {
-        std::string p;
-        for (size_t i = 1; i < mFrames.size(); ++i) p += "/" + mFrames[i].token;
-        return p.empty() ? "/" : p;
-    }
-
-    std::vector<Frame> mFrames;
-    std::string mDuplicate;
-};
-
-// "[json.exception.parse_error.101] parse error at line 3, column 7: syntax error ..." becomes
-// "line 3, column 7: syntax error ...".
-std::string syntaxError(const json::parse_error& e) {
-    std::string what = e.what();
-    const std::string marker = "parse error at ";
-    size_t at = what.find(marker);
-    if (at != std::string::npos) return what.substr(at + marker.size());
-    size_t bracket = what.find("] ");
-    return bracket == std::string::npos ? what : what.substr(bracket + 2);
+    return true;
 }
 
 }  // namespace
 
 bool parseHostDescription(const std::string& text, HostConfig* out, std::string* error) {
-    try {
-        DuplicateKeyFinder finder;
-        json root =
-            json::parse(text, [&finder](int depth, json::parse_event_t event, json& parsed) {
-                return finder(depth, event, parsed);
-            });
-        if (!finder.duplicate().empty()) {
-            *error = finder.duplicate();
-            return false;
-        }
-        Reader reader;
-        if (!readHost(reader, root, out)) {
-            *error = reader.error();
-            return false;
-        }
-        return true;
-    } catch (const json::parse_error& e) {
-        *error = syntaxError(e);
-    } catch (const std::exception& e) {
-        *error = e.what();
-    }
-    return false;
+    JsonSource source(text, kMaxDescriptionBytes);
+    return parseSource(source, out, error);
 }
 
-bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        *error = path + ": cannot read: " + std::strerror(errno);
+bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error,
+                         size_t limit) {
+    auto failed = [&](const std::string& what) {
+        *error = path + ": " + what;
         return false;
-    }
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) {
-        *error = path + ": cannot read: " + std::strerror(errno);
-        return false;
-    }
+    };
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return failed(std::string("cannot read: ") + std::strerror(errno));
+    struct stat info = {};
     std::string reason;
-    if (!parseHostDescription(text.str(), out, &reason)) {
-        *error = path + ": " + reason;
-        return false;
+    bool ok = false;
+    if (::fstat(fd, &info) != 0) {
+        reason = std::string("cannot read: ") + std::strerror(errno);
+    } else if (S_ISDIR(info.st_mode)) {
+        reason = "is a directory, not a host description";
+    } else if (S_ISREG(info.st_mode) && static_cast<uint64_t>(info.st_size) > limit) {
+        // Refused before reading; other files (pipes, devices) are cut off at the limit.
+        reason = tooLargeError(limit);
+    } else {
+        JsonSource source(fd, limit);
+        ok = parseSource(source, out, &reason);
     }
-    return true;
+    ::close(fd);
+    return ok || failed(reason);
 }
 
 HostConfig builtInHost() {

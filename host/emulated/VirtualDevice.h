@@ -4,8 +4,10 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelvane::host {
@@ -16,6 +18,20 @@ enum class Stall { kNone, kDevice, kChannels, kAttributes };
 // Where the device closes its SensorDevice pipe instead of answering.
 enum class CloseAt { kNever, kOnGetDevice, kOnChannels, kOnAttributes, kAfterAttributes };
 
+// Samples as a host sent them: each is sent once, at its time. Rows are stored flat, one value per
+// column, so that a long recording costs a few bytes a value rather than a map node each.
+struct TimedSamples {
+    std::vector<int32_t> channels;  // the channel index of each column
+    std::vector<int64_t> atUs;      // per sample: when it is due, microseconds after SetUpChannel
+    std::vector<int64_t> values;    // per sample: one value per column
+    std::vector<bool> present;      // like `values`: false where the sample lacks that channel
+    // Ascending indices of samples the host sent to a new observer: the client had started
+    // reading again (after an observer error, say). Each waits for a new reader on replay.
+    std::vector<size_t> restarts;
+
+    size_t size() const { return atUs.size(); }
+};
+
 // One IIO device of the host.
 struct VirtualDevice {
     int32_t id = 0;
@@ -24,6 +40,12 @@ struct VirtualDevice {
     std::map<std::string, std::optional<std::string>> attributes;  // missing key or nullopt: absent
     // Raw samples played in order and repeated; empty: generated waveforms.
     std::vector<std::map<int32_t, int64_t>> samples;
+    // Recorded samples, played once at their times instead of `samples` or waveforms. Shared:
+    // every opened endpoint of the device reads the same rows.
+    std::shared_ptr<const TimedSamples> timedSamples;
+    // SetFrequency answers recorded from a host: {requested, answered}. A request found here gets
+    // its recorded answer; any other is answered by the maxFrequency rule.
+    std::vector<std::pair<double, double>> frequencyAnswers;
     std::optional<double> maxFrequency;  // SetFrequency answers min(requested, max)
     std::vector<int32_t> failChannels;   // indices SetChannelsEnabled reports as failed
     Stall stall = Stall::kNone;
@@ -36,7 +58,7 @@ enum class TimelineAction { kObserverError, kCloseDevice, kCloseService, kTablet
 
 // Something the host does by itself, `at` after it sent SetUpChannel.
 struct TimelineEvent {
-    std::chrono::milliseconds at{0};
+    std::chrono::microseconds at{0};
     TimelineAction action = TimelineAction::kTabletMode;
     int32_t device = -1;  // kObserverError, kCloseDevice
     int32_t error = 0;    // kObserverError: ObserverErrorType value
@@ -51,6 +73,9 @@ struct HostConfig {
     std::vector<TimelineEvent> timeline;
     bool autoSetUpChannel = true;  // call SetUpChannel as soon as RegisterSensorHalClient arrives
     bool stream = true;  // stream by timer after StartReadingSamples; false: pushSample only
+    // Host time runs this many times faster: recorded sample times and the timeline are divided
+    // by it. 0: no waiting at all, recorded samples go out as fast as they can be sent.
+    double speed = 1.0;
 };
 
 }  // namespace kelvane::host

@@ -36,8 +36,7 @@ class LibiioHost : public Host {
     void registerWithBridge() override;
     const CallLog& log() const override { return mLog; }
 
-    // Set before registerWithBridge(): see HostConnection.
-    void setServiceInterposer(HostConnection::ServiceInterposer interposer);
+    void setServiceInterposer(HostConnection::ServiceInterposer interposer) override;
 
   private:
     explicit LibiioHost(iio_context* context);

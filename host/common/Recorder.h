@@ -1,0 +1,104 @@
+// Records what a host served a client, backend-independent, and writes it as a host description
+// that replays it: the devices as the client asked for them (types, channels, attributes,
+// frequency answers, failed channels), every sample with its send time, and what the host did by
+// itself (observer errors, lost device pipes, a closed service) as timeline entries. Times count
+// from the first SetUpChannel that went through the recorder.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/containers/flat_map.h"
+#include "base/time/time.h"
+#include "hardware/sensors/mojom/sensor.mojom.h"
+#include "host/common/HostConnection.h"
+
+namespace kelvane::host {
+
+class RecordingTap;
+
+// Thread-safe: the taps report from the host thread, the description is read from any thread.
+class Recorder {
+  public:
+    Recorder();
+    ~Recorder();
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
+
+    // Host thread, where *service was bound: puts a tap between the client and the service that
+    // is about to be handed to it, so *service becomes the tap's pipe. The tap forwards every
+    // call, reply, sample and close both ways until it is destroyed, on that same thread.
+    std::unique_ptr<RecordingTap> interpose(chromeos::sensors::mojom::SensorServicePtr* service);
+
+    // For Host::setServiceInterposer: a tap of this recorder on every service the host hands out.
+    HostConnection::ServiceInterposer interposer();
+
+    // The recording so far, as a host description (docs/tool.md): one line per sample.
+    std::string description() const;
+    // Writes description() to `path`. On failure returns false and sets *error to one line.
+    bool write(const std::string& path, std::string* error) const;
+
+    // What the taps report.
+    void listed(const base::flat_map<int32_t, std::vector<int32_t>>& devices);
+    void listedType(int32_t type, const std::vector<int32_t>& ids);
+    void opened(int32_t device);
+    void channelsAsked(int32_t device);
+    void channels(int32_t device, const std::vector<std::string>& ids);
+    void attributesAsked(int32_t device);
+    void attributes(int32_t device, const std::vector<std::string>& names,
+                    const std::vector<base::Optional<std::string>>& values);
+    void frequency(int32_t device, double requested, double answered);
+    void channelsEnabled(int32_t device, bool enable, const std::vector<int32_t>& failed);
+    // A new observer for `device`; returns its serial for sample().
+    uint64_t observerStarted(int32_t device);
+    void sample(int32_t device, uint64_t observer, const base::flat_map<int32_t, int64_t>& sample);
+    void observerError(int32_t device, int32_t type);
+    void deviceLost(int32_t device);
+    void serviceClosed(uint32_t reason, const std::string& description);
+
+  private:
+    struct Device {
+        std::vector<int32_t> types;
+        std::optional<std::vector<std::string>> channels;
+        std::map<std::string, std::optional<std::string>> attributes;
+        std::vector<std::pair<double, double>> frequencyAnswers;  // one per requested rate
+        std::set<int32_t> failChannels;
+        bool channelsPending = false;    // asked, not answered yet
+        bool attributesPending = false;  // asked, not answered yet
+        bool lost = false;
+        // Samples, flat: per sample its time and where its entries end.
+        std::vector<int64_t> atUs;
+        std::vector<size_t> ends;
+        std::vector<int32_t> keys;
+        std::vector<int64_t> values;
+        std::vector<size_t> restarts;  // samples that went to a newer observer than the last
+        uint64_t lastObserver = 0;     // the observer of the last sample
+    };
+    struct Event {
+        int64_t atUs;
+        std::string action;  // as in a description's timeline
+        int32_t device = 0;
+        int32_t error = 0;
+        uint32_t reason = 0;
+        std::string description;
+    };
+
+    int64_t nowUsLocked() const;
+    Device& deviceLocked(int32_t id) { return mDevices[id]; }
+    void writeDeviceLocked(std::string& out, int32_t id, const Device& device) const;
+
+    mutable std::mutex mMutex;
+    std::optional<base::TimeTicks> mStart;  // guarded by mMutex: the first interpose()
+    std::map<int32_t, Device> mDevices;     // guarded by mMutex
+    std::vector<Event> mTimeline;           // guarded by mMutex
+    uint64_t mObservers = 0;                // guarded by mMutex: serials handed out
+};
+
+}  // namespace kelvane::host

@@ -1,0 +1,105 @@
+// Reads a JSON document in one pass, for host descriptions: repeated keys are refused as they are
+// met, the input is capped in size, and long arrays of numeric rows (recorded samples) are kept
+// as flat numbers instead of one tree node per number. Every error is one line naming the JSON
+// path, and the line and column where the text itself is at fault.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace kelvane::host {
+
+// The rows of one array captured flat: every row is an array of integers and nulls.
+struct JsonRows {
+    std::vector<int64_t> values;  // every row's values, one after the other (null reads as 0)
+    std::vector<bool> present;    // like `values`: false for a null
+    std::vector<size_t> ends;     // per row: the index in `values` just past its last value
+
+    size_t rowCount() const { return ends.size(); }
+    size_t rowBegin(size_t row) const { return row == 0 ? 0 : ends[row - 1]; }
+};
+
+struct JsonDocument {
+    // The document, with every captured rows array left empty here.
+    nlohmann::json root;
+    // Captured rows by the JSON path of their array ("/devices/0/timedSamples/samples").
+    std::map<std::string, JsonRows> rows;
+};
+
+// Where arrays of rows are captured: a path pattern whose tokens are keys, or "*" for any array
+// index ({"devices", "*", "timedSamples", "samples"}).
+using JsonRowsPattern = std::vector<std::string>;
+
+// A source of text. Reading stops with an error once more than `limit` bytes have come.
+class JsonSource {
+  public:
+    // Text already in memory; it must outlive the source.
+    JsonSource(const std::string& text, size_t limit);
+    // An open file descriptor, read as far as the document goes (not closed here).
+    JsonSource(int fd, size_t limit);
+    JsonSource(const JsonSource&) = delete;
+    JsonSource& operator=(const JsonSource&) = delete;
+
+    // The next byte, or -1 at the end (of the text, the limit or after a read error).
+    int peek() {
+        if (mNext == mEnd && !refill()) return -1;
+        return static_cast<unsigned char>(*mNext);
+    }
+    void advance() {
+        if (*mNext == '\n') {
+            mPreviousLineStart = mLineStart;
+            mLineStart = mOffset + 1;
+            ++mLine;
+        }
+        ++mNext;
+        ++mOffset;
+    }
+
+    bool tooLarge() const { return mTooLarge; }
+    // A NUL byte ends the text: no description holds one, so the source is not text.
+    bool sawNul() const { return mSawNul; }
+    size_t limit() const { return mLimit; }
+    size_t offset() const { return mOffset; }     // bytes consumed so far
+    int readError() const { return mReadError; }  // errno of a failed read, 0 if none
+    // "line L, column C" (from 1) of the byte just before `end`, which may be at most one byte
+    // past the last byte read.
+    std::string position(size_t offset) const;
+
+  private:
+    bool refill();
+    void stopAtNul();
+
+    int mFd = -1;
+    size_t mLimit;
+    std::vector<char> mBuffer;
+    const char* mNext = nullptr;
+    const char* mEnd = nullptr;
+    size_t mOffset = 0;  // bytes consumed so far
+    size_t mLine = 1;
+    size_t mLineStart = 0;  // offset of the first byte of the current line
+    size_t mPreviousLineStart = 0;
+    bool mTooLarge = false;
+    bool mSawNul = false;
+    int mReadError = 0;
+};
+
+// Containers nest at most this deep; description nest four levels.
+constexpr size_t kMaxJsonDepth = 64;
+
+// Parses the whole source. On failure returns false and sets *error to one line:
+// "/devices/0/id: duplicate key \"id\"", "line 3, column 7: syntax error ...", or
+// "/devices/0/maxFrequency: line 4, column 29: number overflow parsing '1e400'".
+bool readJson(JsonSource& source, const JsonRowsPattern& rowsAt, JsonDocument* out,
+              std::string* error);
+
+// "larger than the 512 MiB a host description may hold".
+std::string tooLargeError(size_t limit);
+
+// A JSON pointer token: '~' and '/' escaped so that a path reads back unambiguously.
+std::string jsonPointerToken(const std::string& key);
+
+}  // namespace kelvane::host
