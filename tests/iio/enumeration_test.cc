@@ -20,7 +20,8 @@ TEST_F(HostTest, MixedListingTakesTheFirstSupportedTypeInHostOrder) {
                       device(12, {11})};
     startHost(config);
     startBridge();
-    auto list = sensors(10000);  // returns once the grace period has passed
+    passGracePeriod();
+    auto list = sensors(10000);
     ASSERT_EQ(handlesOf(list), (std::vector<int>{1, 2, 3}));
     EXPECT_EQ(list[0].second.type, SensorType::GYROSCOPE);
     EXPECT_EQ(list[1].second.type, SensorType::ACCELEROMETER);
@@ -60,6 +61,7 @@ TEST_F(HostTest, ASecondChannelContinuesTheHandles) {
     config.devices = {accelerometer(3), device(4, {2}, {"anglvel_x"}), device(5, {3})};
     startHost(config);
     startBridge();
+    passGracePeriod();
     ASSERT_EQ(handlesOf(sensors(10000)), (std::vector<int>{1, 2, 3}));
     host->setUpChannel();
     ASSERT_TRUE(logs.waitFor("IioSensorBridge: device 5 -> handle 6 type 5"));
@@ -83,6 +85,7 @@ TEST_F(HostTest, TimedOutQueryReturnsOnlyTheReadyDevices) {
         logs.waitFor("IioSensorDevice 9 (Light): name=dev scale=1 location=lid channels=1"));
     EXPECT_EQ(handlesOf(sensors(20)), (std::vector<int>{1, 3}));
     // The grace period ends enumeration whatever is ready.
+    passGracePeriod();
     EXPECT_EQ(handlesOf(sensors(10000)), (std::vector<int>{1, 3}));
     EXPECT_TRUE(logs.contains("IioSensorBridge: 2 devices ready"));
 }
@@ -96,6 +99,7 @@ TEST_F(HostTest, DeviceLostBeforeReadyIsNeverPublishedAndAfterReadyStays) {
     config.devices = {early, late};
     startHost(config);
     startBridge();
+    passGracePeriod();
     EXPECT_EQ(handlesOf(sensors(10000)), (std::vector<int>{2}));
     EXPECT_TRUE(logs.waitFor("IioSensorDevice 3: SensorDevice connection lost"));
     EXPECT_TRUE(logs.waitFor("IioSensorDevice 4: SensorDevice connection lost"));
@@ -106,6 +110,7 @@ TEST_F(HostTest, LostServiceIsLoggedWithItsReason) {
     config.devices = {accelerometer(3)};
     startHost(config);
     startBridge();
+    passGracePeriod();
     ASSERT_EQ(sensors(10000).size(), 1u);
     host->closeService(7, "bye");
     EXPECT_TRUE(logs.waitFor("IioSensorBridge: SensorService disconnected, reason=7 desc=bye"));

@@ -11,6 +11,7 @@
 
 #include "IioSensorBridge.h"
 #include "IioSensorSubHal.h"
+#include "base/test/virtual_clock.h"
 #include "host/emulated/EmulatedHost.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
@@ -52,6 +53,7 @@ inline int indexOf(const std::vector<std::string>& calls, const std::string& cal
     return it == calls.end() ? -1 : static_cast<int>(it - calls.begin());
 }
 
+// Time is virtual: the library's enumeration grace period passes when a test says so.
 class HostTest : public ::testing::Test {
   protected:
     ~HostTest() override {
@@ -78,6 +80,9 @@ class HostTest : public ::testing::Test {
         subHal->initialize(proxy);
     }
 
+    // Lets the handshake finish, then the library's 2 s enumeration grace period pass.
+    void passGracePeriod() { ASSERT_TRUE(clock.FastForwardBy(base::TimeDelta::FromSeconds(2))); }
+
     std::vector<std::pair<int, android::hardware::sensors::V2_1::SensorInfo>> sensors(
         int timeoutMs) {
         return bridge->getSensors(timeoutMs);
@@ -95,6 +100,7 @@ class HostTest : public ::testing::Test {
                               bool) override {}
     };
 
+    base::test::VirtualClock clock;  // first in, last out
     testing::LogCapture logs;
     NullEvents events;
     std::unique_ptr<EmulatedHost> host;
