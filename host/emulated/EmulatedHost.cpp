@@ -7,9 +7,9 @@
 #include "base/bind.h"
 #include "base/location.h"
 #include "base/time/time.h"
+#include "host/common/TaskDelay.h"
 #include "host/emulated/EmulatedSensorDevice.h"
 #include "host/emulated/EmulatedSensorService.h"
-#include "host/common/TaskDelay.h"
 #include "mojo/public/cpp/bindings/interface_ptr.h"
 #include "vel/VelHostRegistry.h"
 
@@ -144,8 +144,15 @@ void EmulatedHost::doSetUpChannel() {
     mojom::SensorServicePtr service;
     mServices.push_back(std::make_unique<EmulatedSensorService>(&mConfig, &mLog, mRunner,
                                                                 mojo::MakeRequest(&service)));
+    // The timeline starts once the client has set up its devices, so that no entry races the
+    // handshake: entries at the same time run in the order given.
+    mServices.back()->whenSetUp(
+        base::BindOnce(&EmulatedHost::startTimeline, base::Unretained(this)));
     mLog.record("SensorHalClient.SetUpChannel");
     mHalClient->SetUpChannel(std::move(service));
+}
+
+void EmulatedHost::startTimeline() {
     for (const TimelineEvent& event : mConfig.timeline) {
         mRunner->PostDelayedTask(
             FROM_HERE,

@@ -1,4 +1,6 @@
 // Enumeration of the host's devices into sensors, and the registry queries.
+#include <algorithm>
+#include <chrono>
 #include <future>
 
 #include "tests/iio/host_fixture.h"
@@ -103,6 +105,39 @@ TEST_F(HostTest, DeviceLostBeforeReadyIsNeverPublishedAndAfterReadyStays) {
     EXPECT_EQ(handlesOf(sensors(10000)), (std::vector<int>{2}));
     EXPECT_TRUE(logs.waitFor("IioSensorDevice 3: SensorDevice connection lost"));
     EXPECT_TRUE(logs.waitFor("IioSensorDevice 4: SensorDevice connection lost"));
+}
+
+// Timeline entries at 0 come right after the handshake of every device, whatever its replies
+// cost, never in the middle of it.
+TEST_F(HostTest, TimelineStartsOnceEveryOpenedDeviceIsSetUp) {
+    HostConfig config;
+    VirtualDevice late = accelerometer(4);
+    late.replyDelay = std::chrono::milliseconds(700);
+    VirtualDevice stalled = accelerometer(5);
+    stalled.stall = host::Stall::kAttributes;
+    config.devices = {accelerometer(3), late, stalled, device(6, {4})};
+    host::TimelineEvent closeDevice;
+    closeDevice.action = host::TimelineAction::kCloseDevice;
+    closeDevice.device = 4;
+    host::TimelineEvent closeService;
+    closeService.action = host::TimelineAction::kCloseService;
+    closeService.reason = 3;
+    config.timeline = {closeDevice, closeService};
+    startHost(config);
+    startBridge();
+    passGracePeriod();
+    EXPECT_EQ(handlesOf(sensors(10000)), (std::vector<int>{1, 2}));
+    const std::vector<std::string> lines = logs.texts();
+    auto at = [&](const std::string& text) {
+        return std::find(lines.begin(), lines.end(), text) - lines.begin();
+    };
+    const auto lost = at("IioSensorDevice 4: SensorDevice connection lost");
+    const auto closed = at("IioSensorBridge: SensorService disconnected, reason=3 desc=");
+    ASSERT_LT(closed, static_cast<long>(lines.size()));
+    EXPECT_LT(lost, closed);  // in the timeline's order
+    EXPECT_LT(at("IioSensorDevice 4 (Accelerometer): name=bmi160 scale=0.5 location=lid "
+                 "channels=4"),
+              lost);
 }
 
 TEST_F(HostTest, LostServiceIsLoggedWithItsReason) {
