@@ -237,15 +237,16 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (scenario == "exit-mojo-blocked" || scenario == "exit-mojo-stuck") {
-        // The Mojo thread is busy past the library's wait at exit, with samples and commands
-        // queued behind it: for 12 s (it comes back while the process is exiting), or for good.
+        // The Mojo thread is busy past the library's 10 s wait at exit, with samples and
+        // commands queued behind it: for 11 s (it comes back while the process is exiting and
+        // releases the bridge then), or for good.
         EmulatedHost* host = startHost(kelvane::host::builtInHost());
         (void)host;
         ISensorsSubHal* subHal = load(argv[1]);
         android::sp<ProxyCallback> callback = new ProxyCallback();
         subHal->initialize(callback);
         stream(subHal, callback.get());
-        blockMojoThread(scenario == "exit-mojo-blocked" ? std::chrono::seconds(12)
+        blockMojoThread(scenario == "exit-mojo-blocked" ? std::chrono::seconds(11)
                                                         : std::chrono::hours(24));
         queueCommands(subHal);
         std::exit(0);

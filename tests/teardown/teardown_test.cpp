@@ -146,7 +146,7 @@ INSTANTIATE_TEST_SUITE_P(Scenarios, TeardownTest,
                                            "exit-pending", "exit-without-host"),
                          scenarioName);
 
-// The Mojo thread busy past the library's wait at exit: back 12 s later, while the process is
+// The Mojo thread busy past the library's wait at exit: back 11 s later, while the process is
 // exiting, or never. Either way the exit ends cleanly, soon after that wait; the two run side by
 // side to keep the suite short.
 TEST(TeardownBusyMojoThreadTest, ExitDoesNotWaitForeverNorAbort) {
