@@ -1,8 +1,10 @@
 // Random host behaviour against the library: the input describes the emulated host's devices
 // (listings, channel lists, attribute values with the scale text, scripted samples, handshake
-// faults) and then a sequence of host actions and Android commands, run against a bridge driven
-// directly. Nothing waits for the 2-second enumeration check: each step is followed by a round
-// trip through the host thread and the Mojo thread, bounded in time.
+// faults, late replies, a timeline) and then a sequence of host actions, Android commands and
+// steps of time, run against a bridge driven directly. The library, the in-process Mojo and the
+// host run on their real threads; only time is virtual, so the 2-second enumeration check, late
+// replies and timeline entries happen when the input moves time past them, at no real cost.
+// Between steps the fuzzer waits until every task loop is idle.
 //
 // Besides the sanitizers, every event and every sensor description the library produces is
 // checked for well-formedness.
@@ -23,6 +25,7 @@
 
 #include "IioSensorBridge.h"
 #include "IioSensorEventCallback.h"
+#include "base/test/virtual_clock.h"
 #include "host/emulated/EmulatedHost.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/wait.h"
@@ -37,6 +40,8 @@ using kelvane::host::CloseAt;
 using kelvane::host::EmulatedHost;
 using kelvane::host::HostConfig;
 using kelvane::host::Stall;
+using kelvane::host::TimelineAction;
+using kelvane::host::TimelineEvent;
 using kelvane::host::VirtualDevice;
 using kelvane::sensors::IioSensorBridge;
 
@@ -138,7 +143,21 @@ VirtualDevice virtualDevice(Reader& in) {
         d.stall = static_cast<Stall>(fault % 4);
         d.closeAt = static_cast<CloseAt>((fault / 4) % 5);
     }
+    if (in.range(0, 3) == 0) d.replyDelay = std::chrono::milliseconds(in.range(0, 30) * 100);
     return d;
+}
+
+TimelineEvent timelineEvent(Reader& in, const std::vector<VirtualDevice>& devices) {
+    TimelineEvent e;
+    e.at = std::chrono::milliseconds(in.range(0, 30) * 100);
+    e.action = static_cast<TimelineAction>(in.range(0, 3));
+    e.device = devices.empty() || in.range(0, 7) == 0 ? in.range(-2, 12)
+                                                      : devices[in.byte() % devices.size()].id;
+    e.error = in.range(0, 7);
+    e.reason = in.raw<uint32_t>();
+    e.description = in.text(8);
+    e.on = in.flag();
+    return e;
 }
 
 HostConfig hostConfig(Reader& in) {
@@ -149,6 +168,9 @@ HostConfig hostConfig(Reader& in) {
     config.autoSetUpChannel = in.range(0, 7) != 0;
     config.stream = false;  // samples come from the input only
     for (int i = in.range(0, 4); i > 0; --i) config.devices.push_back(virtualDevice(in));
+    for (int i = in.range(0, 7) < 6 ? 0 : in.range(1, 3); i > 0; --i) {
+        config.timeline.push_back(timelineEvent(in, config.devices));
+    }
     return config;
 }
 
@@ -203,23 +225,25 @@ void checkSensors(const std::vector<std::pair<int, SensorInfo>>& sensors) {
     }
 }
 
+// The process's one virtual clock, created before anything posts a delay: time runs on from one
+// input to the next, and delays left over from earlier inputs only find their objects gone.
+base::test::VirtualClock& virtualClock() {
+    static base::test::VirtualClock* clock = new base::test::VirtualClock();
+    return *clock;
+}
+
 // One input's world: a fresh emulated host and a bridge connected to it.
 class Scenario {
   public:
-    explicit Scenario(Reader& in) : mIn(in) {
+    explicit Scenario(Reader& in) : mIn(in), mClock(virtualClock()) {
         HostConfig config = hostConfig(in);
         for (const VirtualDevice& d : config.devices) mDeviceIds.push_back(d.id);
-        const bool handshake = config.bridgeVersion >= 54;
         const bool registered = in.range(0, 15) != 0;
         mHost = std::make_unique<EmulatedHost>(std::move(config));
         if (registered) mHost->registerWithBridge();
         mBridge = new IioSensorBridge(vel::MojoProcessSupport::GetInstance(), &mEvents);
         mBridge->start();
-        if (registered && handshake) {
-            if (!mHost->waitForCall("IioSensorInstance.Init reply")) fail("handshake never ended");
-            mInstanceAlive = true;
-        }
-        settle(4);
+        settle();
     }
 
     ~Scenario() {
@@ -236,7 +260,7 @@ class Scenario {
             this->step();
             if (mIn.flag()) settle();
         }
-        settle(4);
+        settle();
         checkSensors(mBridge->getSensors(0));
     }
 
@@ -263,7 +287,7 @@ class Scenario {
     }
 
     void step() {
-        switch (mIn.range(0, 15)) {
+        switch (mIn.range(0, 16)) {
             case 0:
                 mHost->setUpChannel();
                 break;
@@ -294,7 +318,6 @@ class Scenario {
             }
             case 8:
                 mHost->closeInstance();
-                mInstanceAlive = false;
                 break;
             case 9:
                 mHost->closeHalClient();
@@ -316,41 +339,31 @@ class Scenario {
             case 14:
                 checkSensors(mBridge->getSensors(0));
                 break;
+            case 15:
+                mHost->setTabletMode(mIn.flag());
+                break;
             default:
-                settle();
+                // Steps of time: past the 2 s enumeration check, late replies and timeline.
+                if (!mClock.FastForwardBy(
+                        base::TimeDelta::FromMilliseconds(mIn.range(0, 25) * 100))) {
+                    fail("the task loops never became idle");
+                }
                 break;
         }
     }
 
-    // Lets the host and the library answer each other. While the host still holds the library's
-    // instance pipe, a tablet-mode change is a round trip through both threads: once the library
-    // has logged it, everything sent before it on either side has been handled. A few such trips
-    // carry the longest chain (listing, device handshake, attributes). Without that pipe, only
-    // the Mojo thread can be waited for.
-    void settle(int trips = 2) {
-        for (int i = 0; i < trips; ++i) {
-            if (!mInstanceAlive) {
-                if (!kelvane::testing::Flush(mojoRunner())) fail("the Mojo thread is stuck");
-                continue;
-            }
-            mTabletOn = !mTabletOn;
-            const std::string line =
-                std::string("IioSensorBridge: tablet mode ") + (mTabletOn ? "ON" : "OFF");
-            const size_t expected = ++mTabletLines[mTabletOn];
-            mHost->setTabletMode(mTabletOn);
-            if (!mLogs.waitFor(line, expected)) fail("a host round trip did not come back");
-        }
+    // Lets the host and the library answer each other: waits until no task loop has work left.
+    void settle() {
+        if (!mClock.RunUntilIdle()) fail("the task loops never became idle");
     }
 
     Reader& mIn;
+    base::test::VirtualClock& mClock;
     kelvane::testing::LogCapture mLogs;  // keeps the library's lines off stderr
     CheckingCallback mEvents;
     std::unique_ptr<EmulatedHost> mHost;
     android::sp<IioSensorBridge> mBridge;
     std::vector<int32_t> mDeviceIds;
-    bool mInstanceAlive = false;
-    bool mTabletOn = false;
-    size_t mTabletLines[2] = {0, 0};
 };
 
 }  // namespace

@@ -111,6 +111,13 @@ bool EmulatedHost::streaming(int32_t device) const { return mLog.streaming(devic
 void EmulatedHost::bindService(mojom::SensorServiceRequest request) {
     mServices.push_back(std::make_unique<EmulatedSensorService>(&mConfig, &mLog, mPlayback.get(),
                                                                 mRunner, std::move(request)));
+    // The timeline and the recorded samples start once the client has set up its devices, so
+    // that no entry races the handshake: entries at the same time run in the order given.
+    mServices.back()->whenSetUp(
+        base::BindOnce(&EmulatedHost::startTimeline, base::Unretained(this)));
+}
+
+void EmulatedHost::startTimeline() {
     mPlayback->start();
     if (mConfig.speed <= 0.0) return;  // the playback runs the timeline among the samples
     for (const TimelineEvent& event : mConfig.timeline) {

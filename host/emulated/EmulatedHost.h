@@ -81,6 +81,7 @@ class EmulatedHost : public Host {
     void doCloseService(uint32_t reason, std::string description);
     void doCloseDevice(int32_t device);
     void doCloseObserver(int32_t device);
+    void startTimeline();
     void runTimelineEvent(TimelineEvent event);
     void forEachDevice(int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn);
     void teardown();

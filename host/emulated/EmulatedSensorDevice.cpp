@@ -59,6 +59,11 @@ void EmulatedSensorDevice::close() {
     mBinding.Close();
     mStalled.clear();
     stopReading();
+    setUpEnded();
+}
+
+void EmulatedSensorDevice::setUpEnded() {
+    if (mSetUp) std::move(mSetUp).Run();
 }
 
 void EmulatedSensorDevice::closeObserver() { stopReading(); }
@@ -105,6 +110,7 @@ void EmulatedSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
     }
     if (mConfig.stall == Stall::kChannels) {
         mStalled.push_back(base::BindOnce([](GetAllChannelIdsCallback) {}, std::move(callback)));
+        setUpEnded();
         return;
     }
     reply(std::move(callback), mConfig.channels, false);
@@ -119,6 +125,7 @@ void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_na
     }
     if (mConfig.stall == Stall::kAttributes) {
         mStalled.push_back(base::BindOnce([](GetAttributesCallback) {}, std::move(callback)));
+        setUpEnded();
         return;
     }
     std::vector<base::Optional<std::string>> values;
@@ -127,24 +134,28 @@ void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_na
         auto it = mConfig.attributes.find(attr);
         values.push_back(it == mConfig.attributes.end() ? base::nullopt : it->second);
     }
-    reply(std::move(callback), std::move(values), mConfig.closeAt == CloseAt::kAfterAttributes);
+    reply(std::move(callback), std::move(values), mConfig.closeAt == CloseAt::kAfterAttributes,
+          true);
 }
 
 template <typename Callback, typename Value>
-void EmulatedSensorDevice::reply(Callback callback, Value value, bool closeAfter) {
-    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, Callback cb, Value v, bool close) {
+void EmulatedSensorDevice::reply(Callback callback, Value value, bool closeAfter, bool last) {
+    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, Callback cb, Value v, bool close,
+                     bool lastStep) {
         std::move(cb).Run(v);
-        if (!close) return;
-        if (std::shared_ptr<EmulatedSensorDevice> d = device.lock()) d->close();
+        std::shared_ptr<EmulatedSensorDevice> d = device.lock();
+        if (!d) return;
+        if (close) d->close();
+        if (lastStep) d->setUpEnded();
     };
     if (mConfig.replyDelay.count() <= 0) {
-        answer(weak_from_this(), std::move(callback), std::move(value), closeAfter);
+        answer(weak_from_this(), std::move(callback), std::move(value), closeAfter, last);
         return;
     }
-    mRunner->PostDelayedTask(
-        FROM_HERE,
-        base::BindOnce(answer, weak_from_this(), std::move(callback), std::move(value), closeAfter),
-        boundedDelay(mConfig.replyDelay));
+    mRunner->PostDelayedTask(FROM_HERE,
+                             base::BindOnce(answer, weak_from_this(), std::move(callback),
+                                            std::move(value), closeAfter, last),
+                             boundedDelay(mConfig.replyDelay));
 }
 
 void EmulatedSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,

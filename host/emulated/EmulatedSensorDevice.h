@@ -37,6 +37,9 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
 
     void bind(chromeos::sensors::mojom::SensorDeviceRequest request);
     int32_t id() const { return mConfig.id; }
+    // Runs `done` once the client's setup handshake with this device is over: its attributes
+    // answered (late replies included), or the step where it stalls or closes reached.
+    void whenSetUp(base::OnceClosure done) { mSetUp = std::move(done); }
 
     // Closes the SensorDevice pipe; sampling ends with it.
     void close();
@@ -74,9 +77,11 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     std::string name() const;  // "SensorDevice[<id>]"
     double answerFrequency(double requested) const;
     // Runs a handshake reply now or after the configured delay; closes the pipe after it if asked.
+    // The `last` reply of the handshake ends the setup (whenSetUp()).
     template <typename Callback, typename Value>
-    void reply(Callback callback, Value value, bool closeAfter);
+    void reply(Callback callback, Value value, bool closeAfter, bool last = false);
 
+    void setUpEnded();
     void onConnectionError();
     void onObserverError();
     void setReading(bool reading);
@@ -98,6 +103,7 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     SampleGenerator::Sample mRecorded;        // reused by sendRecorded()
     std::set<int32_t> mEnabled;               // channels the client enabled
     std::vector<base::OnceClosure> mStalled;  // replies held back forever, dropped with the device
+    base::OnceClosure mSetUp;                 // see whenSetUp()
     double mFrequency = 0.0;                  // the rate last answered
     bool mReading = false;                    // between a good StartReadingSamples and its end
     uint64_t mGeneration = 0;                 // bumped to cancel the pending tick

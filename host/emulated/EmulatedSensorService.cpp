@@ -8,6 +8,19 @@ namespace kelvane::host {
 
 namespace mojom = chromeos::sensors::mojom;
 
+namespace {
+
+// The device-type codes a sensors client publishes, and so opens: accelerometer, gyroscope,
+// light, magnetometer and gravity.
+bool clientOpens(const VirtualDevice& d) {
+    for (int32_t type : d.types) {
+        if (type == 1 || type == 2 || type == 3 || type == 5 || type == 11) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 EmulatedSensorService::EmulatedSensorService(const HostConfig* config, CallLog* log,
                                              Playback* playback,
                                              scoped_refptr<base::SingleThreadTaskRunner> runner,
@@ -21,10 +34,13 @@ EmulatedSensorService::EmulatedSensorService(const HostConfig* config, CallLog* 
         base::BindOnce(&EmulatedSensorService::onConnectionError, base::Unretained(this)));
 }
 
-EmulatedSensorService::~EmulatedSensorService() = default;
+EmulatedSensorService::~EmulatedSensorService() {
+    for (const auto& d : mDevices) d->whenSetUp(base::OnceClosure());  // may outlive this
+}
 
 void EmulatedSensorService::close(uint32_t reason, const std::string& description) {
     mBinding.CloseWithReason(reason, description);
+    setUpEnded();
 }
 
 std::vector<std::shared_ptr<EmulatedSensorDevice>> EmulatedSensorService::devices(
@@ -58,6 +74,20 @@ void EmulatedSensorService::GetAllDeviceIds(GetAllDeviceIdsCallback callback) {
     base::flat_map<int32_t, std::vector<int32_t>> listing;
     for (const VirtualDevice& d : mConfig->devices) listing[d.id] = d.types;
     std::move(callback).Run(listing);
+    if (mListed) return;
+    mListed = true;
+    for (const VirtualDevice& d : mConfig->devices) {
+        if (clientOpens(d)) mSettingUp.insert(d.id);
+    }
+    if (mSettingUp.empty()) setUpEnded();
+}
+
+void EmulatedSensorService::deviceSetUp(int32_t device) {
+    if (mSettingUp.erase(device) != 0 && mListed && mSettingUp.empty()) setUpEnded();
+}
+
+void EmulatedSensorService::setUpEnded() {
+    if (mSetUp) std::move(mSetUp).Run();
 }
 
 void EmulatedSensorService::GetDevice(int32_t iio_device_id,
@@ -66,13 +96,19 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
     auto config = std::find_if(mConfig->devices.begin(), mConfig->devices.end(),
                                [&](const VirtualDevice& d) { return d.id == iio_device_id; });
     // Unknown devices and devices set to close here get their request closed unanswered.
-    if (config == mConfig->devices.end() || config->closeAt == CloseAt::kOnGetDevice) return;
+    if (config == mConfig->devices.end() || config->closeAt == CloseAt::kOnGetDevice) {
+        deviceSetUp(iio_device_id);
+        return;
+    }
     if (config->stall == Stall::kDevice) {
         mStalled.emplace_back(iio_device_id, std::move(device_request));
+        deviceSetUp(iio_device_id);
         return;
     }
     auto device =
         std::make_shared<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner, mPlayback);
+    device->whenSetUp(
+        base::BindOnce(&EmulatedSensorService::deviceSetUp, base::Unretained(this), iio_device_id));
     device->bind(std::move(device_request));
     mDevices.push_back(std::move(device));
 }
@@ -84,6 +120,9 @@ void EmulatedSensorService::RegisterNewDevicesObserver(
     mNewDeviceObservers.push_back(std::move(observer));
 }
 
-void EmulatedSensorService::onConnectionError() { mLog->record("error SensorService"); }
+void EmulatedSensorService::onConnectionError() {
+    mLog->record("error SensorService");
+    setUpEnded();
+}
 
 }  // namespace kelvane::host

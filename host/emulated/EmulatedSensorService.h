@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,6 +30,10 @@ class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
     EmulatedSensorService& operator=(const EmulatedSensorService&) = delete;
 
     void close(uint32_t reason, const std::string& description);
+    // Runs `done` once the client's setup is over: the device list answered and the handshake of
+    // every device a sensors client opens (those of a type it publishes) over, or this service's
+    // pipe gone first.
+    void whenSetUp(base::OnceClosure done) { mSetUp = std::move(done); }
     // Every endpoint opened for `device` through this service, in opening order.
     std::vector<std::shared_ptr<EmulatedSensorDevice>> devices(int32_t device) const;
     // Closes the endpoints of `device`, also the requests still waiting to be answered.
@@ -45,6 +50,8 @@ class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
 
   private:
     void onConnectionError();
+    void deviceSetUp(int32_t device);
+    void setUpEnded();
 
     const HostConfig* const mConfig;
     CallLog* const mLog;
@@ -55,6 +62,9 @@ class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
     // GetDevice requests of stalled devices: held open, never bound.
     std::vector<std::pair<int32_t, chromeos::sensors::mojom::SensorDeviceRequest>> mStalled;
     std::vector<chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr> mNewDeviceObservers;
+    base::OnceClosure mSetUp;      // see whenSetUp()
+    bool mListed = false;          // the device list was answered
+    std::set<int32_t> mSettingUp;  // devices whose handshake is expected or under way
 };
 
 }  // namespace kelvane::host

@@ -56,7 +56,9 @@ struct VirtualDevice {
 
 enum class TimelineAction { kObserverError, kCloseDevice, kCloseService, kTabletMode };
 
-// Something the host does by itself, `at` after it sent SetUpChannel.
+// Something the host does by itself, `at` after the client set up its devices through the
+// SensorService of a SetUpChannel: the device list answered and the handshake of every device the
+// client opens over (answered, or stalled or closed as configured).
 struct TimelineEvent {
     std::chrono::microseconds at{0};
     TimelineAction action = TimelineAction::kTabletMode;

@@ -1,5 +1,6 @@
 // Loads the built library the way the multi-HAL proxy does and follows the handshake as the host
 // sees it. The sub-HAL is a process-wide static, so this binary holds one and keeps it to exit.
+#include <V2_1/SubHal.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -7,8 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include <V2_1/SubHal.h>
-
+#include "base/test/virtual_clock.h"
 #include "host/emulated/EmulatedHost.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
@@ -29,13 +29,14 @@ TEST(EntryPointTest, LoadsOnceAndCompletesTheHandshake) {
     accel.attributes = {{"name", "bmi160"}, {"scale", "0.5"}, {"location", "base"}};
     config.devices = {accel};
     config.stream = false;
+    base::test::VirtualClock clock;  // the enumeration grace period passes when told
     host::EmulatedHost host(config);
     host.registerWithBridge();
 
     void* library = dlopen(IIO_SUBHAL_LIBRARY, RTLD_NOW);
     ASSERT_NE(library, nullptr) << dlerror();
-    auto entry = reinterpret_cast<SensorsHalGetSubHalV2_1Func*>(
-            dlsym(library, "sensorsHalGetSubHal_2_1"));
+    auto entry =
+        reinterpret_cast<SensorsHalGetSubHalV2_1Func*>(dlsym(library, "sensorsHalGetSubHal_2_1"));
     ASSERT_NE(entry, nullptr);
 
     // Concurrent first calls construct one sub-HAL.
@@ -62,6 +63,7 @@ TEST(EntryPointTest, LoadsOnceAndCompletesTheHandshake) {
     android::sp<testing::RecordingProxyCallback> proxy = new testing::RecordingProxyCallback();
     subHal->initialize(proxy);
     std::vector<SensorInfo> sensors;
+    ASSERT_TRUE(clock.FastForwardBy(base::TimeDelta::FromSeconds(2)));
     subHal->getSensorsList_2_1([&](const auto& list) { sensors = list; });
     ASSERT_EQ(sensors.size(), 1u);
     EXPECT_EQ(std::string(sensors[0].name), "Accelerometer (base)");

@@ -76,6 +76,7 @@ TEST_F(HostTest, LostInstancePipeIsLoggedOnceAndChangesNothing) {
     ASSERT_TRUE(logs.waitFor("IioSensorBridge: IioSensorInstance binding lost"));
     // The client pipe still works: the host can hand over its service and devices appear.
     host->setUpChannel();
+    passGracePeriod();
     auto list = sensors(10000);
     ASSERT_EQ(list.size(), 1u);
     EXPECT_EQ(list[0].first, 1);
@@ -102,6 +103,7 @@ TEST_F(HostTest, RepeatedInitRegistersAFreshClient) {
     }));
     EXPECT_EQ(host->count("IioSensorHost.RegisterSensorHalClient"), 2u);
     host->setUpChannel();  // through the newest client
+    passGracePeriod();
     EXPECT_EQ(sensors(10000).size(), 1u);
 }
 

@@ -28,6 +28,7 @@ class EndToEndTest : public HostTest {
         config.devices = {accelerometer(3), light};
         startHost(config);
         startSubHal();
+        passGracePeriod();
         list = sensorList();
         ASSERT_EQ(list.size(), 2u);
     }
@@ -178,6 +179,7 @@ TEST_F(HostTest, FlushBeforeInitializeIsAcceptedAndPostsNothing) {
     startHost(config);
     subHal = new IioSensorSubHal();
     std::vector<SensorInfo> list;
+    passGracePeriod();
     subHal->getSensorsList_2_1([&](const hidl_vec<SensorInfo>& l) { list = l; });
     ASSERT_EQ(list.size(), 1u);
     EXPECT_EQ(subHal->flush(1), Result::OK);
@@ -201,6 +203,7 @@ TEST_F(HostTest, SensorWithoutUsableChannelsWarnsAndRequestsNothing) {
     startHost(config);
     startSubHal();
     std::vector<SensorInfo> list;
+    passGracePeriod();
     subHal->getSensorsList_2_1([&](const hidl_vec<SensorInfo>& l) { list = l; });
     ASSERT_EQ(list.size(), 1u);  // published all the same
     EXPECT_EQ(subHal->activate(1, true), Result::OK);

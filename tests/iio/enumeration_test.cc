@@ -1,4 +1,6 @@
 // Enumeration of the host's devices into sensors, and the registry queries.
+#include <algorithm>
+#include <chrono>
 #include <future>
 
 #include "tests/iio/host_fixture.h"
@@ -20,7 +22,8 @@ TEST_F(HostTest, MixedListingTakesTheFirstSupportedTypeInHostOrder) {
                       device(12, {11})};
     startHost(config);
     startBridge();
-    auto list = sensors(10000);  // returns once the grace period has passed
+    passGracePeriod();
+    auto list = sensors(10000);
     ASSERT_EQ(handlesOf(list), (std::vector<int>{1, 2, 3}));
     EXPECT_EQ(list[0].second.type, SensorType::GYROSCOPE);
     EXPECT_EQ(list[1].second.type, SensorType::ACCELEROMETER);
@@ -60,6 +63,7 @@ TEST_F(HostTest, ASecondChannelContinuesTheHandles) {
     config.devices = {accelerometer(3), device(4, {2}, {"anglvel_x"}), device(5, {3})};
     startHost(config);
     startBridge();
+    passGracePeriod();
     ASSERT_EQ(handlesOf(sensors(10000)), (std::vector<int>{1, 2, 3}));
     host->setUpChannel();
     ASSERT_TRUE(logs.waitFor("IioSensorBridge: device 5 -> handle 6 type 5"));
@@ -83,6 +87,7 @@ TEST_F(HostTest, TimedOutQueryReturnsOnlyTheReadyDevices) {
         logs.waitFor("IioSensorDevice 9 (Light): name=dev scale=1 location=lid channels=1"));
     EXPECT_EQ(handlesOf(sensors(20)), (std::vector<int>{1, 3}));
     // The grace period ends enumeration whatever is ready.
+    passGracePeriod();
     EXPECT_EQ(handlesOf(sensors(10000)), (std::vector<int>{1, 3}));
     EXPECT_TRUE(logs.contains("IioSensorBridge: 2 devices ready"));
 }
@@ -96,9 +101,43 @@ TEST_F(HostTest, DeviceLostBeforeReadyIsNeverPublishedAndAfterReadyStays) {
     config.devices = {early, late};
     startHost(config);
     startBridge();
+    passGracePeriod();
     EXPECT_EQ(handlesOf(sensors(10000)), (std::vector<int>{2}));
     EXPECT_TRUE(logs.waitFor("IioSensorDevice 3: SensorDevice connection lost"));
     EXPECT_TRUE(logs.waitFor("IioSensorDevice 4: SensorDevice connection lost"));
+}
+
+// Timeline entries at 0 come right after the handshake of every device, whatever its replies
+// cost, never in the middle of it.
+TEST_F(HostTest, TimelineStartsOnceEveryOpenedDeviceIsSetUp) {
+    HostConfig config;
+    VirtualDevice late = accelerometer(4);
+    late.replyDelay = std::chrono::milliseconds(700);
+    VirtualDevice stalled = accelerometer(5);
+    stalled.stall = host::Stall::kAttributes;
+    config.devices = {accelerometer(3), late, stalled, device(6, {4})};
+    host::TimelineEvent closeDevice;
+    closeDevice.action = host::TimelineAction::kCloseDevice;
+    closeDevice.device = 4;
+    host::TimelineEvent closeService;
+    closeService.action = host::TimelineAction::kCloseService;
+    closeService.reason = 3;
+    config.timeline = {closeDevice, closeService};
+    startHost(config);
+    startBridge();
+    passGracePeriod();
+    EXPECT_EQ(handlesOf(sensors(10000)), (std::vector<int>{1, 2}));
+    const std::vector<std::string> lines = logs.texts();
+    auto at = [&](const std::string& text) {
+        return std::find(lines.begin(), lines.end(), text) - lines.begin();
+    };
+    const auto lost = at("IioSensorDevice 4: SensorDevice connection lost");
+    const auto closed = at("IioSensorBridge: SensorService disconnected, reason=3 desc=");
+    ASSERT_LT(closed, static_cast<long>(lines.size()));
+    EXPECT_LT(lost, closed);  // in the timeline's order
+    EXPECT_LT(at("IioSensorDevice 4 (Accelerometer): name=bmi160 scale=0.5 location=lid "
+                 "channels=4"),
+              lost);
 }
 
 TEST_F(HostTest, LostServiceIsLoggedWithItsReason) {
@@ -106,6 +145,7 @@ TEST_F(HostTest, LostServiceIsLoggedWithItsReason) {
     config.devices = {accelerometer(3)};
     startHost(config);
     startBridge();
+    passGracePeriod();
     ASSERT_EQ(sensors(10000).size(), 1u);
     host->closeService(7, "bye");
     EXPECT_TRUE(logs.waitFor("IioSensorBridge: SensorService disconnected, reason=7 desc=bye"));

@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "IioSensorBridge.h"
 #include "IioSensorSubHal.h"
+#include "base/test/virtual_clock.h"
 #include "host/emulated/EmulatedHost.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
@@ -52,8 +54,13 @@ inline int indexOf(const std::vector<std::string>& calls, const std::string& cal
     return it == calls.end() ? -1 : static_cast<int>(it - calls.begin());
 }
 
+// Time is virtual by default: the library's enumeration grace period passes when a test says so.
 class HostTest : public ::testing::Test {
   protected:
+    // Real time for tests whose host streams by its own timer.
+    explicit HostTest(bool virtualTime = true) {
+        if (virtualTime) clock.emplace();
+    }
     ~HostTest() override {
         // The library goes first, on the Mojo thread; then the host.
         releaseLibrary();
@@ -78,6 +85,9 @@ class HostTest : public ::testing::Test {
         subHal->initialize(proxy);
     }
 
+    // Lets the handshake finish, then the library's 2 s enumeration grace period pass.
+    void passGracePeriod() { ASSERT_TRUE(clock->FastForwardBy(base::TimeDelta::FromSeconds(2))); }
+
     std::vector<std::pair<int, android::hardware::sensors::V2_1::SensorInfo>> sensors(
         int timeoutMs) {
         return bridge->getSensors(timeoutMs);
@@ -95,6 +105,7 @@ class HostTest : public ::testing::Test {
                               bool) override {}
     };
 
+    std::optional<base::test::VirtualClock> clock;  // first in, last out
     testing::LogCapture logs;
     NullEvents events;
     std::unique_ptr<EmulatedHost> host;

@@ -5,7 +5,9 @@
 #include <unistd.h>
 #include <utils/SystemClock.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "IioSensorSubHal.h"
@@ -35,6 +37,41 @@ class SubHalTest : public ::testing::Test {
     LogCapture logs;
     sp<IioSensorSubHal> hal = new IioSensorSubHal();
 };
+
+// Two binder threads ask for the first list while no host answers: each waits the library's
+// 10 s from its own start, not the other's wait and then its own.
+TEST_F(SubHalTest, ConcurrentFirstListCallsEachWaitOnlyTheirOwnLimit) {
+    using Clock = std::chrono::steady_clock;
+    constexpr auto kLimit = std::chrono::seconds(10) + std::chrono::seconds(3);  // with margin
+    struct Call {
+        Clock::duration took{};
+        size_t answers = 0;
+        size_t sensors = 99;
+    };
+    auto ask = [this](Call* call) {
+        const auto start = Clock::now();
+        hal->getSensorsList_2_1(
+            [call](const hidl_vec<android::hardware::sensors::V2_1::SensorInfo>& l) {
+                ++call->answers;
+                call->sensors = l.size();
+            });
+        call->took = Clock::now() - start;
+    };
+    Call first;
+    Call second;
+    std::thread a(ask, &first);
+    ASSERT_TRUE(logs.waitFor("IioSensorSubHal::getSensorsList_2_1"));  // the first is waiting
+    std::thread b(ask, &second);
+    a.join();
+    b.join();
+    for (const Call* call : {&first, &second}) {
+        EXPECT_LE(call->took, kLimit)
+            << std::chrono::duration_cast<std::chrono::milliseconds>(call->took).count() << " ms";
+        EXPECT_EQ(call->answers, 1u);
+        EXPECT_EQ(call->sensors, 0u);
+    }
+    EXPECT_GE(logs.count("IioSensorSubHal: discovered 0 sensors"), 1u);
+}
 
 TEST_F(SubHalTest, AnswersTheFixedOperations) {
     EXPECT_EQ(hal->getName(), "Kelvane-IIOService-Subhal");

@@ -300,6 +300,8 @@ std::string readAll(FILE* file) {
 
 class StressTest : public HostTest {
   protected:
+    StressTest() : HostTest(/*virtualTime=*/false) {}
+
     // One round trip through the host thread and back: everything either side sent before it has
     // been handled once the library logs the tablet-mode change.
     bool roundTrip() {

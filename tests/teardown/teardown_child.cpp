@@ -1,6 +1,7 @@
 // A process that loads the sub-HAL the way the multi-HAL proxy does, gets it busy and then leaves
 // without cleaning up: returning from main or calling exit() while sensors stream, commands wait
-// on the Mojo thread, the enumeration check is pending or the host owes replies.
+// on the Mojo thread, the enumeration check is pending, the host owes replies or the Mojo thread
+// is busy for longer than the library waits for it.
 //
 //   teardown_child <library> <scenario>
 //
@@ -15,6 +16,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -22,8 +24,11 @@
 #include <thread>
 #include <vector>
 
+#include "base/bind.h"
+#include "base/location.h"
 #include "host/emulated/EmulatedHost.h"
 #include "host/emulated/HostDescription.h"
+#include "vel/MojoProcessSupport.h"
 
 namespace {
 
@@ -164,6 +169,20 @@ void awaitSetup(EmulatedHost* host, const HostConfig& config) {
     }
 }
 
+// Occupies the Mojo thread for `how_long` and returns once it is occupied.
+void blockMojoThread(std::chrono::seconds how_long) {
+    auto started = std::make_shared<std::promise<void>>();
+    std::future<void> running = started->get_future();
+    vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner()->PostTask(
+        FROM_HERE, base::BindOnce(
+                       [](std::shared_ptr<std::promise<void>> s, std::chrono::seconds d) {
+                           s->set_value();
+                           std::this_thread::sleep_for(d);  // the busy task under test
+                       },
+                       started, how_long));
+    if (running.wait_for(kWaitLimit) != std::future_status::ready) giveUp("Mojo thread busy");
+}
+
 // Stands in for a real host, which outlives this process: never destroyed.
 EmulatedHost* gHost = nullptr;
 
@@ -216,6 +235,21 @@ int main(int argc, char** argv) {
             std::exit(0);
         }
         return 0;
+    }
+    if (scenario == "exit-mojo-blocked" || scenario == "exit-mojo-stuck") {
+        // The Mojo thread is busy past the library's 10 s wait at exit, with samples and
+        // commands queued behind it: for 11 s (it comes back while the process is exiting and
+        // releases the bridge then), or for good.
+        EmulatedHost* host = startHost(kelvane::host::builtInHost());
+        (void)host;
+        ISensorsSubHal* subHal = load(argv[1]);
+        android::sp<ProxyCallback> callback = new ProxyCallback();
+        subHal->initialize(callback);
+        stream(subHal, callback.get());
+        blockMojoThread(scenario == "exit-mojo-blocked" ? std::chrono::seconds(11)
+                                                        : std::chrono::hours(24));
+        queueCommands(subHal);
+        std::exit(0);
     }
     if (scenario == "exit-without-host") {
         ISensorsSubHal* subHal = load(argv[1]);

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <map>
 #include <sstream>
 #include <string>
@@ -144,6 +145,22 @@ INSTANTIATE_TEST_SUITE_P(Scenarios, TeardownTest,
                                            "exit-from-binder-thread", "return-pending",
                                            "exit-pending", "exit-without-host"),
                          scenarioName);
+
+// The Mojo thread busy past the library's wait at exit: back 11 s later, while the process is
+// exiting, or never. Either way the exit ends cleanly, soon after that wait; the two run side by
+// side to keep the suite short.
+TEST(TeardownBusyMojoThreadTest, ExitDoesNotWaitForeverNorAbort) {
+    auto blocked = std::async(std::launch::async, [] {
+        return run({TEARDOWN_CHILD_PATH, SUBHAL_LIBRARY_PATH, "exit-mojo-blocked"});
+    });
+    const Outcome stuck = run({TEARDOWN_CHILD_PATH, SUBHAL_LIBRARY_PATH, "exit-mojo-stuck"});
+    {
+        SCOPED_TRACE("exit-mojo-stuck");
+        expectCleanExit(stuck);
+    }
+    SCOPED_TRACE("exit-mojo-blocked");
+    expectCleanExit(blocked.get());
+}
 
 // `handle` -> whether its last activate() enabled it, from the wrapper's lines.
 std::map<int, bool> lastActivation(const std::string& err) {

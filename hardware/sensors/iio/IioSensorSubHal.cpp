@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <utils/SystemClock.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <future>
@@ -34,60 +35,87 @@ constexpr std::chrono::seconds kTeardownLimit{10};
 
 #define SUBHAL_LOG(...) __android_log_print(ANDROID_LOG_INFO, kLogTag, __VA_ARGS__)
 
-// Holds the last reference to the bridge and signals once it is released, whether the task that
-// carries it runs or is destroyed unrun.
+// Holds the last reference to the bridge, and the event sink its devices post to, and signals
+// once the bridge is gone, whether the task that carries it runs or is destroyed unrun. Everything
+// it touches is its own or shared, so it may outlive the sub-HAL.
 class BridgeRelease {
   public:
-    BridgeRelease(sp<IioSensorBridge> bridge, std::promise<void>* done)
-        : mBridge(std::move(bridge)), mDone(done) {}
+    BridgeRelease(sp<IioSensorBridge> bridge, std::shared_ptr<IioSensorSubHal::EventSink> sink,
+                  std::shared_ptr<std::promise<void>> done)
+        : mSink(std::move(sink)), mBridge(std::move(bridge)), mDone(std::move(done)) {}
     ~BridgeRelease() {
-        mBridge.clear();
+        mBridge.clear();  // the devices go before the sink they post to
         mDone->set_value();
     }
 
   private:
+    std::shared_ptr<IioSensorSubHal::EventSink> mSink;
     sp<IioSensorBridge> mBridge;
-    std::promise<void>* mDone;
+    std::shared_ptr<std::promise<void>> mDone;
 };
 
 // The bridge's Mojo endpoints and devices are dispatched on the Mojo thread, so it is destroyed
 // there: nothing of it is touched while the thread could be dispatching, and tasks it queued
-// find it gone.
-void releaseOnMojoThread(sp<IioSensorBridge> bridge) {
+// find it gone. A Mojo thread that stays busy past the limit keeps the bridge (and the sink) to
+// release whenever it gets there, or never if the process ends first.
+void releaseOnMojoThread(sp<IioSensorBridge> bridge,
+                         std::shared_ptr<IioSensorSubHal::EventSink> sink) {
     if (bridge == nullptr) return;
     scoped_refptr<base::SingleThreadTaskRunner> runner =
         vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner();
     if (runner->RunsTasksInCurrentSequence()) return;  // released right here
-    std::promise<void> done;
-    std::future<void> released = done.get_future();
-    runner->PostTask(FROM_HERE,
-                     base::BindOnce([](std::unique_ptr<BridgeRelease>) {},
-                                    std::make_unique<BridgeRelease>(std::move(bridge), &done)));
+    auto done = std::make_shared<std::promise<void>>();
+    std::future<void> released = done->get_future();
+    runner->PostTask(FROM_HERE, base::BindOnce([](std::unique_ptr<BridgeRelease>) {},
+                                               std::make_unique<BridgeRelease>(
+                                                   std::move(bridge), std::move(sink), done)));
     released.wait_for(kTeardownLimit);
 }
 
 }  // namespace
 
-IioSensorSubHal::IioSensorSubHal() {
+class IioSensorSubHal::EventSink : public IioSensorEventCallback {
+  public:
+    void setProxyCallback(sp<IHalProxyCallback> callback) {
+        sp<IHalProxyCallback> previous;
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            previous = std::move(mHalProxyCallback);
+            mHalProxyCallback = std::move(callback);
+        }
+        // `previous` is released here, outside the lock
+    }
+    sp<IHalProxyCallback> proxyCallback() const {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mHalProxyCallback;
+    }
+    // Mojo thread (sample events) and binder threads (flush completions).
+    void postSensorEvents(const std::vector<Event>& events, bool wakeup) override {
+        sp<IHalProxyCallback> callback = proxyCallback();
+        if (callback == nullptr) return;
+        callback->postEvents(events, callback->createScopedWakelock(wakeup));
+    }
+
+  private:
+    mutable std::mutex mMutex;
+    sp<IHalProxyCallback> mHalProxyCallback;  // guarded by mMutex
+};
+
+IioSensorSubHal::IioSensorSubHal() : mEventSink(std::make_shared<EventSink>()) {
     SUBHAL_LOG("IioSensorSubHal: starting Mojo bridge in constructor");
     vel::MojoProcessSupport* support = vel::MojoProcessSupport::GetInstance();
-    mBridge = new IioSensorBridge(support, this);
+    mBridge = new IioSensorBridge(support, mEventSink.get());
     mBridge->start();
 }
 
-IioSensorSubHal::~IioSensorSubHal() { releaseOnMojoThread(std::move(mBridge)); }
+IioSensorSubHal::~IioSensorSubHal() { releaseOnMojoThread(std::move(mBridge), mEventSink); }
 
 IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::initialize(
     const sp<IHalProxyCallback>& halProxyCallback) {
     SUBHAL_LOG("IioSensorSubHal::initialize");
-    sp<IHalProxyCallback> previous;
-    {
-        std::lock_guard<std::mutex> lock(mCallbackMutex);
-        previous = std::move(mHalProxyCallback);
-        mHalProxyCallback = halProxyCallback;
-    }
+    mEventSink->setProxyCallback(halProxyCallback);
     mOperationMode = OperationMode::NORMAL;
-    return Result::OK;  // `previous` is released here, outside the lock
+    return Result::OK;
 }
 
 const std::string IioSensorSubHal::getName() { return kSubHalName; }
@@ -121,37 +149,49 @@ IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::injectSensorDa
 
 IioSensorSubHal::Return<void> IioSensorSubHal::getSensorsList_2_1(getSensorsList_2_1_cb callback) {
     SUBHAL_LOG("IioSensorSubHal::getSensorsList_2_1");
-    if (!mPublished.load(std::memory_order_acquire)) {
-        // One discovery at a time; a caller that waited here finds the list published.
-        std::lock_guard<std::mutex> lock(mDiscoveryMutex);
-        if (!mPublished.load(std::memory_order_relaxed) && mBridge != nullptr) {
-            std::vector<SensorInfo> list;
-            std::map<int, SensorInfo> map;
-            for (const auto& [handle, info] : mBridge->getSensors(kSensorListWaitMs)) {
-                list.push_back(info);
-                map[handle] = info;
-            }
-            SUBHAL_LOG("IioSensorSubHal: discovered %zu sensors", list.size());
-            if (!list.empty()) {
-                mSensorList = std::move(list);
-                mSensorMap = std::move(map);
-                mPublished.store(true, std::memory_order_release);
-            }
-        }
-    }
+    if (!mPublished.load(std::memory_order_acquire) && mBridge != nullptr) discover();
     hidl_vec<SensorInfo> sensors;
     if (mPublished.load(std::memory_order_acquire)) sensors = mSensorList;
     callback(sensors);
     return Void();
 }
 
-bool IioSensorSubHal::isPublished(int32_t handle) const {
-    return mPublished.load(std::memory_order_acquire) && mSensorMap.count(handle) != 0;
+void IioSensorSubHal::discover() {
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(kSensorListWaitMs);
+    std::unique_lock<std::mutex> lock(mDiscoveryMutex);
+    while (!mPublished.load(std::memory_order_relaxed)) {
+        if (mDiscovering) {
+            // Another caller asks the bridge; its answer serves this call too, but this call
+            // waits no longer than its own limit.
+            if (!mDiscoveryDone.wait_until(lock, deadline, [this] { return !mDiscovering; })) {
+                return;
+            }
+            continue;
+        }
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        mDiscovering = true;
+        lock.unlock();
+        std::vector<std::pair<int, SensorInfo>> found =
+            mBridge->getSensors(static_cast<int>(std::max<int64_t>(left.count(), 0)));
+        SUBHAL_LOG("IioSensorSubHal: discovered %zu sensors", found.size());
+        lock.lock();
+        mDiscovering = false;
+        if (!found.empty()) {
+            for (const auto& [handle, info] : found) {
+                mSensorList.push_back(info);
+                mSensorMap[handle] = info;
+            }
+            mPublished.store(true, std::memory_order_release);
+        }
+        mDiscoveryDone.notify_all();
+        return;
+    }
 }
 
-sp<IioSensorSubHal::IHalProxyCallback> IioSensorSubHal::proxyCallback() const {
-    std::lock_guard<std::mutex> lock(mCallbackMutex);
-    return mHalProxyCallback;
+bool IioSensorSubHal::isPublished(int32_t handle) const {
+    return mPublished.load(std::memory_order_acquire) && mSensorMap.count(handle) != 0;
 }
 
 IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::activate(int32_t sensorHandle,
@@ -178,16 +218,12 @@ IioSensorSubHal::Return<IioSensorSubHal::Result> IioSensorSubHal::flush(int32_t 
     event.sensorType = SensorType::META_DATA;
     event.u.meta.what = MetaDataEventType::META_DATA_FLUSH_COMPLETE;
     // Before initialize there is nobody to tell: the flush is accepted and nothing is posted.
-    sp<IHalProxyCallback> callback = proxyCallback();
-    if (callback == nullptr) return Result::OK;
-    callback->postEvents(events, callback->createScopedWakelock(false));
+    mEventSink->postSensorEvents(events, false);
     return Result::OK;
 }
 
 void IioSensorSubHal::postSensorEvents(const std::vector<Event>& events, bool wakeup) {
-    sp<IHalProxyCallback> callback = proxyCallback();
-    if (callback == nullptr) return;
-    callback->postEvents(events, callback->createScopedWakelock(wakeup));
+    mEventSink->postSensorEvents(events, wakeup);
 }
 
 IioSensorSubHal::Return<void> IioSensorSubHal::debug(const hidl_handle& fd,

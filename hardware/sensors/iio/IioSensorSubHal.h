@@ -4,7 +4,9 @@
 #include <utils/RefBase.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -54,13 +56,19 @@ class IioSensorSubHal : public android::hardware::sensors::V2_1::implementation:
     // Mojo thread (sample events) and binder threads.
     void postSensorEvents(const std::vector<Event>& events, bool wakeup) override;
 
+    class EventSink;
+
   private:
+    // Asks the bridge for the sensors and publishes them if there are any, waiting at most
+    // kSensorListWaitMs from the call (also while another caller is asking).
+    void discover();
     // Whether `handle` was published; the tables are read only once published.
     bool isPublished(int32_t handle) const;
-    android::sp<IHalProxyCallback> proxyCallback() const;
 
-    mutable std::mutex mCallbackMutex;
-    android::sp<IHalProxyCallback> mHalProxyCallback;  // guarded by mCallbackMutex
+    // Holds the proxy's callback and receives the devices' events. The bridge's devices post
+    // there rather than to this object, and the task that releases the bridge at exit shares it,
+    // so it outlives every device even when the destructor stops waiting for that task.
+    const std::shared_ptr<EventSink> mEventSink;
     std::atomic<OperationMode> mOperationMode{OperationMode::NORMAL};
     android::sp<IioSensorBridge> mBridge;  // set in the constructor, released in the destructor
     // Filled once by the first discovery that finds sensors, under mDiscoveryMutex, then
@@ -69,6 +77,8 @@ class IioSensorSubHal : public android::hardware::sensors::V2_1::implementation:
     std::vector<SensorInfo> mSensorList;
     std::map<int, SensorInfo> mSensorMap;
     std::mutex mDiscoveryMutex;
+    std::condition_variable mDiscoveryDone;
+    bool mDiscovering = false;  // guarded by mDiscoveryMutex: a caller is asking the bridge
     std::atomic<bool> mPublished{false};
 };
 

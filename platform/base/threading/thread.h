@@ -13,7 +13,9 @@
 namespace base {
 
 // A thread running a task loop. Stop() (also run by the destructor) lets the running task finish,
-// then destroys every queued task without running it, on the thread itself, and joins.
+// then destroys every queued task without running it, on the thread itself, and joins. Delayed
+// tasks become due by TimeTicks::Now(): the monotonic clock, or a test's virtual clock
+// (base/test/virtual_clock.h).
 class Thread {
   public:
     explicit Thread(std::string name);
@@ -23,6 +25,10 @@ class Thread {
 
     bool Start();
     void Stop();
+    // Stop(), waiting at most `limit` for the running task to finish. Past that the thread is
+    // left to end on its own once the task returns (it keeps its loop, and queued tasks are
+    // destroyed there); returns false then.
+    bool StopWithin(TimeDelta limit);
     bool IsRunning() const;
     const std::string& thread_name() const { return mName; }
     // Valid from construction on; posting before Start() queues the task, after Stop() drops it.

@@ -112,7 +112,10 @@ class TimeTicks {
   public:
     constexpr TimeTicks() = default;
 
-    static TimeTicks Now() {
+    // The monotonic clock, or the virtual clock while a test has one (base/test/virtual_clock.h).
+    static TimeTicks Now();
+    // The monotonic clock, whatever a test has installed.
+    static TimeTicks RealNow() {
         auto since = std::chrono::steady_clock::now().time_since_epoch();
         return TimeTicks(std::chrono::duration_cast<std::chrono::microseconds>(since).count());
     }
