@@ -34,11 +34,12 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     void bind(chromeos::sensors::mojom::SensorDeviceRequest request);
     int32_t id() const { return mConfig.id; }
 
-    // Closes the SensorDevice pipe; sampling ends with it.
+    // Closes the SensorDevice pipe, logged as "close SensorDevice[<id>]"; sampling ends with it.
     void close();
     // Closes the observer pipe; sampling ends with it.
     void closeObserver();
-    void sendObserverError(int32_t errorType);
+    // Logged as "Observer[<id>].OnErrorOccurred <type>"; false (nothing sent) without an observer.
+    bool sendObserverError(int32_t errorType);
     void pushSample(const SampleGenerator::Sample& sample);
     // `count` samples back to back, scripted or generated.
     void emitBurst(size_t count);
@@ -63,9 +64,10 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
   private:
     std::string name() const;  // "SensorDevice[<id>]"
     double answerFrequency(double requested) const;
-    // Runs a handshake reply now or after the configured delay; closes the pipe after it if asked.
+    // Runs a handshake reply now or after the configured delay, logged as
+    // "SensorDevice[<id>].<step> reply"; closes the pipe after it if asked.
     template <typename Callback, typename Value>
-    void reply(Callback callback, Value value, bool closeAfter);
+    void reply(const char* step, Callback callback, Value value, bool closeAfter);
 
     void onConnectionError();
     void onObserverError();

@@ -19,6 +19,8 @@ EmulatedSensorService::EmulatedSensorService(const HostConfig* config, CallLog* 
 EmulatedSensorService::~EmulatedSensorService() = default;
 
 void EmulatedSensorService::close(uint32_t reason, const std::string& description) {
+    if (!mBinding.is_bound()) return;
+    mLog->record("close SensorService " + std::to_string(reason) + " " + description);
     mBinding.CloseWithReason(reason, description);
 }
 
@@ -61,7 +63,10 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
     auto config = std::find_if(mConfig->devices.begin(), mConfig->devices.end(),
                                [&](const VirtualDevice& d) { return d.id == iio_device_id; });
     // Unknown devices and devices set to close here get their request closed unanswered.
-    if (config == mConfig->devices.end() || config->closeAt == CloseAt::kOnGetDevice) return;
+    if (config == mConfig->devices.end() || config->closeAt == CloseAt::kOnGetDevice) {
+        mLog->record("close SensorDevice[" + std::to_string(iio_device_id) + "]");
+        return;
+    }
     if (config->stall == Stall::kDevice) {
         mStalled.emplace_back(iio_device_id, std::move(device_request));
         return;
