@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 
 namespace kelvane::tools {
@@ -95,8 +95,8 @@ bool parseHandle(const std::string& text, int32_t* handle, std::string* error) {
         const std::string plain = digits.substr(digits.find_first_not_of('0') == std::string::npos
                                                     ? digits.size() - 1
                                                     : digits.find_first_not_of('0'));
-        *error = "handles are written without leading zeros: " + quoted(text) +
-                 " (did you mean " + (negative ? "-" : "") + plain + "?)";
+        *error = "handles are written without leading zeros: " + quoted(text) + " (did you mean " +
+                 (negative ? "-" : "") + plain + "?)";
         return false;
     }
     errno = 0;

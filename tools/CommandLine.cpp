@@ -33,6 +33,14 @@ std::string quoted(const std::string& text) { return "\"" + printable(text) + "\
 }  // namespace
 
 std::string closestWord(const std::string& word, const std::vector<std::string>& candidates) {
+    // A word cut short ("--period" for "--period-ns") names the one candidate it starts.
+    std::vector<std::string> extended;
+    for (const std::string& candidate : candidates) {
+        if (word.size() >= 3 && candidate.compare(0, word.size(), word) == 0) {
+            extended.push_back(candidate);
+        }
+    }
+    if (extended.size() == 1) return extended.front();
     std::string best;
     size_t bestDistance = 0;
     for (const std::string& candidate : candidates) {
@@ -111,8 +119,8 @@ std::string unexpectedArguments(const std::vector<std::string>& leftover, const 
         const std::string theirs = closestWord(name, optionNames(*sub));
         if (theirs == name) return line + "; it belongs to " + sub->get_name() + helpHint;
         if (!theirs.empty()) {
-            return line + "; did you mean " + theirs + " (an option of " + sub->get_name() +
-                   ")?" + helpHint;
+            return line + "; did you mean " + theirs + " (an option of " + sub->get_name() + ")?" +
+                   helpHint;
         }
     }
     return line + helpHint;

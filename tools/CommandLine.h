@@ -9,7 +9,8 @@
 namespace kelvane::tools {
 
 // The candidate closest to `word` by edit distance if it is close enough to be a likely typo
-// ("lst" -> "list", "--sensors" -> "--sensor"); "" otherwise.
+// ("lst" -> "list", "--sensors" -> "--sensor"), or the one candidate it is the start of
+// ("--period" -> "--period-ns"); "" otherwise.
 std::string closestWord(const std::string& word, const std::vector<std::string>& candidates);
 
 // The long names of the options `app` takes itself ("--rate"), help and version included.

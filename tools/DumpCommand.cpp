@@ -26,8 +26,7 @@ class DumpCommand : public Command {
         // A file rather than a pipe: the library writes the whole report before it returns.
         FILE* report = std::tmpfile();
         if (report == nullptr) {
-            printError(std::string("cannot create a file for the report: ") +
-                       std::strerror(errno));
+            printError(std::string("cannot create a file for the report: ") + std::strerror(errno));
             return kExitFailure;
         }
         native_handle_t* native = native_handle_create(1, 0);

@@ -26,8 +26,8 @@ class FlushCommand : public Command {
         std::string error;
         if (parseHandle(mHandleText, &mHandle, &error)) return {};
         return (error.empty() ? "expected a sensor handle (a number such as 1), got \"" +
-                                                printable(mHandleText) + "\""
-                                          : error);
+                                    printable(mHandleText) + "\""
+                              : error);
     }
 
     int run(Session& session) override {

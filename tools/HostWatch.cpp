@@ -171,9 +171,8 @@ void HostWatch::handleLocked(const std::string& entry) {
     } else if (splitId(entry, "Observer[", &id, &rest) && startsWith(rest, ".OnErrorOccurred ")) {
         const int error = std::atoi(rest.c_str() + 17);
         mDevices[id].restartDue = true;
-        problemLocked("device " + std::to_string(id) + ": observer error " +
-                      std::to_string(error) + " (" + observerErrorName(error) + ") " +
-                      atLocked());
+        problemLocked("device " + std::to_string(id) + ": observer error " + std::to_string(error) +
+                      " (" + observerErrorName(error) + ") " + atLocked());
     } else if (startsWith(entry, "close SensorService ")) {
         const std::string reason = entry.substr(20);
         const size_t space = reason.find(' ');

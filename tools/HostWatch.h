@@ -42,11 +42,11 @@ class HostWatch {
 
   private:
     struct Device {
-        std::string step;        // the setup step asked last, until the device is ready
-        bool answered = false;   // the host answered `step`
-        bool ready = false;      // the host answered the last setup step
-        bool closed = false;     // the host closed its pipe
-        bool restartDue = false; // an observer error came; the next start is a restart
+        std::string step;         // the setup step asked last, until the device is ready
+        bool answered = false;    // the host answered `step`
+        bool ready = false;       // the host answered the last setup step
+        bool closed = false;      // the host closed its pipe
+        bool restartDue = false;  // an observer error came; the next start is a restart
     };
 
     void run();
@@ -62,14 +62,14 @@ class HostWatch {
 
     mutable std::mutex mMutex;
     std::condition_variable mWake;
-    bool mStopping = false;                  // guarded by mMutex
-    size_t mSeen = 0;                        // guarded by mMutex: log entries handled
-    bool mEnumerating = true;                // guarded by mMutex
-    bool mConnected = false;                 // guarded by mMutex
-    bool mAllReadySaid = false;              // guarded by mMutex
-    std::map<int32_t, Device> mDevices;      // guarded by mMutex: by host device id
-    std::vector<std::string> mProblems;      // guarded by mMutex
-    std::thread mThread;                     // last: starts once everything above exists
+    bool mStopping = false;              // guarded by mMutex
+    size_t mSeen = 0;                    // guarded by mMutex: log entries handled
+    bool mEnumerating = true;            // guarded by mMutex
+    bool mConnected = false;             // guarded by mMutex
+    bool mAllReadySaid = false;          // guarded by mMutex
+    std::map<int32_t, Device> mDevices;  // guarded by mMutex: by host device id
+    std::vector<std::string> mProblems;  // guarded by mMutex
+    std::thread mThread;                 // last: starts once everything above exists
 };
 
 }  // namespace kelvane::tools

@@ -52,7 +52,8 @@ std::string printable(const std::string& text) {
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
-        const unsigned char next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+        const unsigned char next =
+            i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
         char escaped[8];
         if (c == '\\') {
             out += "\\\\";
@@ -126,13 +127,12 @@ std::string sensorTable(const std::vector<SensorInfo>& sensors) {
                                                    "flags"}};
     for (const SensorInfo& s : sensors) {
         const char* unit = valueUnit(s.type);
-        rows.push_back({std::to_string(s.sensorHandle), printable(s.name), printable(s.vendor),
-                        std::to_string(static_cast<int32_t>(s.type)) + " " +
-                            printable(shortTypeName(s)),
-                        withUnit(shortFloat(s.maxRange), unit),
-                        withUnit(shortFloat(s.resolution), unit), shortFloat(s.power) + " mA",
-                        std::to_string(s.minDelay) + " µs", std::to_string(s.maxDelay) + " µs",
-                        flagsText(s.flags)});
+        rows.push_back(
+            {std::to_string(s.sensorHandle), printable(s.name), printable(s.vendor),
+             std::to_string(static_cast<int32_t>(s.type)) + " " + printable(shortTypeName(s)),
+             withUnit(shortFloat(s.maxRange), unit), withUnit(shortFloat(s.resolution), unit),
+             shortFloat(s.power) + " mA", std::to_string(s.minDelay) + " µs",
+             std::to_string(s.maxDelay) + " µs", flagsText(s.flags)});
     }
     std::vector<size_t> widths(rows[0].size(), 0);
     for (const auto& row : rows) {
@@ -154,8 +154,9 @@ std::string sensorsJson(const std::vector<SensorInfo>& sensors) {
     std::string out = "[";
     for (size_t i = 0; i < sensors.size(); ++i) {
         const SensorInfo& s = sensors[i];
-        out += (i == 0 ? "{\"sensorHandle\": " : ", {\"sensorHandle\": ") + std::to_string(s.sensorHandle) +
-               ", \"name\": " + jsonString(s.name) + ", \"vendor\": " + jsonString(s.vendor) +
+        out += (i == 0 ? "{\"sensorHandle\": " : ", {\"sensorHandle\": ") +
+               std::to_string(s.sensorHandle) + ", \"name\": " + jsonString(s.name) +
+               ", \"vendor\": " + jsonString(s.vendor) +
                ", \"version\": " + std::to_string(s.version) +
                ", \"type\": " + std::to_string(static_cast<int32_t>(s.type)) +
                ", \"typeAsString\": " + jsonString(s.typeAsString) +
@@ -185,8 +186,7 @@ std::string eventText(const Event& event, const std::string& sensorName) {
     if (isThreeAxis(event)) {
         return out + "x=" + shortFloat(event.u.vec3.x) + " y=" + shortFloat(event.u.vec3.y) +
                " z=" + withUnit(shortFloat(event.u.vec3.z), valueUnit(event.sensorType)) +
-               " (status " +
-               std::to_string(static_cast<int>(event.u.vec3.status)) + ")";
+               " (status " + std::to_string(static_cast<int>(event.u.vec3.status)) + ")";
     }
     if (event.sensorType == SensorType::LIGHT) return out + shortFloat(event.u.scalar) + " lux";
     return out + "type " + std::to_string(static_cast<int32_t>(event.sensorType)) +

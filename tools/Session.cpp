@@ -8,9 +8,9 @@
 #include <set>
 #include <utility>
 
+#include "Output.h"
 #include "host/emulated/EmulatedHost.h"
 #include "host/emulated/HostDescription.h"
-#include "Output.h"
 
 namespace kelvane::tools {
 
@@ -122,8 +122,8 @@ void Session::fetchSensors() {
         if ((static_cast<uint32_t>(sensor.sensorHandle) & 0xFF000000u) != 0) {
             char handle[16];
             std::snprintf(handle, sizeof(handle), "0x%08x", sensor.sensorHandle);
-            printWarning(std::string("dropping sensor ") + handle + " \"" +
-                         printable(sensor.name) + "\": its handle has a non-zero top byte");
+            printWarning(std::string("dropping sensor ") + handle + " \"" + printable(sensor.name) +
+                         "\": its handle has a non-zero top byte");
             continue;
         }
         if ((sensor.flags & SensorFlagBits::WAKE_UP) != 0) wakeUp.insert(sensor.sensorHandle);

@@ -57,9 +57,9 @@ class StreamCommand : public Command {
         CLI::Option* follow =
             app.add_flag("--follow", mFollow, "stream until Ctrl-C (same as --duration 0)");
         follow->excludes(mDurationOption);
-        mCountOption = app.add_option("--count", mCountText,
-                                      "stop after this many sensor events in total")
-                           ->type_name("N");
+        mCountOption =
+            app.add_option("--count", mCountText, "stop after this many sensor events in total")
+                ->type_name("N");
     }
 
     std::string checkOptions() override {
@@ -67,8 +67,7 @@ class StreamCommand : public Command {
         if (*mRateOption && !(error = parseRate(mRateText, &mPeriodNs.emplace())).empty()) {
             return "--rate: " + error;
         }
-        if (*mPeriodOption &&
-            !(error = parsePeriodNs(mPeriodText, &mPeriodNs.emplace())).empty()) {
+        if (*mPeriodOption && !(error = parsePeriodNs(mPeriodText, &mPeriodNs.emplace())).empty()) {
             return "--period-ns: " + error;
         }
         if (mFollow) mDurationSeconds.reset();

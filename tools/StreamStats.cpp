@@ -58,9 +58,9 @@ std::string StreamStats::summary(const std::vector<SensorInfo>& sensors) const {
         }
         const char* unit = valueUnit(sensor.type);
         for (size_t i = 0; i < f.values; ++i) {
-            std::snprintf(line, sizeof(line), ", %s%s%.6g..%.6g%s%s", f.values == 1 ? "" : kAxes[i], f.values == 1 ? "" : " ",
-                          static_cast<double>(f.min[i]), static_cast<double>(f.max[i]),
-                          *unit != '\0' ? " " : "", unit);
+            std::snprintf(line, sizeof(line), ", %s%s%.6g..%.6g%s%s", f.values == 1 ? "" : kAxes[i],
+                          f.values == 1 ? "" : " ", static_cast<double>(f.min[i]),
+                          static_cast<double>(f.max[i]), *unit != '\0' ? " " : "", unit);
             out += line;
         }
         out += "\n";

@@ -52,8 +52,8 @@ int main(int argc, char** argv) {
     // with a suggestion, rather than by CLI11.
     app.fallthrough();
     app.allow_extras();
-    app.set_version_flag("--version", "iio-subhal " IIO_SUBHAL_VERSION
-                                      " (loads sub-HALs of version 2.1)");
+    app.set_version_flag("--version",
+                         "iio-subhal " IIO_SUBHAL_VERSION " (loads sub-HALs of version 2.1)");
 
     CommonOptions common;
     app.add_option("--host", common.hostFile,
@@ -103,17 +103,22 @@ int main(int argc, char** argv) {
     }
 
     if (sub == help) {
-        if (helpTopic.empty()) {
-            std::fputs(app.help().c_str(), stdout);
+        // "help stream" may reach CLI11 as the help subcommand followed by the stream one.
+        const std::string topic = !helpTopic.empty()  ? helpTopic
+                                  : chosen.size() > 1 ? chosen[1]->get_name()
+                                                      : "";
+        if (topic.empty()) {
+            writeStdout(
+                app.get_formatter()->make_help(&app, "iio-subhal", CLI::AppFormatMode::Normal));
             return finishStdout(kExitOk);
         }
         for (Subcommand& s : subcommands) {
-            if (s.app->get_name() == helpTopic) {
+            if (s.app->get_name() == topic) {
                 writeStdout(s.app->help("iio-subhal"));
                 return finishStdout(kExitOk);
             }
         }
-        return usageError(unexpectedArguments({helpTopic}, app, nullptr));
+        return usageError(unexpectedArguments({topic}, app, nullptr));
     }
 
     Command* command = nullptr;
