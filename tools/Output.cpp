@@ -19,6 +19,17 @@ std::string jsonString(const std::string& text) {
     return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
+// Terminal columns of UTF-8 text: every byte that does not continue a character.
+size_t columns(const std::string& text) {
+    size_t n = 0;
+    for (char c : text) n += (static_cast<unsigned char>(c) & 0xc0) != 0x80 ? 1 : 0;
+    return n;
+}
+
+std::string withUnit(const std::string& number, const char* unit) {
+    return *unit == '\0' ? number : number + " " + unit;
+}
+
 std::string shortFloat(float value) {
     char text[32];
     std::snprintf(text, sizeof(text), "%.6g", static_cast<double>(value));
@@ -35,6 +46,53 @@ std::string flagsText(uint32_t flags) {
 }
 
 }  // namespace
+
+std::string printable(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        const unsigned char next =
+            i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+        char escaped[8];
+        if (c == '\\') {
+            out += "\\\\";
+        } else if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c == '\r') {
+            out += "\\r";
+        } else if (c < 0x20 || c == 0x7f) {
+            std::snprintf(escaped, sizeof(escaped), "\\x%02x", c);
+            out += escaped;
+        } else if (c == 0xc2 && next >= 0x80 && next <= 0x9f) {
+            // A C1 control in UTF-8 (U+0080..U+009F): some terminals act on these too.
+            std::snprintf(escaped, sizeof(escaped), "\\u%04x", next);
+            out += escaped;
+            ++i;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
+const char* valueUnit(SensorType type) {
+    switch (type) {
+        case SensorType::ACCELEROMETER:
+        case SensorType::GRAVITY:
+            return "m/s²";
+        case SensorType::GYROSCOPE:
+            return "rad/s";
+        case SensorType::MAGNETIC_FIELD:
+            return "µT";
+        case SensorType::LIGHT:
+            return "lux";
+        default:
+            return "";
+    }
+}
 
 std::string formatFloat(float value) {
     if (!std::isfinite(value)) return "null";
@@ -68,22 +126,24 @@ std::string sensorTable(const std::vector<SensorInfo>& sensors) {
                                                    "resolution", "power", "minDelay", "maxDelay",
                                                    "flags"}};
     for (const SensorInfo& s : sensors) {
-        rows.push_back({std::to_string(s.sensorHandle), s.name, s.vendor,
-                        std::to_string(static_cast<int32_t>(s.type)) + " " + shortTypeName(s),
-                        shortFloat(s.maxRange), shortFloat(s.resolution), shortFloat(s.power),
-                        std::to_string(s.minDelay), std::to_string(s.maxDelay),
-                        flagsText(s.flags)});
+        const char* unit = valueUnit(s.type);
+        rows.push_back(
+            {std::to_string(s.sensorHandle), printable(s.name), printable(s.vendor),
+             std::to_string(static_cast<int32_t>(s.type)) + " " + printable(shortTypeName(s)),
+             withUnit(shortFloat(s.maxRange), unit), withUnit(shortFloat(s.resolution), unit),
+             shortFloat(s.power) + " mA", std::to_string(s.minDelay) + " µs",
+             std::to_string(s.maxDelay) + " µs", flagsText(s.flags)});
     }
     std::vector<size_t> widths(rows[0].size(), 0);
     for (const auto& row : rows) {
-        for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+        for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columns(row[i]));
     }
     std::string out;
     for (const auto& row : rows) {
         std::string line;
         for (size_t i = 0; i < row.size(); ++i) {
             line += row[i];
-            if (i + 1 < row.size()) line += std::string(widths[i] - row[i].size() + 2, ' ');
+            if (i + 1 < row.size()) line += std::string(widths[i] - columns(row[i]) + 2, ' ');
         }
         out += line + "\n";
     }
@@ -91,12 +151,12 @@ std::string sensorTable(const std::vector<SensorInfo>& sensors) {
 }
 
 std::string sensorsJson(const std::vector<SensorInfo>& sensors) {
-    if (sensors.empty()) return "[]\n";
-    std::string out = "[\n";
+    std::string out = "[";
     for (size_t i = 0; i < sensors.size(); ++i) {
         const SensorInfo& s = sensors[i];
-        out += "  {\"sensorHandle\": " + std::to_string(s.sensorHandle) +
-               ", \"name\": " + jsonString(s.name) + ", \"vendor\": " + jsonString(s.vendor) +
+        out += (i == 0 ? "{\"sensorHandle\": " : ", {\"sensorHandle\": ") +
+               std::to_string(s.sensorHandle) + ", \"name\": " + jsonString(s.name) +
+               ", \"vendor\": " + jsonString(s.vendor) +
                ", \"version\": " + std::to_string(s.version) +
                ", \"type\": " + std::to_string(static_cast<int32_t>(s.type)) +
                ", \"typeAsString\": " + jsonString(s.typeAsString) +
@@ -109,15 +169,14 @@ std::string sensorsJson(const std::vector<SensorInfo>& sensors) {
                ", \"requiredPermission\": " + jsonString(s.requiredPermission) +
                ", \"maxDelay\": " + std::to_string(s.maxDelay) +
                ", \"flags\": " + std::to_string(s.flags) + "}";
-        out += i + 1 < sensors.size() ? ",\n" : "\n";
     }
     return out + "]\n";
 }
 
 std::string eventText(const Event& event, const std::string& sensorName) {
     char head[64];
-    std::snprintf(head, sizeof(head), "%" PRId64 " [%d] ", event.timestamp, event.sensorHandle);
-    std::string out = head + sensorName + ": ";
+    std::snprintf(head, sizeof(head), "%" PRId64 " ns [%d] ", event.timestamp, event.sensorHandle);
+    std::string out = head + printable(sensorName) + ": ";
     if (isMeta(event)) {
         if (event.u.meta.what == MetaDataEventType::META_DATA_FLUSH_COMPLETE) {
             return out + "flush complete";
@@ -126,10 +185,10 @@ std::string eventText(const Event& event, const std::string& sensorName) {
     }
     if (isThreeAxis(event)) {
         return out + "x=" + shortFloat(event.u.vec3.x) + " y=" + shortFloat(event.u.vec3.y) +
-               " z=" + shortFloat(event.u.vec3.z) + " (status " +
-               std::to_string(static_cast<int>(event.u.vec3.status)) + ")";
+               " z=" + withUnit(shortFloat(event.u.vec3.z), valueUnit(event.sensorType)) +
+               " (status " + std::to_string(static_cast<int>(event.u.vec3.status)) + ")";
     }
-    if (event.sensorType == SensorType::LIGHT) return out + "lux=" + shortFloat(event.u.scalar);
+    if (event.sensorType == SensorType::LIGHT) return out + shortFloat(event.u.scalar) + " lux";
     return out + "type " + std::to_string(static_cast<int32_t>(event.sensorType)) +
            " data=" + shortFloat(event.u.data[0]) + "," + shortFloat(event.u.data[1]) + "," +
            shortFloat(event.u.data[2]);

@@ -4,9 +4,11 @@
 #include <log/log_capture.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <set>
 #include <utility>
 
+#include "Output.h"
 #include "host/common/Recorder.h"
 #include "host/emulated/EmulatedHost.h"
 #include "host/emulated/HostDescription.h"
@@ -28,6 +30,23 @@ void silenceLibraryLogs() {
     logging::SetLogMessageHandler(&dropLogMessage);
 }
 
+// "-" is standard input, read through the same reader as a file; errors name it "<stdin>".
+bool loadDescription(const std::string& file, host::HostConfig* config) {
+    const bool stdinput = file == "-";
+    std::string error;
+    if (host::loadHostDescription(stdinput ? "/dev/stdin" : file, config, &error)) return true;
+    if (stdinput && error.rfind("/dev/stdin", 0) == 0) error = "<stdin>" + error.substr(10);
+    printError(printable(error));
+    return false;
+}
+
+// A bare name is a file in the current directory, as it is everywhere else on the command line:
+// dlopen() would otherwise search the library path and load some other copy.
+std::string libraryPath(const std::string& option) {
+    if (option.empty()) return defaultLibraryPath();
+    return option.find('/') == std::string::npos ? "./" + option : option;
+}
+
 }  // namespace
 
 void printError(const std::string& message) {
@@ -40,13 +59,17 @@ void printWarning(const std::string& message) {
 
 Session::Session() = default;
 
-Session::~Session() { mHost.reset(); }
+Session::~Session() { close(); }
 
 int Session::close() {
+    silenceLibraryLogs();
+    if (mWatch) mWatch->stop();
+    mWatch.reset();
     mHost.reset();  // every pipe through the recorder is closed with it
-    if (!mRecorder) return kExitOk;
+    const std::unique_ptr<host::Recorder> recorder = std::move(mRecorder);  // written once
+    if (!recorder) return kExitOk;
     std::string error;
-    if (!mRecorder->write(mRecordFile, &error)) {
+    if (!recorder->write(mRecordFile, &error)) {
         printError(error);
         return kExitFailure;
     }
@@ -67,14 +90,11 @@ int Session::open(const CommonOptions& options) {
         mHost = std::move(iioHost);
     } else if (options.hostFile.empty()) {
         config = host::builtInHost();
-    } else {
-        std::string error;
-        if (!host::loadHostDescription(options.hostFile, &config, &error)) {
-            printError(error);
-            return kExitUsage;
-        }
+    } else if (!loadDescription(options.hostFile, &config)) {
+        return kExitUsage;
     }
     if (!options.log) silenceLibraryLogs();
+    const uint32_t offeredVersion = config.bridgeVersion;
 
     if (!mHost) {
         config.speed = options.speed;
@@ -85,9 +105,10 @@ int Session::open(const CommonOptions& options) {
         mRecordFile = options.recordFile;
         mHost->setServiceInterposer(mRecorder->interposer());
     }
+    mWatch = std::make_unique<HostWatch>(mHost->log());
     mHost->registerWithBridge();
 
-    const std::string path = options.library.empty() ? defaultLibraryPath() : options.library;
+    const std::string path = libraryPath(options.library);
     std::string error;
     mSubHal = loadSubHal(path, &error);
     if (mSubHal == nullptr) {
@@ -95,8 +116,10 @@ int Session::open(const CommonOptions& options) {
         return kExitFailure;
     }
     if (options.log) {
+        char* resolved = realpath(path.c_str(), nullptr);
         std::fprintf(stderr, "iio-subhal: loaded sub-HAL \"%s\" from %s\n",
-                     mSubHal->getName().c_str(), path.c_str());
+                     printable(mSubHal->getName()).c_str(), resolved ? resolved : path.c_str());
+        std::free(resolved);
     }
 
     mCallback = new ProxyCallback();
@@ -106,12 +129,16 @@ int Session::open(const CommonOptions& options) {
         return kExitFailure;
     }
     fetchSensors();
+    mWatch->enumerationDone(mSensors.size(), offeredVersion);
     return kExitOk;
 }
 
+std::vector<std::string> Session::hostProblems() const {
+    return mWatch ? mWatch->problems() : std::vector<std::string>();
+}
+
 void Session::fetchSensors() {
-    // The first query waits while the host enumerates its devices.
-    std::fprintf(stderr, "waiting for the sensor list...\n");
+    // The first query waits while the library enumerates the host's devices.
     std::vector<SensorInfo> published;
     mSubHal->getSensorsList_2_1(
         [&published](const hidl_vec<SensorInfo>& list) { published = list; });
@@ -123,14 +150,13 @@ void Session::fetchSensors() {
         if ((static_cast<uint32_t>(sensor.sensorHandle) & 0xFF000000u) != 0) {
             char handle[16];
             std::snprintf(handle, sizeof(handle), "0x%08x", sensor.sensorHandle);
-            printWarning(std::string("dropping sensor ") + handle + " \"" + sensor.name.c_str() +
+            printWarning(std::string("dropping sensor ") + handle + " \"" + printable(sensor.name) +
                          "\": its handle has a non-zero top byte");
             continue;
         }
         if ((sensor.flags & SensorFlagBits::WAKE_UP) != 0) wakeUp.insert(sensor.sensorHandle);
         mSensors.push_back(sensor);
     }
-    if (mSensors.empty()) printWarning("the sub-HAL published no sensors");
     mCallback->setWakeUpHandles(std::move(wakeUp));
 }
 

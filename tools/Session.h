@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "HostWatch.h"
 #include "ProxyCallback.h"
 #include "SubHalLoader.h"
 
@@ -26,9 +27,9 @@ enum ExitCode : int {
 };
 
 struct CommonOptions {
-    std::string hostFile;  // empty: the built-in host
+    std::string hostFile;  // empty: the built-in host; "-": standard input
     std::string iioUri;    // non-empty: real IIO devices through libiio instead
-    std::string library;   // empty: the library built beside the tool
+    std::string library;   // empty: the library built beside the tool; no slash: ./NAME
     bool json = false;
     bool log = false;        // show the library's log lines
     double speed = 1.0;      // host time runs this many times faster; 0: no waiting
@@ -44,18 +45,21 @@ class Session {
     using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
 
     Session();
-    // Destroys the emulated host; the library stays loaded.
+    // close()
     ~Session();
 
-    // Stops the host and, with --record, writes the recording. Returns kExitOk or, after
-    // printing the error, kExitFailure.
+    // Ends the run: the library's logs stop (what follows is teardown, not news), the host watch
+    // reads the log a last time, then the host goes and, with --record, the recording is
+    // written. The library stays loaded. Idempotent. Returns kExitOk or, after printing the
+    // error, kExitFailure.
     int close();
 
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Builds the host, loads the library, initializes it and fetches the sensor list. Returns
-    // kExitOk, or the code to leave with after the error was printed.
+    // Builds the host, loads the library, initializes it and fetches the sensor list, saying on
+    // stderr how enumeration goes (HostWatch). Returns kExitOk, or the code to leave with after
+    // the error was printed.
     int open(const CommonOptions& options);
 
     ISensorsSubHal* subHal() const { return mSubHal; }
@@ -66,6 +70,8 @@ class Session {
     // Null if `handle` was not published.
     const SensorInfo* find(int32_t handle) const;
     bool json() const { return mJson; }
+    // What went wrong on the host side so far, one line each.
+    std::vector<std::string> hostProblems() const;
 
   private:
     void fetchSensors();
@@ -73,6 +79,7 @@ class Session {
     std::unique_ptr<host::Recorder> mRecorder;  // outlives mHost, which reports to it
     std::string mRecordFile;
     std::unique_ptr<host::Host> mHost;
+    std::unique_ptr<HostWatch> mWatch;  // reads mHost's log; goes before it
     ISensorsSubHal* mSubHal = nullptr;  // owned by the library
     android::sp<ProxyCallback> mCallback;
     std::vector<SensorInfo> mSensors;

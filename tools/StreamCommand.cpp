@@ -1,13 +1,16 @@
+// stream: batch and activate the chosen sensors, print their events until the duration, the
+// count or Ctrl-C ends it, then deactivate them and summarize.
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <csignal>
-#include <cstdio>
 #include <map>
-#include <set>
+#include <optional>
 
-#include "Commands.h"
+#include "Arguments.h"
+#include "Command.h"
 #include "Output.h"
+#include "SensorSelection.h"
+#include "Stdout.h"
 #include "StreamStats.h"
 
 namespace kelvane::tools {
@@ -15,7 +18,6 @@ namespace kelvane::tools {
 namespace {
 
 using android::hardware::sensors::V1_0::Result;
-using SensorInfo = Session::SensorInfo;
 
 // How often the main loop looks at the stop flag while no event arrives.
 constexpr std::chrono::milliseconds kPollInterval{100};
@@ -32,57 +34,85 @@ void installStopHandlers() {
     sigaction(SIGTERM, &action, nullptr);
 }
 
-std::string lower(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-bool parseHandle(const std::string& text, int32_t* handle) {
-    if (text.empty()) return false;
-    char* end = nullptr;
-    long long v = std::strtoll(text.c_str(), &end, 0);
-    if (*end != '\0' || v < INT32_MIN || v > INT32_MAX) return false;
-    *handle = static_cast<int32_t>(v);
-    return true;
-}
-
-// Sensors named by the selectors, in list order, each once. A selector is "all", a handle, a
-// type ("accelerometer") or a sensor name ("Accelerometer (lid)"), case-insensitive.
-bool selectSensors(const std::vector<SensorInfo>& all, const std::vector<std::string>& selectors,
-                   std::vector<SensorInfo>* selected, std::string* error) {
-    std::set<int32_t> chosen;
-    for (const std::string& selector : selectors) {
-        const std::string wanted = lower(selector);
-        int32_t handle = 0;
-        const bool isHandle = parseHandle(selector, &handle);
-        bool matched = false;
-        for (const SensorInfo& sensor : all) {
-            if (wanted == "all" || (isHandle && sensor.sensorHandle == handle) ||
-                wanted == lower(shortTypeName(sensor)) ||
-                wanted == lower(std::string(sensor.name))) {
-                chosen.insert(sensor.sensorHandle);
-                matched = true;
-            }
-        }
-        if (!matched) {
-            *error = "no sensor matches --sensor \"" + selector + "\"";
-            return false;
-        }
+class StreamCommand : public Command {
+  public:
+    void addOptions(CLI::App& app) override {
+        app.add_option("--sensor", mSelectors,
+                       "a handle (1), a type (accelerometer, android.sensor.accelerometer, "
+                       "magnetometer), a sensor name (\"Accelerometer (lid)\") or all; "
+                       "repeatable (default: all)")
+            ->type_name("SENSOR")
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        mRateOption = app.add_option("--rate", mRateText, "sampling rate in Hz, 0.001 to 1e9")
+                          ->type_name("HZ");
+        mPeriodOption = app.add_option("--period-ns", mPeriodText,
+                                       "sampling period in ns, 1 to 1e12 (10000000 is 100 Hz)")
+                            ->type_name("NS");
+        mRateOption->excludes(mPeriodOption);
+        mDurationOption =
+            app.add_option("--duration", mDurationText,
+                           "stop after this many seconds (default 3; 0: until Ctrl-C)")
+                ->type_name("SECONDS");
+        CLI::Option* follow =
+            app.add_flag("--follow", mFollow, "stream until Ctrl-C (same as --duration 0)");
+        follow->excludes(mDurationOption);
+        mCountOption =
+            app.add_option("--count", mCountText, "stop after this many sensor events in total")
+                ->type_name("N");
     }
-    for (const SensorInfo& sensor : all) {
-        if (selectors.empty() || chosen.count(sensor.sensorHandle) != 0) {
-            selected->push_back(sensor);
+
+    std::string checkOptions() override {
+        std::string error;
+        if (*mRateOption && !(error = parseRate(mRateText, &mPeriodNs.emplace())).empty()) {
+            return "--rate: " + error;
         }
+        if (*mPeriodOption && !(error = parsePeriodNs(mPeriodText, &mPeriodNs.emplace())).empty()) {
+            return "--period-ns: " + error;
+        }
+        if (mFollow) mDurationSeconds.reset();
+        if (*mDurationOption &&
+            !(error = parseDuration(mDurationText, &mDurationSeconds)).empty()) {
+            return "--duration: " + error;
+        }
+        if (*mCountOption && !(error = parseCount(mCountText, &mCount.emplace())).empty()) {
+            return "--count: " + error;
+        }
+        for (const std::string& selector : mSelectors) {
+            if (!(error = checkSelector(selector)).empty()) return error;
+        }
+        return {};
     }
-    return true;
-}
 
-}  // namespace
+    std::string onInterrupt() const override {
+        return "Ctrl-C (or SIGTERM) ends the stream early: the sensors are deactivated and the "
+               "summary printed, as when the duration ends. Before streaming starts it ends "
+               "the tool at once.";
+    }
 
-int runStream(Session& session, const StreamOptions& options) {
+    int run(Session& session) override;
+
+  private:
+    std::vector<std::string> mSelectors;
+    std::string mRateText;
+    std::string mPeriodText;
+    std::string mDurationText;
+    std::string mCountText;
+    bool mFollow = false;
+    CLI::Option* mRateOption = nullptr;
+    CLI::Option* mPeriodOption = nullptr;
+    CLI::Option* mDurationOption = nullptr;
+    CLI::Option* mCountOption = nullptr;
+
+    std::optional<int64_t> mPeriodNs;
+    std::optional<double> mDurationSeconds = 3.0;  // none: until Ctrl-C
+    std::optional<uint64_t> mCount;
+};
+
+int StreamCommand::run(Session& session) {
     std::vector<SensorInfo> sensors;
-    std::string error;
-    if (!selectSensors(session.sensors(), options.sensors, &sensors, &error)) {
+    const std::string error = selectSensors(session.sensors(), mSelectors, &sensors);
+    if (!error.empty()) {
         printError(error);
         return kExitFailure;
     }
@@ -90,16 +120,14 @@ int runStream(Session& session, const StreamOptions& options) {
         printError("no sensors to stream");
         return kExitFailure;
     }
-    std::optional<int64_t> periodNs = options.periodNs;
-    if (options.rateHz) periodNs = std::max<int64_t>(1, std::llround(1e9 / *options.rateHz));
 
     installStopHandlers();
     std::map<int32_t, std::string> names;
     for (const SensorInfo& sensor : sensors) {
         names[sensor.sensorHandle] = sensor.name;
         const int32_t handle = sensor.sensorHandle;
-        if (periodNs) {
-            Result result = session.subHal()->batch(handle, *periodNs, 0);
+        if (mPeriodNs) {
+            Result result = session.subHal()->batch(handle, *mPeriodNs, 0);
             if (result != Result::OK) {
                 printWarning("batch(" + std::to_string(handle) + ") answered " +
                              std::to_string(static_cast<int>(result)));
@@ -113,29 +141,32 @@ int runStream(Session& session, const StreamOptions& options) {
     }
 
     StreamStats stats;
-    uint64_t printed = 0;
-    const auto end = std::chrono::steady_clock::now() +
-                     std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                         std::chrono::duration<double>(options.durationSeconds));
-    bool done = false;
-    while (!done && !gStopRequested.load()) {
+    uint64_t counted = 0;
+    std::optional<std::chrono::steady_clock::time_point> end;
+    if (mDurationSeconds) {
+        end = std::chrono::steady_clock::now() +
+              std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                  std::chrono::duration<double>(*mDurationSeconds));
+    }
+    bool countReached = false;
+    bool writeFailed = false;
+    while (!countReached && !writeFailed && !gStopRequested.load()) {
         const auto now = std::chrono::steady_clock::now();
-        if (now >= end) break;
-        const auto wake = std::min(end, now + kPollInterval);
+        if (end && now >= *end) break;
+        const auto wake = end ? std::min(*end, now + kPollInterval) : now + kPollInterval;
+        std::string out;
         for (const Event& event : session.callback().queue().takeUntil(wake)) {
             auto name = names.find(event.sensorHandle);
             if (name == names.end()) continue;  // not a sensor this run asked for
-            const std::string line =
-                session.json() ? eventJson(event) : eventText(event, name->second);
-            std::printf("%s\n", line.c_str());
+            out += (session.json() ? eventJson(event) : eventText(event, name->second)) + "\n";
             if (isMeta(event)) continue;
             stats.add(event);
-            if (options.count && ++printed >= *options.count) {
-                done = true;
+            if (mCount && ++counted >= *mCount) {
+                countReached = true;
                 break;
             }
         }
-        std::fflush(stdout);
+        writeFailed = !writeStdout(out) || !flushStdout();
     }
 
     for (const SensorInfo& sensor : sensors) session.subHal()->activate(sensor.sensorHandle, false);
@@ -144,7 +175,25 @@ int runStream(Session& session, const StreamOptions& options) {
         printWarning(std::to_string(mismatches) +
                      " posts held the wake lock when they should not have, or the reverse");
     }
-    return kExitOk;
+    if (countReached || writeFailed) return kExitOk;  // a write error is reported on the way out
+
+    // Every sensor asked for should have said something within the run.
+    int result = kExitOk;
+    std::string why;
+    for (const std::string& problem : session.hostProblems()) {
+        why += (why.empty() ? "; the host side saw: " : "; ") + problem;
+    }
+    for (const SensorInfo& sensor : sensors) {
+        if (stats.hasEvents(sensor.sensorHandle)) continue;
+        printError("no events from [" + std::to_string(sensor.sensorHandle) + "] " +
+                   printable(sensor.name) + why);
+        result = kExitFailure;
+    }
+    return result;
 }
+
+}  // namespace
+
+std::unique_ptr<Command> makeStreamCommand() { return std::make_unique<StreamCommand>(); }
 
 }  // namespace kelvane::tools

@@ -40,8 +40,7 @@ std::string StreamStats::summary(const std::vector<SensorInfo>& sensors) const {
     std::string out;
     for (const SensorInfo& sensor : sensors) {
         char line[512];
-        std::snprintf(line, sizeof(line), "[%d] %s: ", sensor.sensorHandle, sensor.name.c_str());
-        out += line;
+        out += "[" + std::to_string(sensor.sensorHandle) + "] " + printable(sensor.name) + ": ";
         auto it = mFigures.find(sensor.sensorHandle);
         if (it == mFigures.end()) {
             out += "no events\n";
@@ -57,9 +56,11 @@ std::string StreamStats::summary(const std::vector<SensorInfo>& sensors) const {
         } else {
             out += ", rate unknown";
         }
+        const char* unit = valueUnit(sensor.type);
         for (size_t i = 0; i < f.values; ++i) {
-            std::snprintf(line, sizeof(line), ", %s %.6g..%.6g", f.values == 1 ? "lux" : kAxes[i],
-                          static_cast<double>(f.min[i]), static_cast<double>(f.max[i]));
+            std::snprintf(line, sizeof(line), ", %s%s%.6g..%.6g%s%s", f.values == 1 ? "" : kAxes[i],
+                          f.values == 1 ? "" : " ", static_cast<double>(f.min[i]),
+                          static_cast<double>(f.max[i]), *unit != '\0' ? " " : "", unit);
             out += line;
         }
         out += "\n";

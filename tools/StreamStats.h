@@ -18,8 +18,10 @@ class StreamStats {
     // Sensor events only; flush completions are not counted.
     void add(const Event& event);
 
-    // One line per sensor, in the order given, sensors without events included.
+    // One line per sensor, in the order given, sensors without events included ("no events").
+    // Values carry their units.
     std::string summary(const std::vector<SensorInfo>& sensors) const;
+    bool hasEvents(int32_t handle) const { return mFigures.count(handle) != 0; }
 
   private:
     struct Figures {

@@ -1,28 +1,67 @@
 // iio-subhal: loads the IIO sensors sub-HAL the way the multi-HAL proxy does, against an emulated
 // Chrome OS host, and shows what it publishes and streams.
 #include <CLI/CLI.hpp>
-#include <cstdint>
+#include <memory>
 #include <string>
+#include <vector>
 
-#include "Commands.h"
+#include "Command.h"
+#include "CommandLine.h"
 #include "Session.h"
-#include "check/CheckCommand.h"
+#include "Stdout.h"
 
 using namespace kelvane::tools;
+
+namespace {
+
+// One line here and one file per subcommand.
+const CommandEntry kCommands[] = {
+    {"list", "print the published sensors", makeListCommand},
+    {"stream", "enable sensors and print their events", makeStreamCommand},
+    {"flush", "flush a sensor and print the flush-complete event", makeFlushCommand},
+    {"dump", "print the sub-HAL's debug report", makeDumpCommand},
+    {"check", "run the Android conformance rules against the sub-HAL and its host",
+     makeCheckCommand},
+};
+
+struct Subcommand {
+    CLI::App* app;
+    std::unique_ptr<Command> command;
+};
+
+int usageError(const std::string& message) {
+    printError(message);
+    return kExitUsage;
+}
+
+// CLI11's own errors, in the tool's one-line form.
+int parseError(CLI::App& app, const CLI::ParseError& e) {
+    if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
+    const CLI::App* chosen = app.get_subcommands().empty() ? nullptr : app.get_subcommands()[0];
+    const std::string hint = chosen != nullptr ? " (iio-subhal help " + chosen->get_name() + ")"
+                                               : " (iio-subhal --help)";
+    return usageError(e.what() + hint);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{
         "Loads the IIO sensors sub-HAL like the multi-HAL proxy does, against an emulated "
         "Chrome OS host, and shows what it publishes and streams.",
         "iio-subhal"};
-    // Common options are accepted after the subcommand too.
+    // Common options are accepted after the subcommand too; unknown words are reported here,
+    // with a suggestion, rather than by CLI11.
     app.fallthrough();
-    app.require_subcommand(1);
+    app.allow_extras();
+    app.set_version_flag("--version",
+                         "iio-subhal " IIO_SUBHAL_VERSION " (loads sub-HALs of version 2.1)");
 
     CommonOptions common;
     CLI::Option* hostOption =
         app.add_option("--host", common.hostFile,
-                       "JSON description of the emulated host (default: the built-in host)")
+                       "JSON description of the emulated host; - reads it from standard input "
+                       "(default: the built-in host)")
             ->type_name("FILE");
     app.add_option("--iio", common.iioUri,
                    "serve real IIO devices through libiio instead: local: (this machine), "
@@ -30,8 +69,8 @@ int main(int argc, char** argv) {
         ->type_name("URI")
         ->excludes(hostOption);
     app.add_option("--library", common.library,
-                   "sub-HAL library to load (default: ../lib/libiio-sensors-subhal.so beside "
-                   "this program)")
+                   "sub-HAL library to load; a bare name is a file in the current directory "
+                   "(default: ../lib/libiio-sensors-subhal.so beside this program)")
         ->type_name("PATH");
     app.add_flag("--json", common.json, "print JSON instead of text");
     app.add_flag("--log", common.log, "show the library's log lines on stderr");
@@ -41,81 +80,79 @@ int main(int argc, char** argv) {
         ->type_name("X")
         ->check(CLI::Range(0.0, 1e6));
 
-    CLI::App* list = app.add_subcommand("list", "print the published sensors");
+    std::vector<Subcommand> subcommands;
+    for (const CommandEntry& entry : kCommands) {
+        CLI::App* sub = app.add_subcommand(entry.name, entry.summary);
+        sub->allow_extras();
+        std::unique_ptr<Command> command = entry.make();
+        command->addOptions(*sub);
+        subcommands.push_back({sub, std::move(command)});
+    }
+    CLI::App* help = app.add_subcommand("help", "print the help of a subcommand");
+    std::string helpTopic;
+    help->add_option("subcommand", helpTopic)->type_name("SUBCOMMAND");
 
-    StreamOptions streamOptions;
-    CLI::App* stream = app.add_subcommand("stream", "enable sensors and print their events");
-    stream
-        ->add_option("--sensor", streamOptions.sensors,
-                     "handle, type (accelerometer), sensor name or all; repeatable "
-                     "(default: all)")
-        ->type_name("SENSOR")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    double rate = 0;
-    int64_t period = 0;
-    CLI::Option* rateOption = stream->add_option("--rate", rate, "sampling rate in Hz")
-                                  ->type_name("HZ")
-                                  ->check(CLI::PositiveNumber);
-    CLI::Option* periodOption =
-        stream->add_option("--period-ns", period, "sampling period in nanoseconds")
-            ->type_name("NS")
-            ->check(CLI::PositiveNumber);
-    rateOption->excludes(periodOption);
-    stream
-        ->add_option("--record", common.recordFile,
-                     "write what the host served as a host description that replays it")
+    app.add_option("--record", common.recordFile,
+                   "write what the host served as a host description that replays it")
         ->type_name("FILE");
-    stream
-        ->add_option("--duration", streamOptions.durationSeconds,
-                     "stop after this many seconds (default 3)")
-        ->type_name("SECONDS")
-        ->check(CLI::NonNegativeNumber);
-    uint64_t count = 0;
-    CLI::Option* countOption =
-        stream->add_option("--count", count, "stop after this many events in total")
-            ->type_name("N")
-            ->check(CLI::PositiveNumber);
-
-    int32_t flushHandle = 0;
-    CLI::App* flush =
-        app.add_subcommand("flush", "flush a sensor and print the flush-complete event");
-    flush->add_option("handle", flushHandle, "sensor handle")->type_name("HANDLE")->required();
-
-    CLI::App* dump = app.add_subcommand("dump", "print the sub-HAL's debug report");
-
-    check::CheckOptions checkOptions;
-    CLI::App* checkCommand = check::addCheckCommand(app, &checkOptions);
+    const std::string common_help = commonOptionsHelp(app);
+    for (Subcommand& s : subcommands) {
+        s.app->footer("\n" + common_help + "\n" + s.command->onInterrupt() + "\n\n" +
+                      exitCodesHelp());
+    }
+    app.footer("Run `iio-subhal help SUBCOMMAND` for a subcommand's options.\n\n" +
+               exitCodesHelp());
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        const int code = app.exit(e);
-        return code == 0 ? kExitOk : kExitUsage;
+        return parseError(app, e);
     }
-    if (*rateOption) streamOptions.rateHz = rate;
-    if (*periodOption) streamOptions.periodNs = period;
-    if (*countOption) streamOptions.count = count;
 
-    int result = kExitOk;
-    {
-        Session session;
-        result = session.open(common);
-        if (result == kExitOk) {
-            if (*list) {
-                result = runList(session);
-            } else if (*stream) {
-                result = runStream(session, streamOptions);
-            } else if (*flush) {
-                result = runFlush(session, flushHandle);
-            } else if (*dump) {
-                result = runDump(session);
-            } else if (*checkCommand) {
-                result = check::runCheck(session, checkOptions, common.json);
+    const std::vector<CLI::App*> chosen = app.get_subcommands();
+    const CLI::App* sub = chosen.empty() ? nullptr : chosen[0];
+    std::vector<std::string> leftover = app.remaining(true);
+    if (!leftover.empty()) return usageError(unexpectedArguments(leftover, app, sub));
+    if (sub == nullptr) {
+        return usageError(
+            "no subcommand given: list, stream, flush, dump, check or help (iio-subhal --help)");
+    }
+
+    if (sub == help) {
+        // "help stream" may reach CLI11 as the help subcommand followed by the stream one.
+        const std::string topic = !helpTopic.empty()  ? helpTopic
+                                  : chosen.size() > 1 ? chosen[1]->get_name()
+                                                      : "";
+        if (topic.empty()) {
+            writeStdout(
+                app.get_formatter()->make_help(&app, "iio-subhal", CLI::AppFormatMode::Normal));
+            return finishStdout(kExitOk);
+        }
+        for (Subcommand& s : subcommands) {
+            if (s.app->get_name() == topic) {
+                writeStdout(s.app->help("iio-subhal"));
+                return finishStdout(kExitOk);
             }
         }
-        const int closed = session.close();  // the emulated host goes here, before main returns
-        if (result == kExitOk) result = closed;
+        return usageError(unexpectedArguments({topic}, app, nullptr));
     }
-    return result;
+
+    Command* command = nullptr;
+    for (Subcommand& s : subcommands) {
+        if (s.app == sub) command = s.command.get();
+    }
+    if (common.json && !command->hasJson()) {
+        return usageError(sub->get_name() + " prints text only; drop --json");
+    }
+    if (std::string problem = command->checkOptions(); !problem.empty()) {
+        return usageError(sub->get_name() + ": " + problem + " (iio-subhal help " +
+                          sub->get_name() + ")");
+    }
+
+    Session session;
+    int result = session.open(common);
+    if (result == kExitOk) result = command->run(session);
+    const int closed = session.close();  // the host goes here, before main returns
+    if (result == kExitOk) result = closed;
+    return finishStdout(result);
 }

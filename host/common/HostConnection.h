@@ -47,9 +47,10 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
     void unregister();
 
     // Host thread: calls toward the client and closing the host's ends on demand.
-    void setUpChannel();  // SetUpChannel with a new service of the backend
-    void callInit();      // Init again on the IioSensorInstance, with a new IioSensorHost
+    void setUpChannel();          // SetUpChannel with a new service of the backend
+    void callInit();              // Init again on the IioSensorInstance, with a new IioSensorHost
     void setTabletMode(bool on);
+    bool hasInstance() const { return static_cast<bool>(mInstance); }
     void closeInstance();
     void closeHalClient();
     void closeIioSensorHost();

@@ -131,17 +131,34 @@ void EmulatedHost::startTimeline() {
 }
 
 void EmulatedHost::runTimelineEvent(TimelineEvent event) {
+    // An entry that finds nothing to act on says so in the log rather than vanish.
+    auto skipped = [this, &event](const std::string& action, const std::string& why) {
+        mLog.record("timeline " + std::to_string(event.at.count()) + " " + action +
+                    " not applied: " + why);
+    };
+    const std::string device = "device " + std::to_string(event.device);
     switch (event.action) {
-        case TimelineAction::kObserverError:
-            doSendObserverError(event.device, event.error);
+        case TimelineAction::kObserverError: {
+            bool sent = false;
+            forEachDevice(event.device, [&](EmulatedSensorDevice& d) {
+                sent = d.sendObserverError(event.error) || sent;
+            });
+            if (!sent) skipped("observerError", device + " has no observer");
             break;
-        case TimelineAction::kCloseDevice:
+        }
+        case TimelineAction::kCloseDevice: {
+            bool open = false;
+            forEachDevice(event.device, [&open](EmulatedSensorDevice&) { open = true; });
+            if (!open) skipped("closeDevice", device + " is not open");
             doCloseDevice(event.device);
             break;
+        }
         case TimelineAction::kCloseService:
+            if (mServices.empty()) skipped("closeService", "no sensor service yet");
             doCloseService(event.reason, event.description);
             break;
         case TimelineAction::kTabletMode:
+            if (!mConnection.hasInstance()) skipped("tabletMode", "no sensors instance");
             mConnection.setTabletMode(event.on);
             break;
     }

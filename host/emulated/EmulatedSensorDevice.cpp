@@ -56,6 +56,7 @@ std::string EmulatedSensorDevice::name() const {
 }
 
 void EmulatedSensorDevice::close() {
+    if (mBinding.is_bound()) mLog->record("close " + name());
     mBinding.Close();
     mStalled.clear();
     stopReading();
@@ -68,9 +69,12 @@ void EmulatedSensorDevice::setUpEnded() {
 
 void EmulatedSensorDevice::closeObserver() { stopReading(); }
 
-void EmulatedSensorDevice::sendObserverError(int32_t errorType) {
-    if (!mObserver) return;
+bool EmulatedSensorDevice::sendObserverError(int32_t errorType) {
+    if (!mObserver) return false;
+    mLog->record("Observer[" + std::to_string(mConfig.id) + "].OnErrorOccurred " +
+                 std::to_string(errorType));
     mObserver->OnErrorOccurred(static_cast<mojom::ObserverErrorType>(errorType));
+    return true;
 }
 
 void EmulatedSensorDevice::pushSample(const SampleGenerator::Sample& sample) { send(sample); }
@@ -113,7 +117,7 @@ void EmulatedSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
         setUpEnded();
         return;
     }
-    reply(std::move(callback), mConfig.channels, false);
+    reply("GetAllChannelIds", std::move(callback), mConfig.channels, false);
 }
 
 void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_names,
@@ -134,28 +138,34 @@ void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_na
         auto it = mConfig.attributes.find(attr);
         values.push_back(it == mConfig.attributes.end() ? base::nullopt : it->second);
     }
-    reply(std::move(callback), std::move(values), mConfig.closeAt == CloseAt::kAfterAttributes,
-          true);
+    reply("GetAttributes", std::move(callback), std::move(values),
+          mConfig.closeAt == CloseAt::kAfterAttributes, true);
 }
 
 template <typename Callback, typename Value>
-void EmulatedSensorDevice::reply(Callback callback, Value value, bool closeAfter, bool last) {
-    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, Callback cb, Value v, bool close,
-                     bool lastStep) {
-        std::move(cb).Run(v);
+void EmulatedSensorDevice::reply(const char* step, Callback callback, Value value, bool closeAfter,
+                                 bool last) {
+    // The log says when the answer went out, so that readers can tell a late answer from none.
+    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, std::string entry, Callback cb,
+                     Value v, bool close, bool lastStep) {
         std::shared_ptr<EmulatedSensorDevice> d = device.lock();
+        if (d) d->mLog->record(std::move(entry));
+        std::move(cb).Run(v);
         if (!d) return;
         if (close) d->close();
         if (lastStep) d->setUpEnded();
     };
+    std::string entry = name() + "." + step + " reply";
     if (mConfig.replyDelay.count() <= 0) {
-        answer(weak_from_this(), std::move(callback), std::move(value), closeAfter, last);
+        answer(weak_from_this(), std::move(entry), std::move(callback), std::move(value),
+               closeAfter, last);
         return;
     }
-    mRunner->PostDelayedTask(FROM_HERE,
-                             base::BindOnce(answer, weak_from_this(), std::move(callback),
-                                            std::move(value), closeAfter, last),
-                             boundedDelay(mConfig.replyDelay));
+    mRunner->PostDelayedTask(
+        FROM_HERE,
+        base::BindOnce(answer, weak_from_this(), std::move(entry), std::move(callback),
+                       std::move(value), closeAfter, last),
+        boundedDelay(mConfig.replyDelay));
 }
 
 void EmulatedSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
@@ -229,7 +239,7 @@ void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserve
         base::BindOnce(&EmulatedSensorDevice::onObserverError, base::Unretained(this)));
     if (!(mFrequency > 0.0)) {
         // A real host cannot start without a valid rate.
-        mObserver->OnErrorOccurred(mojom::ObserverErrorType::FREQUENCY_INVALID);
+        sendObserverError(static_cast<int32_t>(mojom::ObserverErrorType::FREQUENCY_INVALID));
         return;
     }
     setReading(true);

@@ -41,11 +41,12 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     // answered (late replies included), or the step where it stalls or closes reached.
     void whenSetUp(base::OnceClosure done) { mSetUp = std::move(done); }
 
-    // Closes the SensorDevice pipe; sampling ends with it.
+    // Closes the SensorDevice pipe, logged as "close SensorDevice[<id>]"; sampling ends with it.
     void close();
     // Closes the observer pipe; sampling ends with it.
     void closeObserver();
-    void sendObserverError(int32_t errorType);
+    // Logged as "Observer[<id>].OnErrorOccurred <type>"; false (nothing sent) without an observer.
+    bool sendObserverError(int32_t errorType);
     void pushSample(const SampleGenerator::Sample& sample);
     // `count` samples back to back, scripted or generated.
     void emitBurst(size_t count);
@@ -76,10 +77,12 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
   private:
     std::string name() const;  // "SensorDevice[<id>]"
     double answerFrequency(double requested) const;
-    // Runs a handshake reply now or after the configured delay; closes the pipe after it if asked.
-    // The `last` reply of the handshake ends the setup (whenSetUp()).
+    // Runs a handshake reply now or after the configured delay, logged as
+    // "SensorDevice[<id>].<step> reply"; closes the pipe after it if asked. The `last` reply of
+    // the handshake ends the setup (whenSetUp()).
     template <typename Callback, typename Value>
-    void reply(Callback callback, Value value, bool closeAfter, bool last = false);
+    void reply(const char* step, Callback callback, Value value, bool closeAfter,
+               bool last = false);
 
     void setUpEnded();
     void onConnectionError();

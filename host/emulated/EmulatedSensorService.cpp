@@ -39,6 +39,8 @@ EmulatedSensorService::~EmulatedSensorService() {
 }
 
 void EmulatedSensorService::close(uint32_t reason, const std::string& description) {
+    if (!mBinding.is_bound()) return;
+    mLog->record("close SensorService " + std::to_string(reason) + " " + description);
     mBinding.CloseWithReason(reason, description);
     setUpEnded();
 }
@@ -97,6 +99,7 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
                                [&](const VirtualDevice& d) { return d.id == iio_device_id; });
     // Unknown devices and devices set to close here get their request closed unanswered.
     if (config == mConfig->devices.end() || config->closeAt == CloseAt::kOnGetDevice) {
+        mLog->record("close SensorDevice[" + std::to_string(iio_device_id) + "]");
         deviceSetUp(iio_device_id);
         return;
     }

@@ -572,11 +572,11 @@ HostConfig builtInHost() {
         return d;
     };
     HostConfig config;
-    // Scales are what the drivers report: m/s^2, rad/s and gauss per LSB, lux.
+    // Scales turn raw values into the units Android reports: m/s^2, rad/s and µT per LSB, lux.
     config.devices = {
         device(0, 1, "accel", "cros-ec-accel", "0.0023928226", "lid"),
         device(1, 2, "anglvel", "cros-ec-gyro", "0.0010652", "lid"),
-        device(2, 5, "magn", "cros-ec-mag", "0.000625", "lid"),
+        device(2, 5, "magn", "cros-ec-mag", "0.0625", "lid"),
         device(3, 3, "illuminance", "cros-ec-light", "1", "base"),
         device(4, 11, "gravity", "cros-ec-gravity", "0.001", "lid"),
     };

@@ -69,10 +69,11 @@ SampleGenerator::Wave SampleGenerator::waveFor(const std::string& channel, size_
     } else if (startsWith(channel, "anglvel")) {
         w.amplitude = 0.05;  // rad/s
     } else if (startsWith(channel, "magn")) {
-        // gauss: the earth's field, about 0.45 G in total.
-        static constexpr double kField[3] = {0.2, -0.15, -0.35};
-        w.base = axis < 0 ? 0.3 : kField[axis];
-        w.amplitude = 0.03;
+        // µT, the unit Android reports: the earth's field, about 43 µT in total (25 to 65 on
+        // the earth's surface), slowly turning.
+        static constexpr double kField[3] = {20.0, -15.0, -35.0};
+        w.base = axis < 0 ? 30.0 : kField[axis];
+        w.amplitude = 3.0;
         w.period = 7.0 + a;
     } else if (startsWith(channel, "gravity")) {
         // m/s^2: a slowly tilting device.

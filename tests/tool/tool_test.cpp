@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -33,9 +34,38 @@ struct ToolRun {
     std::string err;  // empty when merged into `out`
 };
 
-// Runs the tool with `args`; with `merge`, stderr goes to the same pipe as stdout so that the
-// order of log lines and events is kept.
-ToolRun runTool(const std::vector<std::string>& args, bool merge = false) {
+struct RunOptions {
+    // stderr goes to the same pipe as stdout, so that the order of lines is kept.
+    bool merge = false;
+    std::string stdinPath;   // empty: none (EOF at once)
+    std::string stdoutPath;  // a file instead of the pipe; `out` stays empty
+    std::string cwd;         // empty: the test's own
+};
+
+RunOptions merged() {
+    RunOptions o;
+    o.merge = true;
+    return o;
+}
+RunOptions fromStdin(const std::string& path) {
+    RunOptions o;
+    o.stdinPath = path;
+    return o;
+}
+RunOptions toFile(const std::string& path) {
+    RunOptions o;
+    o.stdoutPath = path;
+    return o;
+}
+RunOptions inDir(const std::string& dir) {
+    RunOptions o;
+    o.cwd = dir;
+    return o;
+}
+
+// Runs the tool with `args`.
+ToolRun runTool(const std::vector<std::string>& args, const RunOptions& options = {}) {
+    const bool merge = options.merge;
     ToolRun run;
     int outPipe[2];
     int errPipe[2];
@@ -45,7 +75,18 @@ ToolRun runTool(const std::vector<std::string>& args, bool merge = false) {
     }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, outPipe[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(
+        &actions, STDIN_FILENO, options.stdinPath.empty() ? "/dev/null" : options.stdinPath.c_str(),
+        O_RDONLY, 0);
+    if (options.stdoutPath.empty()) {
+        posix_spawn_file_actions_adddup2(&actions, outPipe[1], STDOUT_FILENO);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, options.stdoutPath.c_str(),
+                                         O_WRONLY, 0);
+    }
+    if (!options.cwd.empty()) {
+        posix_spawn_file_actions_addchdir_np(&actions, options.cwd.c_str());
+    }
     posix_spawn_file_actions_adddup2(&actions, merge ? outPipe[1] : errPipe[1], STDERR_FILENO);
     std::vector<std::string> all = {IIO_SUBHAL_PATH};
     all.insert(all.end(), args.begin(), args.end());
@@ -193,10 +234,24 @@ TEST_F(ToolTest, TableAndDumpOfTheBuiltInHost) {
     EXPECT_NE(rows[1].find("1 accelerometer"), std::string::npos) << rows[1];
     EXPECT_NE(rows[4].find("Light (base)"), std::string::npos) << rows[4];
     EXPECT_NE(rows[4].find("on-change"), std::string::npos) << rows[4];
-    EXPECT_NE(list.err.find("waiting for the sensor list..."), std::string::npos);
+    EXPECT_NE(rows[1].find("78.4532 m/s²"), std::string::npos) << rows[1];
+    EXPECT_NE(rows[3].find("0.15 µT"), std::string::npos) << rows[3];
+    EXPECT_NE(rows[3].find("20000 µs"), std::string::npos) << rows[3];
+    // What the host saw, then the outcome.
+    EXPECT_NE(list.err.find("host: the library connected over the container bridge\n"),
+              std::string::npos)
+        << list.err;
+    EXPECT_NE(list.err.find("host: device 4 set up\n"), std::string::npos) << list.err;
+    EXPECT_NE(list.err.find("\n5 sensors published in 2."), std::string::npos) << list.err;
+    EXPECT_EQ(list.err.find("warning"), std::string::npos) << list.err;
 
-    ToolRun dump = runTool({"dump"});
+    // With --log the library's lines show, but a normal exit provokes no warnings.
+    ToolRun dump = runTool({"--log", "dump"});
     ASSERT_EQ(dump.exitCode, 0) << dump.err;
+    EXPECT_NE(dump.err.find("IioSensorBridge"), std::string::npos) << dump.err;
+    for (const char* fault : {"WARNING", "W/", "lost", "warning"}) {
+        EXPECT_EQ(dump.err.find(fault), std::string::npos) << fault << " in " << dump.err;
+    }
     EXPECT_EQ(dump.out,
               "IioSensorSubHal:\n"
               "  sensors: 5\n"
@@ -243,18 +298,22 @@ TEST_F(ToolTest, StreamJsonConvertsScriptedSamples) {
 
 TEST_F(ToolTest, ObserverErrorFiveRestartsTheStream) {
     // The error comes 4.5 s after the host set up its channel: after the ~2 s enumeration, while
-    // the accelerometer streams.
+    // the accelerometer streams. Without --log the tool still says what happened.
     const std::string host = describe("restart.json", std::string(R"({"devices": [
       {"id": 0, "types": [1], "channels": )") + kAccelChannels +
                                                           R"(,
        "attributes": {"scale": "0.01"}}],
       "timeline": [{"atMs": 4500, "device": 0, "action": "observerError", "error": 5}]})");
-    ToolRun run = runTool({"--host", host, "--log", "stream", "--duration", "8"}, /*merge=*/true);
+    ToolRun run = runTool({"--host", host, "stream", "--duration", "8"}, merged());
     ASSERT_EQ(run.exitCode, 0) << run.out;
-    const size_t error = run.out.find("observer error 5");
+    const size_t error =
+        run.out.find("iio-subhal: warning: device 0: observer error 5 (read failed) at 4.");
     ASSERT_NE(error, std::string::npos) << run.out;
+    const size_t restart = run.out.find("host: device 0: the library restarted sampling at 4.");
+    ASSERT_NE(restart, std::string::npos) << run.out;
+    EXPECT_LT(error, restart);
     size_t after = 0;
-    for (const std::string& line : lines(run.out.substr(error))) {
+    for (const std::string& line : lines(run.out.substr(restart))) {
         if (line.find("] Accelerometer: x=") != std::string::npos) ++after;
     }
     EXPECT_GE(after, 10u) << run.out;
@@ -306,14 +365,66 @@ TEST_F(ToolTest, BadDescriptionsExitTwoWithOneLine) {
               "iio-subhal: " + mDir + "/absent.json: cannot read: No such file or directory\n");
 }
 
-TEST_F(ToolTest, UsageErrorsExitTwo) {
-    EXPECT_EQ(runTool({}).exitCode, 2);
-    EXPECT_EQ(runTool({"stream", "--rate", "10", "--period-ns", "1000"}).exitCode, 2);
-    EXPECT_EQ(runTool({"stream", "--rate", "-1"}).exitCode, 2);
-    EXPECT_EQ(runTool({"flush"}).exitCode, 2);
-    ToolRun help = runTool({"stream", "--help"});
-    EXPECT_EQ(help.exitCode, 0);
-    EXPECT_NE(help.out.find("--period-ns"), std::string::npos) << help.out;
+TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
+    const struct {
+        std::vector<std::string> args;
+        const char* error;  // the whole of stderr
+    } cases[] = {
+        {{}, "no subcommand given: list, stream, flush, dump or help (iio-subhal --help)"},
+        {{"lst"}, "unknown subcommand \"lst\"; did you mean list? (iio-subhal --help)"},
+        {{"stream", "--sensors", "1"},
+         "stream: unknown option --sensors; did you mean --sensor? (iio-subhal help stream)"},
+        {{"list", "--rate", "5"},
+         "list: unknown option --rate; it belongs to stream (iio-subhal help list)"},
+        {{"help", "strem"},
+         "unknown subcommand \"strem\"; did you mean stream? (iio-subhal --help)"},
+        {{"stream", "--count", "0"},
+         "stream: --count: expected a whole number of events, 1 or more, got \"0\" (iio-subhal "
+         "help stream)"},
+        {{"stream", "--rate", "x"},
+         "stream: --rate: expected a rate in Hz from 0.001 to 1000000000, got \"x\" (iio-subhal "
+         "help stream)"},
+        {{"stream", "--rate", "1e-10"},
+         "stream: --rate: 1e-10 Hz is slower than the slowest accepted, 0.001 Hz (a period of "
+         "1000 s) (iio-subhal help stream)"},
+        {{"stream", "--period-ns", "99999999999999999999"},
+         "stream: --period-ns: 99999999999999999999 ns is longer than the longest accepted, "
+         "1000000000000 ns (1000 s) (iio-subhal help stream)"},
+        {{"stream", "--duration", "nan"},
+         "stream: --duration: expected seconds, 0 or more (0: until Ctrl-C), got \"nan\" "
+         "(iio-subhal help stream)"},
+        {{"stream", "--sensor", "02"},
+         "stream: --sensor: handles are written without leading zeros: \"02\" (did you mean 2?) "
+         "(iio-subhal help stream)"},
+        {{"flush", "01"},
+         "flush: handles are written without leading zeros: \"01\" (did you mean 1?) (iio-subhal "
+         "help flush)"},
+        {{"--json", "dump"}, "dump prints text only; drop --json"},
+        {{"stream", "--rate", "10", "--period-ns", "1000"},
+         "--rate excludes --period-ns (iio-subhal help stream)"},
+    };
+    for (const auto& c : cases) {
+        ToolRun run = runTool(c.args);
+        EXPECT_EQ(run.exitCode, 2) << c.error;
+        EXPECT_EQ(run.err, std::string("iio-subhal: ") + c.error + "\n");
+        EXPECT_TRUE(run.out.empty()) << run.out;
+    }
+
+    ToolRun version = runTool({"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_EQ(version.out.rfind("iio-subhal ", 0), 0u) << version.out;
+    // Every subcommand's help, by either spelling, carries the common options, the exit codes
+    // and what Ctrl-C does.
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{"help", "stream"}, {"list", "--help"}}) {
+        ToolRun help = runTool(args);
+        EXPECT_EQ(help.exitCode, 0) << help.err;
+        for (const char* part : {"Usage: iio-subhal ", "--host FILE", "--library PATH", "--json",
+                                 "--log", "Exit codes: 0", "Ctrl-C"}) {
+            EXPECT_NE(help.out.find(part), std::string::npos) << part << " in " << help.out;
+        }
+    }
+    EXPECT_NE(runTool({"help", "stream"}).out.find("--follow"), std::string::npos);
 }
 
 TEST_F(ToolTest, LibraryProblemsExitOne) {
@@ -321,7 +432,16 @@ TEST_F(ToolTest, LibraryProblemsExitOne) {
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_NE(missing.err.find("cannot open shared object file"), std::string::npos) << missing.err;
 
-    ToolRun noEntry = runTool({"list", "--library", "libm.so.6"});
+    // A bare name is a file in the current directory, not whatever the library path finds.
+    ToolRun bare = runTool({"list", "--library", "libiio-sensors-subhal.so"}, inDir(mDir));
+    EXPECT_EQ(bare.exitCode, 1);
+    EXPECT_EQ(bare.err.rfind("iio-subhal: cannot load the sub-HAL: ./libiio-sensors-subhal.so: "
+                             "cannot open shared object file",
+                             0),
+              0u)
+        << bare.err;
+
+    ToolRun noEntry = runTool({"list", "--library", NO_ENTRY_LIBRARY_PATH});
     EXPECT_EQ(noEntry.exitCode, 1);
     EXPECT_NE(noEntry.err.find("no entry point sensorsHalGetSubHal_2_1"), std::string::npos)
         << noEntry.err;
@@ -334,8 +454,126 @@ TEST_F(ToolTest, LibraryProblemsExitOne) {
 
     ToolRun unmatched = runTool({"stream", "--sensor", "barometer"});
     EXPECT_EQ(unmatched.exitCode, 1);
-    EXPECT_NE(unmatched.err.find("no sensor matches --sensor \"barometer\""), std::string::npos)
+    EXPECT_NE(unmatched.err.find("no sensor matches --sensor \"barometer\"; choose a handle (1, "
+                                 "2, 3, 4, 5), a type (accelerometer, gyroscope, magnetic_field, "
+                                 "light, gravity), a name (\"Accelerometer (lid)\""),
+              std::string::npos)
         << unmatched.err;
+}
+
+TEST_F(ToolTest, EnumerationProblemsAreExplainedWithoutLog) {
+    const std::string host = describe("broken.json", R"({"devices": [
+      {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z"]},
+      {"id": 1, "types": [3], "channels": ["illuminance"], "stall": "attributes"},
+      {"id": 2, "types": [2], "channels": ["anglvel_x"], "stall": "channels"},
+      {"id": 3, "types": [5], "channels": ["magn_x"], "closeAt": "channels"},
+      {"id": 4, "types": [11], "channels": ["gravity_x"], "stall": "device"}],
+      "timeline": [{"atMs": 100, "device": 0, "action": "observerError", "error": 5}]})");
+    ToolRun run = runTool({"--host", host, "list"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    for (const char* line :
+         {"host: device 0 set up\n",
+          "iio-subhal: warning: the host's timeline entry at 100 ms (observerError) not "
+          "applied: device 0 has no observer\n",
+          "iio-subhal: warning: device 1 never became ready: the host never answered its "
+          "attributes (GetAttributes)\n",
+          "iio-subhal: warning: device 2 never became ready: the host never answered its "
+          "channel list (GetAllChannelIds)\n",
+          "iio-subhal: warning: device 3 never became ready: the host closed it at its "
+          "channel list (GetAllChannelIds)\n",
+          "iio-subhal: warning: device 4 never became ready: the host never answered its "
+          "device request (GetDevice)\n",
+          "\n1 sensor published in 2."}) {
+        EXPECT_NE(run.err.find(line), std::string::npos) << line << " in\n" << run.err;
+    }
+    EXPECT_EQ(run.err.find("every device set up"), std::string::npos) << run.err;
+
+    const std::string old = describe("old.json", R"({"bridgeVersion": 53, "devices": [
+      {"id": 0, "types": [1], "channels": ["accel_x"]}]})");
+    ToolRun mismatch = runTool({"--host", old, "list"});
+    ASSERT_EQ(mismatch.exitCode, 0) << mismatch.err;
+    EXPECT_NE(mismatch.err.find("iio-subhal: warning: the library never connected to the host (a "
+                                "bridge version mismatch? the host offers version 53)\n"),
+              std::string::npos)
+        << mismatch.err;
+    EXPECT_NE(mismatch.err.find("0 sensors published in"), std::string::npos) << mismatch.err;
+}
+
+TEST_F(ToolTest, ASilentSensorFailsTheStreamAndSaysWhy) {
+    // The host answers the accelerometer's setup, so it is published, and then drops its pipe.
+    const std::string host = describe("silent.json", R"({"devices": [
+      {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
+       "closeAt": "afterAttributes"}]})");
+    ToolRun run = runTool({"--host", host, "stream", "--sensor", "android.sensor.accelerometer",
+                           "--duration", "0.5"});
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    EXPECT_TRUE(run.out.empty()) << run.out;
+    EXPECT_NE(run.err.find("[1] Accelerometer: no events\n"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("iio-subhal: no events from [1] Accelerometer; the host side saw: "
+                           "device 0: the host closed its pipe at "),
+              std::string::npos)
+        << run.err;
+}
+
+TEST_F(ToolTest, LongAndOpenEndedStreams) {
+    // A duration too long to represent used to end the stream at once, with success.
+    ToolRun magnet = runTool(
+        {"--json", "stream", "--sensor", "magnetometer", "--duration", "1e10", "--count", "5"});
+    ASSERT_EQ(magnet.exitCode, 0) << magnet.err;
+    std::vector<std::string> events = lines(magnet.out);
+    ASSERT_EQ(events.size(), 5u) << magnet.out;
+    for (const std::string& line : events) {
+        json event = json::parse(line);
+        EXPECT_EQ(event["sensorType"], 2) << line;
+        double sum = 0;
+        for (const json& v : event["values"]) sum += v.get<double>() * v.get<double>();
+        // The earth's field, in µT.
+        EXPECT_GT(std::sqrt(sum), 25.0) << line;
+        EXPECT_LT(std::sqrt(sum), 65.0) << line;
+    }
+    EXPECT_NE(magnet.err.find("[3] Magnetometer (lid): 5 events"), std::string::npos) << magnet.err;
+    EXPECT_NE(magnet.err.find(" µT"), std::string::npos) << magnet.err;
+
+    ToolRun follow = runTool({"stream", "--follow", "--sensor", "1", "--count", "2"});
+    ASSERT_EQ(follow.exitCode, 0) << follow.err;
+    ASSERT_EQ(lines(follow.out).size(), 2u) << follow.out;
+    EXPECT_NE(follow.out.find(" ns [1] Accelerometer (lid): x="), std::string::npos) << follow.out;
+    EXPECT_NE(follow.out.find(" m/s² (status 3)"), std::string::npos) << follow.out;
+}
+
+TEST_F(ToolTest, WriteErrorsAreReported) {
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {"list"}, {"dump"}, {"stream", "--sensor", "1", "--count", "3"}}) {
+        ToolRun run = runTool(args, toFile("/dev/full"));
+        EXPECT_EQ(run.exitCode, 1) << args[0] << ": " << run.err;
+        const std::string expected = "iio-subhal: write error: No space left on device\n";
+        ASSERT_GE(run.err.size(), expected.size()) << run.err;
+        EXPECT_EQ(run.err.substr(run.err.size() - expected.size()), expected) << run.err;
+    }
+}
+
+TEST_F(ToolTest, DescriptionFromStandardInputAndHostileNames) {
+    const std::string host = describe("stdin.json", R"({"devices": [
+      {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z"],
+       "attributes": {"location": "lid\u001b[2J\nX"}}]})");
+    ToolRun json = runTool({"--host", "-", "--json", "list"}, fromStdin(host));
+    ASSERT_EQ(json.exitCode, 0) << json.err;
+    // One document on one line.
+    ASSERT_EQ(lines(json.out).size(), 1u) << json.out;
+    nlohmann::json list = nlohmann::json::parse(json.out);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(list[0]["name"], "Accelerometer (lid\x1b[2J\nX)");
+
+    ToolRun table = runTool({"--host", "-", "list"}, fromStdin(host));
+    ASSERT_EQ(table.exitCode, 0) << table.err;
+    ASSERT_EQ(lines(table.out).size(), 2u) << table.out;
+    EXPECT_NE(table.out.find("Accelerometer (lid\\x1b[2J\\nX)"), std::string::npos) << table.out;
+    EXPECT_EQ(table.out.find('\x1b'), std::string::npos);
+
+    const std::string bad = describe("bad.json", R"({"devices": 1})");
+    ToolRun refused = runTool({"--host", "-", "list"}, fromStdin(bad));
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_EQ(refused.err.rfind("iio-subhal: <stdin>: /devices: ", 0), 0u) << refused.err;
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <fstream>
 
+#include "Command.h"
+#include "Stdout.h"
 #include "check/CheckReport.h"
 #include "check/CommandRules.h"
 #include "check/ListRules.h"
@@ -49,32 +51,42 @@ void runWholeRunRules(CheckRun& run) {
 
 }  // namespace
 
-CLI::App* addCheckCommand(CLI::App& app, CheckOptions* options) {
-    CLI::App* check = app.add_subcommand(
-        "check", "run the Android conformance rules against the sub-HAL and its host");
-    check->add_flag("--quick", options->quick, "shorter stream rules (about 1 s each), for CI");
-    check->add_option("--junit", options->junitFile, "also write a JUnit XML report to FILE")
-        ->type_name("FILE");
-    check
-        ->add_option("--rule", options->rules,
-                     "run only rules whose id matches PATTERN (glob, e.g. 'list.*'); repeatable")
-        ->type_name("PATTERN")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    return check;
-}
+namespace {
+
+class CheckCommand : public Command {
+  public:
+    void addOptions(CLI::App& app) override {
+        app.add_flag("--quick", mOptions.quick, "shorter stream rules (about 1 s each), for CI");
+        app.add_option("--junit", mOptions.junitFile, "also write a JUnit XML report to FILE")
+            ->type_name("FILE");
+        app.add_option("--rule", mOptions.rules,
+                       "run only rules whose id matches PATTERN (glob, e.g. 'list.*'); repeatable")
+            ->type_name("PATTERN")
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    }
+    std::string checkOptions() override {
+        for (const std::string& pattern : mOptions.rules) {
+            bool matched = false;
+            for (const RuleInfo& rule : ruleCatalogue()) {
+                matched = matched || fnmatch(pattern.c_str(), rule.id, 0) == 0;
+            }
+            if (!matched) return "--rule \"" + pattern + "\" matches no rule";
+        }
+        return {};
+    }
+    std::string onInterrupt() const override {
+        return "Ctrl-C ends the check at once (the shell sees 130); no report is written.";
+    }
+    int run(Session& session) override { return runCheck(session, mOptions, session.json()); }
+
+  private:
+    CheckOptions mOptions;
+};
+
+}  // namespace
 
 int runCheck(Session& session, const CheckOptions& options, bool json) {
-    for (const std::string& pattern : options.rules) {
-        bool matched = false;
-        for (const RuleInfo& rule : ruleCatalogue()) {
-            matched = matched || fnmatch(pattern.c_str(), rule.id, 0) == 0;
-        }
-        if (!matched) {
-            printError("--rule \"" + pattern + "\" matches no rule");
-            return kExitUsage;
-        }
-    }
     const auto start = std::chrono::steady_clock::now();
     CheckRun run(session, options);
     runListRules(run);
@@ -88,12 +100,12 @@ int runCheck(Session& session, const CheckOptions& options, bool json) {
 
     const std::vector<CheckResult>& results = run.results();
     if (json) {
-        std::fputs(resultJsonLines(results).c_str(), stdout);
+        writeStdout(resultJsonLines(results));
         std::fprintf(stderr, "check: %s\n", summaryLine(results).c_str());
     } else {
-        std::fputs(resultTable(results).c_str(), stdout);
+        writeStdout(resultTable(results));
     }
-    std::fflush(stdout);
+    flushStdout();
     if (!options.junitFile.empty()) {
         std::ofstream file(options.junitFile);
         file << resultJUnit(results, seconds);
@@ -110,3 +122,9 @@ int runCheck(Session& session, const CheckOptions& options, bool json) {
 }
 
 }  // namespace kelvane::tools::check
+
+namespace kelvane::tools {
+
+std::unique_ptr<Command> makeCheckCommand() { return std::make_unique<check::CheckCommand>(); }
+
+}  // namespace kelvane::tools

@@ -1,0 +1,43 @@
+// A subcommand of iio-subhal: its options, the checks on their values that need no library, and
+// the run against an open session. Adding a subcommand is one file and one line in main.cpp.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+
+#include "Session.h"
+
+namespace kelvane::tools {
+
+class Command {
+  public:
+    virtual ~Command() = default;
+
+    // Adds the subcommand's own options and arguments to `app`. Values land in the command.
+    virtual void addOptions(CLI::App& app) = 0;
+    // After parsing, before anything is loaded: a one-line usage error, or "" when all is well.
+    virtual std::string checkOptions() { return {}; }
+    // Whether --json changes what the subcommand prints; if not, --json is refused.
+    virtual bool hasJson() const { return true; }
+    // What Ctrl-C does to this subcommand, for its help.
+    virtual std::string onInterrupt() const {
+        return "Ctrl-C ends the tool at once (the shell sees 130).";
+    }
+    // Runs on an open session; returns the exit code. Stdout goes through Stdout.h.
+    virtual int run(Session& session) = 0;
+};
+
+struct CommandEntry {
+    const char* name;
+    const char* summary;
+    std::unique_ptr<Command> (*make)();
+};
+
+std::unique_ptr<Command> makeListCommand();
+std::unique_ptr<Command> makeStreamCommand();
+std::unique_ptr<Command> makeFlushCommand();
+std::unique_ptr<Command> makeDumpCommand();
+std::unique_ptr<Command> makeCheckCommand();
+
+}  // namespace kelvane::tools

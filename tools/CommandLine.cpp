@@ -1,0 +1,129 @@
+#include "CommandLine.h"
+
+#include <algorithm>
+
+#include "Output.h"
+
+namespace kelvane::tools {
+
+namespace {
+
+size_t editDistance(const std::string& a, const std::string& b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+            diagonal = above;
+        }
+    }
+    return row[b.size()];
+}
+
+std::string longName(const CLI::Option& option) {
+    const std::vector<std::string>& names = option.get_lnames();
+    return names.empty() ? std::string() : "--" + names.front();
+}
+
+std::string quoted(const std::string& text) { return "\"" + printable(text) + "\""; }
+
+}  // namespace
+
+std::string closestWord(const std::string& word, const std::vector<std::string>& candidates) {
+    // A word cut short ("--period" for "--period-ns") names the one candidate it starts.
+    std::vector<std::string> extended;
+    for (const std::string& candidate : candidates) {
+        if (word.size() >= 3 && candidate.compare(0, word.size(), word) == 0) {
+            extended.push_back(candidate);
+        }
+    }
+    if (extended.size() == 1) return extended.front();
+    std::string best;
+    size_t bestDistance = 0;
+    for (const std::string& candidate : candidates) {
+        const size_t distance = editDistance(word, candidate);
+        if (best.empty() || distance < bestDistance) {
+            best = candidate;
+            bestDistance = distance;
+        }
+    }
+    // A third of the word may be wrong, and at least one letter.
+    const size_t limit = std::max<size_t>(1, word.size() / 3);
+    return !best.empty() && bestDistance <= limit ? best : std::string();
+}
+
+std::vector<std::string> optionNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string name = longName(*option);
+        if (!name.empty()) names.push_back(name);
+    }
+    return names;
+}
+
+std::string commonOptionsHelp(const CLI::App& main) {
+    std::string out = "Common options, before or after the subcommand:\n";
+    for (const CLI::Option* option : main.get_options()) {
+        std::string name = longName(*option);
+        if (name.empty() || name == "--help") continue;
+        if (!option->get_type_name().empty() && option->get_type_size() != 0) {
+            name += " " + option->get_type_name();
+        }
+        name.resize(std::max<size_t>(name.size() + 2, 18), ' ');
+        out += "  " + name + option->get_description() + "\n";
+    }
+    return out;
+}
+
+std::string exitCodesHelp() {
+    return "Exit codes: 0 success; 1 the library or the sensors did not do what was asked (it "
+           "cannot be loaded, a sensor sent no events, no flush completion, a write error); "
+           "2 bad usage or host description.\n";
+}
+
+std::string unexpectedArguments(const std::vector<std::string>& leftover, const CLI::App& main,
+                                const CLI::App* chosen) {
+    // An unknown option explains more than the value that followed it.
+    auto option = std::find_if(leftover.begin(), leftover.end(), [](const std::string& word) {
+        return word.size() > 1 && word[0] == '-';
+    });
+    const std::string word = option != leftover.end() ? *option : leftover.front();
+    const std::string where = chosen != nullptr ? chosen->get_name() : std::string();
+    const std::string helpHint =
+        chosen != nullptr ? " (iio-subhal help " + where + ")" : " (iio-subhal --help)";
+
+    if (option == leftover.end()) {
+        if (chosen != nullptr) return where + ": unexpected argument " + quoted(word) + helpHint;
+        std::vector<std::string> names;
+        for (const CLI::App* sub : main.get_subcommands({})) names.push_back(sub->get_name());
+        std::string line = "unknown subcommand " + quoted(word);
+        const std::string guess = closestWord(word, names);
+        return line + (guess.empty() ? "" : "; did you mean " + guess + "?") + helpHint;
+    }
+
+    // "--rate=5" is the option "--rate".
+    const std::string name = word.substr(0, word.find('='));
+    std::vector<std::string> names = optionNames(main);
+    if (chosen != nullptr) {
+        for (const std::string& n : optionNames(*chosen)) names.push_back(n);
+    }
+    std::string line = (chosen != nullptr ? where + ": " : std::string()) + "unknown option " +
+                       quoted(name).substr(1, quoted(name).size() - 2);
+    const std::string guess = closestWord(name, names);
+    if (!guess.empty()) return line + "; did you mean " + guess + "?" + helpHint;
+    for (const CLI::App* sub : main.get_subcommands({})) {
+        if (sub == chosen) continue;
+        const std::string theirs = closestWord(name, optionNames(*sub));
+        if (theirs == name) return line + "; it belongs to " + sub->get_name() + helpHint;
+        if (!theirs.empty()) {
+            return line + "; did you mean " + theirs + " (an option of " + sub->get_name() + ")?" +
+                   helpHint;
+        }
+    }
+    return line + helpHint;
+}
+
+}  // namespace kelvane::tools

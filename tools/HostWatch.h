@@ -1,0 +1,75 @@
+// Follows the host side's call log during a run and says on stderr what it means: how the
+// library's enumeration goes ("host: device 3 set up"), its outcome ("5 sensors published in
+// 2.0 s") and, one line each, what went wrong: a device that never became ready and the setup
+// step it stopped at, a library that never connected, a device pipe lost, an observer error and
+// the restart that followed, a host timeline entry that could not apply. It reads only
+// host::CallLog, so it works for every host backend.
+//
+// Threads: the constructor, enumerationDone(), problems() and stop() run on the main thread; a
+// thread of its own reads the log and prints until stop(). One mutex guards the state and the
+// printing.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/common/CallLog.h"
+
+namespace kelvane::tools {
+
+class HostWatch {
+  public:
+    // Starts reading at once. `log` outlives this watch. Times are counted from here.
+    explicit HostWatch(const host::CallLog& log);
+    ~HostWatch();  // stop()
+    HostWatch(const HostWatch&) = delete;
+    HostWatch& operator=(const HostWatch&) = delete;
+
+    // getSensorsList returned `published` sensors: prints why any device did not make it and the
+    // outcome. `offeredBridgeVersion` is the host's container-bridge version, if known.
+    void enumerationDone(size_t published, std::optional<uint32_t> offeredBridgeVersion);
+    // The problems seen so far, one line each, without the "warning: " prefix.
+    std::vector<std::string> problems() const;
+    // Reads the log to its end one last time, then stops the thread. Idempotent.
+    void stop();
+
+  private:
+    struct Device {
+        std::string step;         // the setup step asked last, until the device is ready
+        bool answered = false;    // the host answered `step`
+        bool ready = false;       // the host answered the last setup step
+        bool closed = false;      // the host closed its pipe
+        bool restartDue = false;  // an observer error came; the next start is a restart
+    };
+
+    void run();
+    void drainLocked();
+    void handleLocked(const std::string& entry);
+    void progressLocked(const std::string& line);  // "host: <line>" while enumerating
+    void noteLocked(const std::string& line);      // "host: <line>"
+    void problemLocked(const std::string& line);
+    std::string atLocked() const;  // "at 4.5 s"
+
+    const host::CallLog& mLog;
+    const std::chrono::steady_clock::time_point mStart;
+
+    mutable std::mutex mMutex;
+    std::condition_variable mWake;
+    bool mStopping = false;              // guarded by mMutex
+    size_t mSeen = 0;                    // guarded by mMutex: log entries handled
+    bool mEnumerating = true;            // guarded by mMutex
+    bool mConnected = false;             // guarded by mMutex
+    bool mAllReadySaid = false;          // guarded by mMutex
+    std::map<int32_t, Device> mDevices;  // guarded by mMutex: by host device id
+    std::vector<std::string> mProblems;  // guarded by mMutex
+    std::thread mThread;                 // last: starts once everything above exists
+};
+
+}  // namespace kelvane::tools

@@ -1,0 +1,25 @@
+// list: the published sensors, as a table or as one JSON array on one line.
+#include "Command.h"
+#include "Output.h"
+#include "Stdout.h"
+
+namespace kelvane::tools {
+
+namespace {
+
+class ListCommand : public Command {
+  public:
+    void addOptions(CLI::App&) override {}
+
+    int run(Session& session) override {
+        writeStdout(session.json() ? sensorsJson(session.sensors())
+                                   : sensorTable(session.sensors()));
+        return kExitOk;
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Command> makeListCommand() { return std::make_unique<ListCommand>(); }
+
+}  // namespace kelvane::tools
