@@ -133,7 +133,8 @@ void EmulatedHost::startTimeline() {
 void EmulatedHost::runTimelineEvent(TimelineEvent event) {
     // An entry that finds nothing to act on says so in the log rather than vanish.
     auto skipped = [this, &event](const std::string& action, const std::string& why) {
-        mLog.record("timeline " + std::to_string(event.at.count()) + " " + action +
+        const auto atMs = std::chrono::duration_cast<std::chrono::milliseconds>(event.at);
+        mLog.record("timeline " + std::to_string(atMs.count()) + " " + action +
                     " not applied: " + why);
     };
     const std::string device = "device " + std::to_string(event.device);

@@ -192,7 +192,8 @@ TEST(CheckTest, TableGroupsByRuleAndEndsWithASummary) {
 TEST(CheckTest, RulePatternThatMatchesNothingIsBadUsage) {
     const CheckRun run = runCheck({"--rule", "list.colour"});
     EXPECT_EQ(run.exitCode, 2);
-    EXPECT_NE(run.err.find("iio-subhal: --rule \"list.colour\" matches no rule"), std::string::npos)
+    EXPECT_NE(run.err.find("iio-subhal: check: --rule \"list.colour\" matches no rule"),
+              std::string::npos)
         << run.err;
 }
 

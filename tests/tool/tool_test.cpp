@@ -370,7 +370,7 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
         std::vector<std::string> args;
         const char* error;  // the whole of stderr
     } cases[] = {
-        {{}, "no subcommand given: list, stream, flush, dump or help (iio-subhal --help)"},
+        {{}, "no subcommand given: list, stream, flush, dump, check or help (iio-subhal --help)"},
         {{"lst"}, "unknown subcommand \"lst\"; did you mean list? (iio-subhal --help)"},
         {{"stream", "--sensors", "1"},
          "stream: unknown option --sensors; did you mean --sensor? (iio-subhal help stream)"},
