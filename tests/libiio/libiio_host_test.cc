@@ -285,6 +285,26 @@ TEST_F(IiodTest, RecordingOfTheBoardReplaysTheSameEvents) {
     unlink(path);
 }
 
+// The conformance rules that need no more than the board's few scripted scans hold for its
+// sensors too (initialize-twice and the stream rules want a stream that goes on).
+TEST_F(IiodTest, BoardPassesTheListAndCommandRules) {
+    ASSERT_TRUE(startIiod()) << "iiod did not start on 127.0.0.1:" << mPort;
+    int status = 0;
+    const std::string out = runTool(
+        "check --json --quick --rule 'list.*' --rule 'commands.[abdfo]*' "
+        "--rule commands.invalid-handle",
+        &status);
+    EXPECT_EQ(status, 0) << out;
+    size_t results = 0;
+    size_t start = 0;
+    for (size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1) {
+        const nlohmann::json result = nlohmann::json::parse(out.substr(start, end - start));
+        EXPECT_NE(result["verdict"], "FAIL") << result.dump();
+        ++results;
+    }
+    EXPECT_GT(results, 5u * 10u);  // every list rule for each of the five sensors, at least
+}
+
 TEST(LibiioNumbersTest, NearestAvailableRate) {
     using host::iio::nearestAvailable;
     EXPECT_EQ(nearestAvailable("12.5 25 50 100\n", 40), 50);
