@@ -1,8 +1,12 @@
 #include "host/libiio/LibiioHost.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <future>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "base/bind.h"
@@ -31,6 +35,24 @@ bool servesAnyDevice(const iio_context* context) {
     return false;
 }
 
+// On this machine, the first served device whose buffer the process may not read
+// ("/dev/iio:deviceN"), else "": reading it needs root or the group that owns the node.
+std::string unreadableLocalDevice(const iio_context* context) {
+    const unsigned int count = iio_context_get_devices_count(context);
+    for (unsigned int i = 0; i < count; ++i) {
+        const iio_device* device = iio_context_get_device(context, i);
+        const std::optional<int32_t> number = deviceNumber(device);
+        if (!number || deviceTypes(device).empty()) continue;
+        bool buffered = false;
+        for (const iio_channel* channel : inputChannels(device)) {
+            buffered = buffered || iio_channel_is_scan_element(channel);
+        }
+        const std::string node = "/dev/iio:device" + std::to_string(*number);
+        if (buffered && access(node.c_str(), R_OK) != 0 && errno == EACCES) return node;
+    }
+    return {};
+}
+
 }  // namespace
 
 std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string* error) {
@@ -53,6 +75,15 @@ std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string
                  "\" (looked for accel, anglvel, illuminance, magn and gravity channels)";
         iio_context_destroy(context);
         return nullptr;
+    }
+    if (uri.rfind("local:", 0) == 0) {
+        const std::string node = unreadableLocalDevice(context);
+        if (!node.empty()) {
+            *error = "permission denied reading " + node +
+                     " (run as root or as a member of the group that owns it)";
+            iio_context_destroy(context);
+            return nullptr;
+        }
     }
     return std::unique_ptr<LibiioHost>(new LibiioHost(context));
 }
