@@ -28,18 +28,24 @@ void HostConnection::setServiceInterposer(ServiceInterposer interposer) {
 
 void HostConnection::registerWithBridge() {
     mRegistered = true;
-    // Runs on the Mojo thread, possibly late: it only posts, and a post after the host thread
-    // stopped is refused, so the connection is never touched once gone.
+    // Runs on the Mojo thread, possibly late: it only posts, and the connection is touched on
+    // the host thread only if it has not been shut down there (the post is refused once the
+    // host thread stopped).
     vel::VelHostRegistry::registerHost(
         mBridgeVersion,
         base::BindRepeating(
             [](scoped_refptr<base::SingleThreadTaskRunner> runner, HostConnection* connection,
-               vel::mojom::VelBridgeHostRequest request) {
+               std::shared_ptr<bool> shutDown, vel::mojom::VelBridgeHostRequest request) {
                 runner->PostTask(FROM_HERE,
-                                 base::BindOnce(&HostConnection::bindBridge,
-                                                base::Unretained(connection), std::move(request)));
+                                 base::BindOnce(
+                                     [](HostConnection* c, std::shared_ptr<bool> gone,
+                                        vel::mojom::VelBridgeHostRequest r) {
+                                         // Raced the shutdown: closed unanswered.
+                                         if (!*gone) c->bindBridge(std::move(r));
+                                     },
+                                     connection, std::move(shutDown), std::move(request)));
             },
-            mRunner, this));
+            mRunner, this, mShutDown));
 }
 
 void HostConnection::unregister() {
@@ -47,7 +53,6 @@ void HostConnection::unregister() {
 }
 
 void HostConnection::bindBridge(vel::mojom::VelBridgeHostRequest request) {
-    if (mShutDown) return;  // a connection that raced the shutdown: closed unanswered
     auto binding = std::make_unique<mojo::Binding<vel::mojom::VelBridgeHost>>(
         static_cast<vel::mojom::VelBridgeHost*>(this), std::move(request));
     binding->set_connection_error_handler(base::BindOnce(
@@ -107,7 +112,7 @@ void HostConnection::closeIioSensorHost() {
 }
 
 void HostConnection::shutDown() {
-    mShutDown = true;
+    *mShutDown = true;
     mInterposed.clear();
     mHalClient.reset();
     mIioSensorHosts.clear();

@@ -19,7 +19,8 @@
 namespace kelvane::host {
 
 // Lives on the host thread: everything but registerWithBridge()/unregister() runs there. The
-// owner stops the host thread before destroying it, after shutDown() ran on that thread.
+// owner runs shutDown() on that thread before destroying it; the thread may be shared and go on
+// running (connections queued for it then find the connection shut down).
 class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::IioSensorHost {
   public:
     // Binds a new SensorService of the backend on `request`; host thread.
@@ -47,8 +48,8 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
     void unregister();
 
     // Host thread: calls toward the client and closing the host's ends on demand.
-    void setUpChannel();          // SetUpChannel with a new service of the backend
-    void callInit();              // Init again on the IioSensorInstance, with a new IioSensorHost
+    void setUpChannel();  // SetUpChannel with a new service of the backend
+    void callInit();      // Init again on the IioSensorInstance, with a new IioSensorHost
     void setTabletMode(bool on);
     bool hasInstance() const { return static_cast<bool>(mInstance); }
     void closeInstance();
@@ -76,7 +77,8 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
     // Host thread only.
     ServiceInterposer mInterposer;
     std::vector<std::shared_ptr<void>> mInterposed;  // between the client and the backend
-    bool mShutDown = false;
+    // Set by shutDown(); shared with the connections queued for the host thread.
+    const std::shared_ptr<bool> mShutDown = std::make_shared<bool>(false);
     std::vector<std::unique_ptr<mojo::Binding<vel::mojom::VelBridgeHost>>> mBridges;
     vel::mojom::IioSensorInstancePtr mInstance;
     std::vector<std::unique_ptr<mojo::Binding<vel::mojom::IioSensorHost>>> mIioSensorHosts;

@@ -15,10 +15,10 @@ namespace kelvane::host {
 
 namespace mojom = chromeos::sensors::mojom;
 
-EmulatedHost::EmulatedHost(HostConfig config)
+EmulatedHost::EmulatedHost(HostConfig config, scoped_refptr<base::SingleThreadTaskRunner> runner)
     : mConfig(std::move(config)),
       mThread("emulated-host"),
-      mRunner(mThread.task_runner()),
+      mRunner(runner ? std::move(runner) : mThread.task_runner()),
       mConnection(
           mConfig.bridgeVersion, &mLog, mRunner,
           [this](mojom::SensorServiceRequest request) { bindService(std::move(request)); },
@@ -31,7 +31,7 @@ EmulatedHost::EmulatedHost(HostConfig config)
             });
         },
         [this](const TimelineEvent& event) { runTimelineEvent(event); });
-    mThread.Start();
+    if (mRunner == mThread.task_runner()) mThread.Start();
 }
 
 EmulatedHost::~EmulatedHost() {
@@ -124,7 +124,11 @@ void EmulatedHost::startTimeline() {
         const double delayUs = static_cast<double>(event.at.count()) / mConfig.speed;
         mRunner->PostDelayedTask(
             FROM_HERE,
-            base::BindOnce(&EmulatedHost::runTimelineEvent, base::Unretained(this), event),
+            base::BindOnce(
+                [](std::weak_ptr<void> alive, EmulatedHost* host, const TimelineEvent& e) {
+                    if (!alive.expired()) host->runTimelineEvent(e);
+                },
+                std::weak_ptr<void>(mAlive), this, event),
             boundedDelay(base::TimeDelta::FromMicroseconds(
                 static_cast<int64_t>(std::min(delayUs, 9.0e18)))));
     }
@@ -198,6 +202,7 @@ void EmulatedHost::forEachDevice(int32_t device,
 }
 
 void EmulatedHost::teardown() {
+    mAlive.reset();
     mPlayback->stop();
     // The connection first: what goes through a recorder is closed before the services, so
     // closing them is not recorded as the host's doing.

@@ -30,7 +30,10 @@ class EmulatedSensorService;
 // thread.
 class EmulatedHost : public Host {
   public:
-    explicit EmulatedHost(HostConfig config);  // starts the host thread; does not register yet
+    // Starts the host thread, or runs on `runner` when one is given: it must run tasks until the
+    // host is destroyed, on a thread other than the one that destroys it. Does not register yet.
+    explicit EmulatedHost(HostConfig config,
+                          scoped_refptr<base::SingleThreadTaskRunner> runner = nullptr);
     // Unregisters, destroys every endpoint on the host thread, then stops it.
     ~EmulatedHost() override;
     EmulatedHost(const EmulatedHost&) = delete;
@@ -89,9 +92,11 @@ class EmulatedHost : public Host {
     const HostConfig mConfig;
     CallLog mLog;
 
-    // Host thread only. The thread is stopped before any of these goes.
+    // Host thread only. They go after the teardown ran there.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
     std::unique_ptr<Playback> mPlayback;
+    // Reset by the teardown: timeline entries still queued on a shared runner hold it weakly.
+    std::shared_ptr<void> mAlive = std::make_shared<bool>();
 
     base::Thread mThread;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;

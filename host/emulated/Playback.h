@@ -23,7 +23,8 @@ namespace kelvane::host {
 
 class EmulatedSensorDevice;
 
-// Lives on the host thread: created, called and destroyed there.
+// Called on the host's runner only; stop() there before destruction, which may happen on another
+// thread: steps still queued on the runner then find the playback gone and do nothing.
 class Playback {
   public:
     // Calls `fn` on every endpoint of `device` that is reading samples now.
@@ -80,8 +81,10 @@ class Playback {
     bool mStopped = false;
     base::TimeTicks mOrigin;
     uint64_t mGeneration = 0;  // bumped to cancel the planned step
-    int64_t mVirtualUs = 0;    // speed 0: the recorded time reached
-    size_t mNextTimeline = 0;  // speed 0: the first timeline entry not run yet
+    std::shared_ptr<void> mAlive =
+        std::make_shared<bool>();  // reset by stop(); steps hold it weakly
+    int64_t mVirtualUs = 0;        // speed 0: the recorded time reached
+    size_t mNextTimeline = 0;      // speed 0: the first timeline entry not run yet
 };
 
 }  // namespace kelvane::host

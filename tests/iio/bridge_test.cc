@@ -124,5 +124,29 @@ TEST_F(HostTest, NoHostMeansGetSensorsWaitsItsLimitAndFindsNothing) {
     EXPECT_TRUE(sensors(-5).empty());
 }
 
+// A host that shares the Mojo thread cannot have that thread discard what it left queued: its
+// pending timeline entries must find it gone rather than run on freed memory.
+TEST_F(HostTest, HostOnTheMojoThreadLeavesNothingToRunAfterItGoes) {
+    HostConfig config;
+    config.stream = false;
+    config.devices = {accelerometer(1)};
+    host::TimelineEvent closeService;
+    closeService.at = std::chrono::seconds(1);
+    closeService.action = host::TimelineAction::kCloseService;
+    host::TimelineEvent tabletMode;
+    tabletMode.at = std::chrono::seconds(2);
+    config.timeline = {closeService, tabletMode};
+    host = std::make_unique<EmulatedHost>(std::move(config), mojoRunner());
+    host->registerWithBridge();
+    startBridge();
+    ASSERT_TRUE(clock->RunUntilIdle());
+    ASSERT_EQ(sensors(0).size(), 1u);  // set up: the timeline is queued
+
+    releaseLibrary();
+    host.reset();
+    ASSERT_TRUE(clock->FastForwardBy(base::TimeDelta::FromSeconds(3)));
+    EXPECT_TRUE(clock->NextTaskDelay().is_max());
+}
+
 }  // namespace
 }  // namespace kelvane::sensors
