@@ -1,5 +1,6 @@
 #include "vel/VelBridgeSupport.h"
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -48,6 +49,11 @@ class Registry {
     void submit(Request request) {
         std::unique_lock<std::mutex> lock(mMutex);
         if (!mConnect) {
+            // Requests whose bridge went away while no host was there are dropped, so that a
+            // process that keeps creating bridges without a host does not grow this list.
+            mWaiting.erase(std::remove_if(mWaiting.begin(), mWaiting.end(),
+                                          [](const Request& r) { return r.state.expired(); }),
+                           mWaiting.end());
             mWaiting.push_back(std::move(request));
             return;
         }
