@@ -1,5 +1,5 @@
 // An emulated Chrome OS host: serves virtual IIO devices behind the host's Mojo interfaces, on its
-// own thread, with fault injection, and records what it was asked.
+// own thread (or a runner it is given), with fault injection, and records what it was asked.
 #pragma once
 
 #include <chrono>
