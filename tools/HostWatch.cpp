@@ -123,6 +123,12 @@ void HostWatch::handleLocked(const std::string& entry) {
         progressLocked("the library connected over the container bridge");
     } else if (entry == "SensorHalClient.SetUpChannel") {
         progressLocked("sensor service handed to the library");
+    } else if (entry == "SensorService.GetAllDeviceIds") {
+        // The log cannot tell which devices the library is still to ask for, so no line claims
+        // that every device is set up; the grace period, though, starts here.
+        progressLocked(
+            "device list asked for; the library publishes once its enumeration grace "
+            "period ends");
     } else if (startsWith(entry, "SensorService.GetDevice ")) {
         const int32_t device = std::atoi(entry.c_str() + 24);
         Device& d = mDevices[device];
@@ -149,14 +155,6 @@ void HostWatch::handleLocked(const std::string& entry) {
         if (d.step == "GetAttributes" && d.answered) {
             d.ready = true;
             progressLocked("device " + std::to_string(id) + " set up");
-            bool allReady = true;
-            for (const auto& entry : mDevices) allReady = allReady && entry.second.ready;
-            if (allReady && mEnumerating && !mAllReadySaid) {
-                mAllReadySaid = true;
-                progressLocked(
-                    "every device set up; the library publishes once its enumeration grace "
-                    "period ends");
-            }
         }
     } else if (splitId(entry, "close SensorDevice[", &id, &rest)) {
         Device& d = mDevices[id];

@@ -66,7 +66,6 @@ class HostWatch {
     size_t mSeen = 0;                    // guarded by mMutex: log entries handled
     bool mEnumerating = true;            // guarded by mMutex
     bool mConnected = false;             // guarded by mMutex
-    bool mAllReadySaid = false;          // guarded by mMutex
     std::map<int32_t, Device> mDevices;  // guarded by mMutex: by host device id
     std::vector<std::string> mProblems;  // guarded by mMutex
     std::thread mThread;                 // last: starts once everything above exists
