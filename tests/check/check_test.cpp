@@ -1,15 +1,10 @@
 // Runs `iio-subhal check` in a subprocess: against the built-in host every rule passes, skips or
 // reports a deviation, and the JUnit report parses; and every rule FAILs, with its reason, against
 // a host description or a misbehaving sub-HAL that breaks it.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -17,10 +12,12 @@
 #include <string>
 #include <vector>
 
-extern char** environ;
+#include "tests/support/subprocess.h"
 
 namespace {
 
+using kelvane::testing::ProcessOptions;
+using kelvane::testing::ProcessRun;
 using nlohmann::json;
 
 struct CheckRun {
@@ -29,13 +26,6 @@ struct CheckRun {
     std::string out;
     std::string err;
 };
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 class TempFile {
   public:
@@ -52,45 +42,24 @@ class TempFile {
     std::string mPath;
 };
 
-// Runs `program args` with `extraEnv` added to the environment; stdout and stderr go to files.
-int spawnAndWait(const std::string& program, const std::vector<std::string>& args,
-                 const std::vector<std::string>& extraEnv, const std::string& outPath,
-                 const std::string& errPath) {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    std::vector<std::string> all = {program};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& a : all) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    std::vector<std::string> environment = extraEnv;
-    for (char** e = environ; *e != nullptr; ++e) environment.push_back(*e);
-    std::vector<char*> envp;
-    for (std::string& e : environment) envp.push_back(e.data());
-    envp.push_back(nullptr);
-    pid_t pid = -1;
-    const int spawned =
-        posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0) return -1;
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
-    return WEXITSTATUS(status);
+// Runs `program args` with `extraEnv` added to the environment; -1 if it did not exit by itself.
+int runAndCollect(const std::string& program, const std::vector<std::string>& args,
+                  const std::vector<std::string>& extraEnv, std::string* out, std::string* err) {
+    std::vector<std::string> argv = {program};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ProcessOptions options;
+    options.extraEnv = extraEnv;
+    ProcessRun run = kelvane::testing::runProcess(argv, options);
+    *out = std::move(run.out);
+    *err = std::move(run.err);
+    return run.finished && run.exitCode < 128 ? run.exitCode : -1;
 }
 
 CheckRun runCheck(const std::vector<std::string>& args, const std::vector<std::string>& env = {}) {
-    TempFile out;
-    TempFile err;
     std::vector<std::string> all = {"check", "--json"};
     all.insert(all.end(), args.begin(), args.end());
     CheckRun run;
-    run.exitCode = spawnAndWait(IIO_SUBHAL_PATH, all, env, out.path(), err.path());
-    run.out = readFile(out.path());
-    run.err = readFile(err.path());
+    run.exitCode = runAndCollect(IIO_SUBHAL_PATH, all, env, &run.out, &run.err);
     std::stringstream lines(run.out);
     std::string line;
     while (std::getline(lines, line)) {
@@ -130,10 +99,9 @@ void expectFail(const CheckRun& run, const std::string& rule, const std::string&
 }
 
 int xmllint(const std::vector<std::string>& args, std::string* out) {
-    TempFile stdoutFile;
-    TempFile stderrFile;
-    const int code = spawnAndWait(XMLLINT_PATH, args, {}, stdoutFile.path(), stderrFile.path());
-    *out = readFile(stdoutFile.path()) + readFile(stderrFile.path());
+    std::string err;
+    const int code = runAndCollect(XMLLINT_PATH, args, {}, out, &err);
+    *out += err;
     return code;
 }
 
@@ -176,12 +144,11 @@ TEST(CheckTest, BuiltInHostPassesWithTheDesignsDeviationsAndAValidJUnitReport) {
 }
 
 TEST(CheckTest, TableGroupsByRuleAndEndsWithASummary) {
-    TempFile out;
-    TempFile err;
+    std::string table;
+    std::string err;
     const int code =
-        spawnAndWait(IIO_SUBHAL_PATH, {"check", "--rule", "list.*"}, {}, out.path(), err.path());
-    const std::string table = readFile(out.path());
-    EXPECT_EQ(code, 0) << table << readFile(err.path());
+        runAndCollect(IIO_SUBHAL_PATH, {"check", "--rule", "list.*"}, {}, &table, &err);
+    EXPECT_EQ(code, 0) << table << err;
     EXPECT_EQ(table.rfind("RULE", 0), 0u) << table;
     EXPECT_NE(table.find("list.name  "), std::string::npos) << table;
     EXPECT_EQ(table.find("commands."), std::string::npos) << "--rule keeps other rules out";

@@ -28,6 +28,7 @@
 #include "tests/libiio/board.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
+#include "tests/support/subprocess.h"
 #include "tests/support/wait.h"
 #include "vel/MojoProcessSupport.h"
 
@@ -213,20 +214,17 @@ class IiodTest : public ::testing::Test {
         return false;
     }
 
-    // Runs the tool against the board through iiod, or against `host` (tool options) if given;
-    // returns its stdout; `status` gets its exit status.
-    std::string runTool(const std::string& args, int* status, const std::string& host = "") {
-        const std::string source =
-            host.empty() ? " --iio ip:127.0.0.1:" + std::to_string(mPort) : " " + host;
-        const std::string command =
-            std::string(KELVANE_TOOL) + source + " " + args + " 2>/dev/null";
-        FILE* pipe = popen(command.c_str(), "r");
-        std::string out;
-        char chunk[4096];
-        size_t n;
-        while ((n = fread(chunk, 1, sizeof(chunk), pipe)) > 0) out.append(chunk, n);
-        *status = pclose(pipe);
-        return out;
+    // Runs the tool against the board through iiod, or against `source` (tool options) if
+    // given; returns its stdout; `status` gets its exit status.
+    std::string runTool(const std::vector<std::string>& args, int* status,
+                        std::vector<std::string> source = {}) {
+        if (source.empty()) source = {"--iio", "ip:127.0.0.1:" + std::to_string(mPort)};
+        std::vector<std::string> argv = {KELVANE_TOOL};
+        argv.insert(argv.end(), source.begin(), source.end());
+        argv.insert(argv.end(), args.begin(), args.end());
+        testing::ProcessRun run = testing::runProcess(argv);
+        *status = run.finished ? run.exitCode : -1;
+        return run.out;
     }
 
     Board board;
@@ -237,15 +235,15 @@ class IiodTest : public ::testing::Test {
 TEST_F(IiodTest, ToolListsAndStreamsTheBoardOverTheNetwork) {
     ASSERT_TRUE(startIiod()) << "iiod did not start on 127.0.0.1:" << mPort;
     int status = 0;
-    const nlohmann::json list = nlohmann::json::parse(runTool("list --json", &status));
+    const nlohmann::json list = nlohmann::json::parse(runTool({"list", "--json"}, &status));
     EXPECT_EQ(status, 0);
     ASSERT_EQ(list.size(), 5u);
     EXPECT_EQ(list[0]["name"], "Accelerometer (lid)");
     EXPECT_EQ(list[3]["name"], "Magnetometer (base)");
 
     for (int32_t handle : {1, 4}) {
-        const std::string out = runTool("stream --json --sensor " + std::to_string(handle) +
-                                            " --count " + std::to_string(kScansPerDevice),
+        const std::string out = runTool({"stream", "--json", "--sensor", std::to_string(handle),
+                                         "--count", std::to_string(kScansPerDevice)},
                                         &status);
         EXPECT_EQ(status, 0);
         std::vector<nlohmann::json> events;
@@ -272,13 +270,15 @@ TEST_F(IiodTest, RecordingOfTheBoardReplaysTheSameEvents) {
     const int fd = mkstemp(path);
     ASSERT_GE(fd, 0);
     close(fd);
-    const std::string stream =
-        "stream --json --sensor 1 --sensor 4 --count " + std::to_string(2 * kScansPerDevice);
+    const std::vector<std::string> stream = {
+        "stream",   "--json", "--sensor", "1",
+        "--sensor", "4",      "--count",  std::to_string(2 * kScansPerDevice)};
+    std::vector<std::string> recording = stream;
+    recording.insert(recording.end(), {"--record", path});
     int status = 0;
-    const std::string live = runTool(stream + " --record " + path, &status);
+    const std::string live = runTool(recording, &status);
     EXPECT_EQ(status, 0);
-    const std::string replayed =
-        runTool(stream, &status, std::string("--host ") + path + " --speed 0");
+    const std::string replayed = runTool(stream, &status, {"--host", path, "--speed", "0"});
     EXPECT_EQ(status, 0);
     EXPECT_EQ(std::count(live.begin(), live.end(), '\n'), 2 * kScansPerDevice);
     EXPECT_EQ(replayed, live);
@@ -290,10 +290,9 @@ TEST_F(IiodTest, RecordingOfTheBoardReplaysTheSameEvents) {
 TEST_F(IiodTest, BoardPassesTheListAndCommandRules) {
     ASSERT_TRUE(startIiod()) << "iiod did not start on 127.0.0.1:" << mPort;
     int status = 0;
-    const std::string out = runTool(
-        "check --json --quick --rule 'list.*' --rule 'commands.[abdfo]*' "
-        "--rule commands.invalid-handle",
-        &status);
+    const std::string out = runTool({"check", "--json", "--quick", "--rule", "list.*", "--rule",
+                                     "commands.[abdfo]*", "--rule", "commands.invalid-handle"},
+                                    &status);
     EXPECT_EQ(status, 0) << out;
     size_t results = 0;
     size_t start = 0;

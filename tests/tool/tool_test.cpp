@@ -1,11 +1,6 @@
 // Runs the built iio-subhal in a subprocess against emulated hosts, with the built library loaded
 // the way the proxy loads it, and checks what it prints and how it exits.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -19,14 +14,15 @@
 #include <string>
 #include <vector>
 
-extern char** environ;
+#include "tests/support/subprocess.h"
 
 namespace {
 
 using nlohmann::json;
 
-// A run may wait for the host's enumeration and stream for several seconds; sanitizers slow it.
-constexpr std::chrono::seconds kRunLimit{90};
+using kelvane::testing::ProcessOptions;
+using kelvane::testing::ProcessRun;
+using RunOptions = ProcessOptions;
 
 struct ToolRun {
     int exitCode = -1;
@@ -34,17 +30,9 @@ struct ToolRun {
     std::string err;  // empty when merged into `out`
 };
 
-struct RunOptions {
-    // stderr goes to the same pipe as stdout, so that the order of lines is kept.
-    bool merge = false;
-    std::string stdinPath;   // empty: none (EOF at once)
-    std::string stdoutPath;  // a file instead of the pipe; `out` stays empty
-    std::string cwd;         // empty: the test's own
-};
-
 RunOptions merged() {
     RunOptions o;
-    o.merge = true;
+    o.mergeStderr = true;
     return o;
 }
 RunOptions fromStdin(const std::string& path) {
@@ -65,79 +53,14 @@ RunOptions inDir(const std::string& dir) {
 
 // Runs the tool with `args`.
 ToolRun runTool(const std::vector<std::string>& args, const RunOptions& options = {}) {
-    const bool merge = options.merge;
-    ToolRun run;
-    int outPipe[2];
-    int errPipe[2];
-    if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
-        ADD_FAILURE() << "pipe2 failed";
-        return run;
+    std::vector<std::string> argv = {IIO_SUBHAL_PATH};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ProcessRun process = kelvane::testing::runProcess(argv, options);
+    if (!process.started) ADD_FAILURE() << process.err;
+    if (process.started && !process.finished) {
+        ADD_FAILURE() << "iio-subhal did not finish within " << options.limit.count() << " s";
     }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(
-        &actions, STDIN_FILENO, options.stdinPath.empty() ? "/dev/null" : options.stdinPath.c_str(),
-        O_RDONLY, 0);
-    if (options.stdoutPath.empty()) {
-        posix_spawn_file_actions_adddup2(&actions, outPipe[1], STDOUT_FILENO);
-    } else {
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, options.stdoutPath.c_str(),
-                                         O_WRONLY, 0);
-    }
-    if (!options.cwd.empty()) {
-        posix_spawn_file_actions_addchdir_np(&actions, options.cwd.c_str());
-    }
-    posix_spawn_file_actions_adddup2(&actions, merge ? outPipe[1] : errPipe[1], STDERR_FILENO);
-    std::vector<std::string> all = {IIO_SUBHAL_PATH};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& a : all) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    pid_t pid = -1;
-    int spawned = posix_spawn(&pid, IIO_SUBHAL_PATH, &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(outPipe[1]);
-    close(errPipe[1]);
-    if (spawned != 0) {
-        close(outPipe[0]);
-        close(errPipe[0]);
-        ADD_FAILURE() << "cannot start " << IIO_SUBHAL_PATH;
-        return run;
-    }
-
-    const auto deadline = std::chrono::steady_clock::now() + kRunLimit;
-    pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
-    std::string* sinks[2] = {&run.out, &run.err};
-    int open = 2;
-    while (open > 0) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) {
-            ADD_FAILURE() << "iio-subhal did not finish within " << kRunLimit.count() << " s";
-            kill(pid, SIGKILL);
-            break;
-        }
-        if (poll(fds, 2, static_cast<int>(left.count())) < 0) continue;
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-            char buffer[4096];
-            ssize_t n = read(fds[i].fd, buffer, sizeof(buffer));
-            if (n > 0) {
-                sinks[i]->append(buffer, static_cast<size_t>(n));
-            } else {
-                close(fds[i].fd);
-                fds[i].fd = -1;
-                --open;
-            }
-        }
-    }
-    for (pollfd& f : fds) {
-        if (f.fd >= 0) close(f.fd);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return run;
+    return ToolRun{process.exitCode, std::move(process.out), std::move(process.err)};
 }
 
 std::vector<std::string> lines(const std::string& text) {
