@@ -35,17 +35,14 @@ void HostConnection::registerWithBridge() {
         mBridgeVersion,
         base::BindRepeating(
             [](scoped_refptr<base::SingleThreadTaskRunner> runner, HostConnection* connection,
-               std::shared_ptr<bool> shutDown, vel::mojom::VelBridgeHostRequest request) {
+               const LifetimeToken& alive, vel::mojom::VelBridgeHostRequest request) {
+                // Raced the shutdown: closed unanswered.
                 runner->PostTask(FROM_HERE,
-                                 base::BindOnce(
-                                     [](HostConnection* c, std::shared_ptr<bool> gone,
-                                        vel::mojom::VelBridgeHostRequest r) {
-                                         // Raced the shutdown: closed unanswered.
-                                         if (!*gone) c->bindBridge(std::move(r));
-                                     },
-                                     connection, std::move(shutDown), std::move(request)));
+                                 whileAlive(alive, base::BindOnce(&HostConnection::bindBridge,
+                                                                  base::Unretained(connection),
+                                                                  std::move(request))));
             },
-            mRunner, this, mShutDown));
+            mRunner, this, mLifetime.watch()));
 }
 
 void HostConnection::unregister() {
@@ -112,7 +109,7 @@ void HostConnection::closeIioSensorHost() {
 }
 
 void HostConnection::shutDown() {
-    *mShutDown = true;
+    mLifetime.end();
     mInterposed.clear();
     mHalClient.reset();
     mIioSensorHosts.clear();

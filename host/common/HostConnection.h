@@ -14,6 +14,7 @@
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "hardware/sensors/mojom/vel.mojom.h"
 #include "host/common/CallLog.h"
+#include "host/common/Lifetime.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host {
@@ -77,8 +78,7 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
     // Host thread only.
     ServiceInterposer mInterposer;
     std::vector<std::shared_ptr<void>> mInterposed;  // between the client and the backend
-    // Set by shutDown(); shared with the connections queued for the host thread.
-    const std::shared_ptr<bool> mShutDown = std::make_shared<bool>(false);
+    Lifetime mLifetime;  // ended by shutDown(); guards the connections queued for the host thread
     std::vector<std::unique_ptr<mojo::Binding<vel::mojom::VelBridgeHost>>> mBridges;
     vel::mojom::IioSensorInstancePtr mInstance;
     std::vector<std::unique_ptr<mojo::Binding<vel::mojom::IioSensorHost>>> mIioSensorHosts;

@@ -122,15 +122,11 @@ void EmulatedHost::startTimeline() {
     if (mConfig.speed <= 0.0) return;  // the playback runs the timeline among the samples
     for (const TimelineEvent& event : mConfig.timeline) {
         const double delayUs = static_cast<double>(event.at.count()) / mConfig.speed;
-        mRunner->PostDelayedTask(
-            FROM_HERE,
-            base::BindOnce(
-                [](std::weak_ptr<void> alive, EmulatedHost* host, const TimelineEvent& e) {
-                    if (!alive.expired()) host->runTimelineEvent(e);
-                },
-                std::weak_ptr<void>(mAlive), this, event),
-            boundedDelay(base::TimeDelta::FromMicroseconds(
-                static_cast<int64_t>(std::min(delayUs, 9.0e18)))));
+        mRunner->PostDelayedTask(FROM_HERE,
+                                 mLifetime.guard(base::BindOnce(&EmulatedHost::runTimelineEvent,
+                                                                base::Unretained(this), event)),
+                                 boundedDelay(base::TimeDelta::FromMicroseconds(
+                                     static_cast<int64_t>(std::min(delayUs, 9.0e18)))));
     }
 }
 
@@ -202,7 +198,7 @@ void EmulatedHost::forEachDevice(int32_t device,
 }
 
 void EmulatedHost::teardown() {
-    mAlive.reset();
+    mLifetime.end();
     mPlayback->stop();
     // The connection first: what goes through a recorder is closed before the services, so
     // closing them is not recorded as the host's doing.

@@ -17,6 +17,7 @@
 #include "host/common/CallLog.h"
 #include "host/common/Host.h"
 #include "host/common/HostConnection.h"
+#include "host/common/Lifetime.h"
 #include "host/emulated/Playback.h"
 #include "host/emulated/VirtualDevice.h"
 
@@ -95,8 +96,7 @@ class EmulatedHost : public Host {
     // Host thread only. They go after the teardown ran there.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
     std::unique_ptr<Playback> mPlayback;
-    // Reset by the teardown: timeline entries still queued on a shared runner hold it weakly.
-    std::shared_ptr<void> mAlive = std::make_shared<bool>();
+    Lifetime mLifetime;  // ended by the teardown; guards the timeline's entries
 
     base::Thread mThread;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;

@@ -48,17 +48,13 @@ void Playback::wake() {
 void Playback::stop() {
     mStopped = true;
     ++mGeneration;
-    mAlive.reset();
+    mLifetime.end();
 }
 
 void Playback::post(base::TimeDelta delay) {
     mRunner->PostDelayedTask(
         FROM_HERE,
-        base::BindOnce(
-            [](std::weak_ptr<void> alive, Playback* self, uint64_t generation) {
-                if (!alive.expired()) self->step(generation);
-            },
-            std::weak_ptr<void>(mAlive), this, ++mGeneration),
+        mLifetime.guard(base::BindOnce(&Playback::step, base::Unretained(this), ++mGeneration)),
         boundedDelay(delay));
 }
 

@@ -17,6 +17,7 @@
 
 #include "base/single_thread_task_runner.h"
 #include "base/time/time.h"
+#include "host/common/Lifetime.h"
 #include "host/emulated/VirtualDevice.h"
 
 namespace kelvane::host {
@@ -81,10 +82,9 @@ class Playback {
     bool mStopped = false;
     base::TimeTicks mOrigin;
     uint64_t mGeneration = 0;  // bumped to cancel the planned step
-    std::shared_ptr<void> mAlive =
-        std::make_shared<bool>();  // reset by stop(); steps hold it weakly
-    int64_t mVirtualUs = 0;        // speed 0: the recorded time reached
-    size_t mNextTimeline = 0;      // speed 0: the first timeline entry not run yet
+    Lifetime mLifetime;        // ended by stop(); guards the planned step
+    int64_t mVirtualUs = 0;    // speed 0: the recorded time reached
+    size_t mNextTimeline = 0;  // speed 0: the first timeline entry not run yet
 };
 
 }  // namespace kelvane::host
