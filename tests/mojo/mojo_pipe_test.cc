@@ -189,6 +189,36 @@ TEST_F(MojoPipeTest, ReplyIsDroppedWhenTheAskingPointerIsGone) {
     EXPECT_EQ(replies, 0);
 }
 
+TEST_F(MojoPipeTest, AReplyToAPointerThatPassedItsPipeOnReachesNoLaterAsker) {
+    BindHost(MakeClientPipe());
+    RunAndWait(host.task_runner(), [&] { impl.holdReplies = true; });
+    Signal replied;
+    std::vector<std::string> answers;
+    auto record = [&](const char* asker) {
+        return base::BindOnce(
+            [](Signal* s, std::vector<std::string>* a, const char* who, int v) {
+                s->Notify([&] { a->push_back(std::string(who) + " " + std::to_string(v)); });
+            },
+            &replied, &answers, asker);
+    };
+    RunAndWait(client.task_runner(), [&] {
+        ptr->Ask(1, record("first"));
+        // The first owner's callback goes with it; the pipe, and its reply to come, go on.
+        EchoPtr next(ptr.PassInterface());
+        next->Ask(2, record("second"));
+        ptr = std::move(next);
+    });
+    ASSERT_TRUE(RunAndWait(host.task_runner(), [&] {
+        ASSERT_EQ(impl.held.size(), 2u);
+        std::move(impl.held[0]).Run(100);  // answers the first owner's question
+        std::move(impl.held[1]).Run(200);
+    }));
+    ASSERT_TRUE(replied.WaitUntil([&] { return !answers.empty(); }));
+    ASSERT_TRUE(Flush(client.task_runner()));
+    std::lock_guard<std::mutex> lock(replied.mutex());
+    EXPECT_EQ(answers, std::vector<std::string>{"second 200"});
+}
+
 TEST_F(MojoPipeTest, NothingIsDispatchedAfterTheBindingIsDestroyedByAHandler) {
     BindHost(MakeClientPipe());
     RunAndWait(host.task_runner(), [&] {

@@ -87,6 +87,9 @@ class PipeEndpoint : public std::enable_shared_from_this<PipeEndpoint> {
     bool Enqueue(Item item);
     // Under mMutex: marks a drain scheduled and returns the post to make once it is released.
     DrainPost ScheduleDrainLocked();
+    // Dispatches up to 64 items, taking what arrives meanwhile too. So a message that reaches a
+    // pipe whose drain is running can be dispatched before one sent earlier on another pipe of the
+    // same thread, whose drain waits behind: only the order on each pipe is kept.
     void Drain();
     // Whether a drain running now on the calling thread is the current one. Needs either mutex.
     bool DrainIsCurrent() const { return mClient && mRunner->RunsTasksInCurrentSequence(); }

@@ -1,5 +1,6 @@
 #include "mojo/public/cpp/bindings/lib/router.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <utility>
 
@@ -25,6 +26,14 @@ class Responder : public MessageReceiver {
     std::shared_ptr<core::PipeEndpoint> mEndpoint;
     uint64_t mRequestId;
 };
+
+// Request ids are unique in the process, not only per router: a pipe handed on by
+// PassMessagePipe() may still bring replies to its earlier owner's requests, and those must
+// match no request of the new owner (they are dropped, as that owner's callbacks were).
+uint64_t NextRequestId() {
+    static std::atomic<uint64_t> next{1};
+    return next.fetch_add(1, std::memory_order_relaxed);
+}
 
 }  // namespace
 
@@ -54,7 +63,7 @@ bool Router::Accept(Message* message) {
 
 bool Router::AcceptWithResponder(Message* message, std::unique_ptr<MessageReceiver> responder) {
     if (mEncounteredError || !mEndpoint) return false;
-    uint64_t id = mNextRequestId++;
+    const uint64_t id = NextRequestId();
     message->set_request_id(id);
     if (!mEndpoint->WriteToPeer(std::move(*message))) return false;
     mResponders.emplace(id, std::move(responder));

@@ -52,7 +52,6 @@ class Router : public MessageReceiverWithResponder, private core::EndpointClient
     MessageReceiverWithResponder* mIncoming = nullptr;
     ConnectionErrorWithReasonCallback mErrorHandler;
     std::unordered_map<uint64_t, std::unique_ptr<MessageReceiver>> mResponders;
-    uint64_t mNextRequestId = 1;
     bool mEncounteredError = false;
 };
 
