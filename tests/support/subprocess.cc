@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 extern char** environ;
@@ -80,6 +81,7 @@ ProcessRun runProcess(const std::vector<std::string>& argv, const ProcessOptions
             if (fds[i].fd < 0 || fds[i].revents == 0) continue;
             char buffer[4096];
             const ssize_t n = read(fds[i].fd, buffer, sizeof(buffer));
+            if (n < 0 && errno == EINTR) continue;
             if (n > 0) {
                 sinks[i]->append(buffer, static_cast<size_t>(n));
                 if (options.onOutput) options.onOutput(pid, run);
