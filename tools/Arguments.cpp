@@ -76,6 +76,15 @@ std::string parseDuration(const std::string& text, std::optional<double>* second
     return {};
 }
 
+std::string parseSpeed(const std::string& text, double* speed) {
+    double value = 0;
+    if (!parseNumber(text, &value) || value < 0 || value > kMaxSpeed) {
+        return "expected a factor from 0 to 1000000 (0: no waiting), got " + quoted(text);
+    }
+    *speed = value;
+    return {};
+}
+
 std::string parseCount(const std::string& text, uint64_t* count) {
     const std::string expected = "expected a whole number of events, 1 or more, got ";
     if (!isDigits(text)) return expected + quoted(text);

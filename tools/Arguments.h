@@ -20,6 +20,9 @@ std::string parseRate(const std::string& text, int64_t* periodNs);
 std::string parsePeriodNs(const std::string& text, int64_t* periodNs);
 // Seconds >= 0; 0 means no limit (nullopt), and so does anything beyond a century.
 std::string parseDuration(const std::string& text, std::optional<double>* seconds);
+// How many times faster host time runs: 0 (no waiting) to kMaxSpeed.
+constexpr double kMaxSpeed = 1e6;
+std::string parseSpeed(const std::string& text, double* speed);
 // A whole number of events, at least 1.
 std::string parseCount(const std::string& text, uint64_t* count);
 // A sensor handle: decimal, no sign other than '-', no leading zeros. Empty error and false

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Arguments.h"
 #include "Command.h"
 #include "CommandLine.h"
 #include "Session.h"
@@ -78,7 +79,12 @@ int main(int argc, char** argv) {
                    "host time runs this many times faster: recorded samples and the timeline "
                    "(default 1; 0: no waiting)")
         ->type_name("X")
-        ->check(CLI::Range(0.0, 1e6));
+        ->check(CLI::Validator(
+            [](std::string& text) {
+                double speed = 0;
+                return parseSpeed(text, &speed);
+            },
+            "X"));
 
     std::vector<Subcommand> subcommands;
     for (const CommandEntry& entry : kCommands) {

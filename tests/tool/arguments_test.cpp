@@ -35,6 +35,20 @@ TEST(ArgumentsTest, RatesAndPeriodsNeverTurnIntoAnotherRequest) {
     EXPECT_EQ(parseRate("1e-10", &period),
               "1e-10 Hz is slower than the slowest accepted, 0.001 Hz (a period of 1000 s)");
 
+    // A nan speed passed a range check and made the host's delays undefined.
+    double speed = -1;
+    EXPECT_EQ(parseSpeed("0", &speed), "");
+    EXPECT_EQ(speed, 0.0);
+    EXPECT_EQ(parseSpeed("2.5", &speed), "");
+    EXPECT_EQ(speed, 2.5);
+    for (const char* bad : {"nan", "inf", "-1", "1e7", "", "x"}) {
+        EXPECT_EQ(
+            parseSpeed(bad, &speed),
+            std::string("expected a factor from 0 to 1000000 (0: no waiting), got \"") + bad + "\"")
+            << bad;
+    }
+    EXPECT_EQ(speed, 2.5);
+
     EXPECT_EQ(parsePeriodNs("1", &period), "");
     EXPECT_EQ(period, 1);
     EXPECT_EQ(parsePeriodNs("1000000000000", &period), "");
