@@ -42,7 +42,7 @@ class TempFile {
     std::string mPath;
 };
 
-// Runs `program args` with `extraEnv` added to the environment; -1 if it did not exit by itself.
+// Runs `program args` with `extraEnv` added to the environment; -1 if it had to be killed.
 int runAndCollect(const std::string& program, const std::vector<std::string>& args,
                   const std::vector<std::string>& extraEnv, std::string* out, std::string* err) {
     std::vector<std::string> argv = {program};
@@ -52,7 +52,7 @@ int runAndCollect(const std::string& program, const std::vector<std::string>& ar
     ProcessRun run = kelvane::testing::runProcess(argv, options);
     *out = std::move(run.out);
     *err = std::move(run.err);
-    return run.finished && run.exitCode < 128 ? run.exitCode : -1;
+    return run.finished ? run.exitCode : -1;
 }
 
 CheckRun runCheck(const std::vector<std::string>& args, const std::vector<std::string>& env = {}) {
