@@ -47,8 +47,7 @@ void Playback::wake() {
 
 void Playback::stop() {
     mStopped = true;
-    ++mGeneration;
-    mLifetime.end();
+    mLifetime.end();  // the planned step, if any, does nothing
 }
 
 void Playback::post(base::TimeDelta delay) {
@@ -136,7 +135,7 @@ bool Playback::advanceVirtualTime() {
 }
 
 void Playback::step(uint64_t generation) {
-    if (generation != mGeneration || mStopped) return;
+    if (generation != mGeneration) return;
     if (!sendDue(nowUs())) {
         post(base::TimeDelta());
         return;

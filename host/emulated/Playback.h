@@ -81,7 +81,7 @@ class Playback {
     bool mStarted = false;
     bool mStopped = false;
     base::TimeTicks mOrigin;
-    uint64_t mGeneration = 0;  // bumped to cancel the planned step
+    uint64_t mGeneration = 0;  // bumped by each post: only the latest planned step runs
     Lifetime mLifetime;        // ended by stop(); guards the planned step
     int64_t mVirtualUs = 0;    // speed 0: the recorded time reached
     size_t mNextTimeline = 0;  // speed 0: the first timeline entry not run yet
