@@ -10,8 +10,9 @@
 
 #include "Output.h"
 #include "host/common/Recorder.h"
+#include "host/description/BuiltInHost.h"
+#include "host/description/DescriptionReader.h"
 #include "host/emulated/EmulatedHost.h"
-#include "host/emulated/HostDescription.h"
 #include "host/libiio/LibiioHost.h"
 
 namespace kelvane::tools {

@@ -19,6 +19,7 @@
 #include "base/time/time.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "host/common/HostConnection.h"
+#include "host/description/HostConfig.h"
 
 namespace kelvane::host {
 
@@ -40,9 +41,10 @@ class Recorder {
     // For Host::setServiceInterposer: a tap of this recorder on every service the host hands out.
     HostConnection::ServiceInterposer interposer();
 
-    // The recording so far, as a host description (docs/tool.md): one line per sample.
-    std::string description() const;
-    // Writes description() to `path`. On failure returns false and sets *error to one line.
+    // The recording so far, as a host description: devices in id order, a copy of every sample.
+    HostConfig description() const;
+    // Writes description() to `path` through the description writer. On failure returns false
+    // and sets *error to one line.
     bool write(const std::string& path, std::string* error) const;
 
     // What the taps report.
@@ -65,39 +67,22 @@ class Recorder {
 
   private:
     struct Device {
-        std::vector<int32_t> types;
-        std::optional<std::vector<std::string>> channels;
-        std::map<std::string, std::optional<std::string>> attributes;
-        std::vector<std::pair<double, double>> frequencyAnswers;  // one per requested rate
-        std::set<int32_t> failChannels;
+        VirtualDevice served;            // id, types, channels, attributes, frequency answers
+        std::set<int32_t> failChannels;  // every channel ever reported failed to enable
         bool channelsPending = false;    // asked, not answered yet
         bool attributesPending = false;  // asked, not answered yet
         bool lost = false;
-        // Samples, flat: per sample its time and where its entries end.
-        std::vector<int64_t> atUs;
-        std::vector<size_t> ends;
-        std::vector<int32_t> keys;
-        std::vector<int64_t> values;
-        std::vector<size_t> restarts;  // samples that went to a newer observer than the last
-        uint64_t lastObserver = 0;     // the observer of the last sample
-    };
-    struct Event {
-        int64_t atUs;
-        std::string action;  // as in a description's timeline
-        int32_t device = 0;
-        int32_t error = 0;
-        uint32_t reason = 0;
-        std::string description;
+        TimedSamples samples;       // columns: every channel any sample held, in index order
+        uint64_t lastObserver = 0;  // the observer of the last sample
     };
 
     int64_t nowUsLocked() const;
-    Device& deviceLocked(int32_t id) { return mDevices[id]; }
-    void writeDeviceLocked(std::string& out, int32_t id, const Device& device) const;
+    Device& deviceLocked(int32_t id);
 
     mutable std::mutex mMutex;
     std::optional<base::TimeTicks> mStart;  // guarded by mMutex: the first interpose()
     std::map<int32_t, Device> mDevices;     // guarded by mMutex
-    std::vector<Event> mTimeline;           // guarded by mMutex
+    std::vector<TimelineEvent> mTimeline;   // guarded by mMutex
     uint64_t mObservers = 0;                // guarded by mMutex: serials handed out
 };
 

@@ -19,7 +19,7 @@
 #include "host/common/HostConnection.h"
 #include "host/common/Lifetime.h"
 #include "host/emulated/Playback.h"
-#include "host/emulated/VirtualDevice.h"
+#include "host/description/HostConfig.h"
 
 namespace kelvane::host {
 

@@ -13,7 +13,7 @@
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "host/common/CallLog.h"
 #include "host/emulated/EmulatedSensorDevice.h"
-#include "host/emulated/VirtualDevice.h"
+#include "host/description/HostConfig.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host {

@@ -18,7 +18,7 @@
 #include "base/single_thread_task_runner.h"
 #include "base/time/time.h"
 #include "host/common/Lifetime.h"
-#include "host/emulated/VirtualDevice.h"
+#include "host/description/HostConfig.h"
 
 namespace kelvane::host {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/containers/flat_map.h"
-#include "host/emulated/VirtualDevice.h"
+#include "host/description/HostConfig.h"
 
 namespace kelvane::host {
 

@@ -10,8 +10,9 @@
 
 #include "IioSensorSubHal.h"
 #include "host/common/Recorder.h"
+#include "host/description/DescriptionReader.h"
+#include "host/description/DescriptionWriter.h"
 #include "host/emulated/EmulatedHost.h"
-#include "host/emulated/HostDescription.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
 
@@ -68,7 +69,9 @@ class RecordReplayTest : public ::testing::Test {
     HostConfig replayOf(const Recorder& recorder, double speed) {
         HostConfig config;
         std::string error;
-        EXPECT_TRUE(host::parseHostDescription(recorder.description(), &config, &error)) << error;
+        EXPECT_TRUE(host::parseHostDescription(host::hostDescriptionText(recorder.description()),
+                                               &config, &error))
+            << error;
         config.speed = speed;
         return config;
     }
@@ -161,7 +164,7 @@ TEST_F(RecordReplayTest, HostFaultsReplayAtTheirPlaceAmongTheSamples) {
     ASSERT_TRUE(logs.waitFor("IioSensorDevice 3: SensorDevice connection lost"));
     stop();
 
-    const std::string text = recorder.description();
+    const std::string text = host::hostDescriptionText(recorder.description());
     HostConfig replay = replayOf(recorder, 0.0);
     ASSERT_EQ(replay.timeline.size(), 2u) << text;
     EXPECT_EQ(replay.timeline[0].action, host::TimelineAction::kObserverError);

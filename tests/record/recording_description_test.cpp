@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "host/emulated/HostDescription.h"
+#include "host/description/DescriptionReader.h"
 
 namespace kelvane::host {
 namespace {

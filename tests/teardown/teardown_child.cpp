@@ -26,8 +26,8 @@
 
 #include "base/bind.h"
 #include "base/location.h"
+#include "host/description/BuiltInHost.h"
 #include "host/emulated/EmulatedHost.h"
-#include "host/emulated/HostDescription.h"
 #include "vel/MojoProcessSupport.h"
 
 namespace {

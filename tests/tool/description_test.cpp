@@ -6,7 +6,8 @@
 #include <fstream>
 #include <string>
 
-#include "host/emulated/HostDescription.h"
+#include "host/description/BuiltInHost.h"
+#include "host/description/DescriptionReader.h"
 
 namespace kelvane::host {
 namespace {

@@ -1,4 +1,6 @@
-// What the emulated host serves and what it does over time: plain configuration, no behaviour.
+// A host description's contents: which IIO devices a host serves and what it does to them over
+// time. Plain data, no behaviour: the emulated host serves it, the recorder builds one from what a
+// real host served, DescriptionReader and DescriptionWriter turn it into text and back.
 #pragma once
 
 #include <chrono>
@@ -79,5 +81,32 @@ struct HostConfig {
     // by it. 0: no waiting at all, recorded samples go out as fast as they can be sent.
     double speed = 1.0;
 };
+
+// Equality of every field, for round trips; a new field joins its struct's comparison.
+inline bool operator==(const TimedSamples& a, const TimedSamples& b) {
+    return a.channels == b.channels && a.atUs == b.atUs && a.values == b.values &&
+           a.present == b.present && a.restarts == b.restarts;
+}
+
+inline bool operator==(const VirtualDevice& a, const VirtualDevice& b) {
+    const bool sameTimed = a.timedSamples == b.timedSamples ||
+                           (a.timedSamples && b.timedSamples && *a.timedSamples == *b.timedSamples);
+    return a.id == b.id && a.types == b.types && a.channels == b.channels &&
+           a.attributes == b.attributes && a.samples == b.samples && sameTimed &&
+           a.frequencyAnswers == b.frequencyAnswers && a.maxFrequency == b.maxFrequency &&
+           a.failChannels == b.failChannels && a.stall == b.stall && a.closeAt == b.closeAt &&
+           a.replyDelay == b.replyDelay;
+}
+
+inline bool operator==(const TimelineEvent& a, const TimelineEvent& b) {
+    return a.at == b.at && a.action == b.action && a.device == b.device && a.error == b.error &&
+           a.reason == b.reason && a.description == b.description && a.on == b.on;
+}
+
+inline bool operator==(const HostConfig& a, const HostConfig& b) {
+    return a.bridgeVersion == b.bridgeVersion && a.devices == b.devices &&
+           a.timeline == b.timeline && a.autoSetUpChannel == b.autoSetUpChannel &&
+           a.stream == b.stream && a.speed == b.speed;
+}
 
 }  // namespace kelvane::host

@@ -1,11 +1,11 @@
-// A host described in JSON, for the command-line bench: which IIO devices the emulated host serves
-// and what it does to them over time. The format is documented in docs/tool.md.
+// Reads host descriptions (docs/tool.md), hand-written or recorded, into a HostConfig; every
+// refusal is one line naming where the text is at fault. DescriptionWriter writes them.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
-#include "host/emulated/VirtualDevice.h"
+#include "host/description/HostConfig.h"
 
 namespace kelvane::host {
 
@@ -23,9 +23,5 @@ constexpr size_t kMaxDescriptionBytes = size_t{512} << 20;
 // directory, not a host description").
 bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error,
                          size_t limit = kMaxDescriptionBytes);
-
-// The host used when no description is given: accelerometer, gyroscope and magnetometer in the
-// lid, ambient light in the base and a gravity sensor, all streaming generated samples.
-HostConfig builtInHost();
 
 }  // namespace kelvane::host

@@ -1,4 +1,4 @@
-#include "host/emulated/JsonReader.h"
+#include "host/description/JsonReader.h"
 
 #include <unistd.h>
 
