@@ -1,22 +1,30 @@
 #include "EventQueue.h"
 
+#include <utils/SystemClock.h>
+
 namespace kelvane::tools {
 
 void EventQueue::push(const std::vector<Event>& events) {
     if (events.empty()) return;
+    const int64_t now = android::elapsedRealtimeNano();
     {
         std::lock_guard<std::mutex> lock(mMutex);
         mEvents.insert(mEvents.end(), events.begin(), events.end());
+        mReceivedNs.insert(mReceivedNs.end(), events.size(), now);
     }
     mCv.notify_all();
 }
 
-std::vector<EventQueue::Event> EventQueue::takeUntil(
-    std::chrono::steady_clock::time_point deadline) {
+std::vector<EventQueue::Event> EventQueue::takeUntil(std::chrono::steady_clock::time_point deadline,
+                                                     std::vector<int64_t>* receivedNs) {
     std::unique_lock<std::mutex> lock(mMutex);
     mCv.wait_until(lock, deadline, [this] { return !mEvents.empty(); });
     std::vector<Event> taken(mEvents.begin(), mEvents.end());
+    if (receivedNs != nullptr) {
+        receivedNs->insert(receivedNs->end(), mReceivedNs.begin(), mReceivedNs.end());
+    }
     mEvents.clear();
+    mReceivedNs.clear();
     return taken;
 }
 

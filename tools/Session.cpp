@@ -94,6 +94,16 @@ int Session::open(const CommonOptions& options) {
     } else if (!loadDescription(options.hostFile, &config)) {
         return kExitUsage;
     }
+    // Every context but this machine's reads a board with its own clock.
+    mRemoteClock = !options.iioUri.empty() && options.iioUri.rfind("local:", 0) != 0;
+    for (const host::VirtualDevice& device : config.devices) {
+        if (!device.timedSamples) continue;
+        RecordedDevice recorded{device.types, {}};
+        for (const auto& answer : device.frequencyAnswers) {
+            recorded.requestedHz.push_back(answer.first);
+        }
+        mRecorded.push_back(std::move(recorded));
+    }
     if (!options.log) silenceLibraryLogs();
     const uint32_t offeredVersion = config.bridgeVersion;
 

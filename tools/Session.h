@@ -40,6 +40,12 @@ struct CommonOptions {
 void printError(const std::string& message);
 void printWarning(const std::string& message);
 
+// What a host description says of a device that replays recorded samples.
+struct RecordedDevice {
+    std::vector<int32_t> types;       // host device-type codes, host order
+    std::vector<double> requestedHz;  // the SetFrequency requests it recorded, in order
+};
+
 class Session {
   public:
     using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
@@ -72,6 +78,10 @@ class Session {
     bool json() const { return mJson; }
     // What went wrong on the host side so far, one line each.
     std::vector<std::string> hostProblems() const;
+    // The devices of the host description that replay recorded samples.
+    const std::vector<RecordedDevice>& recordedDevices() const { return mRecorded; }
+    // Whether sample timestamps come from another machine's clock (a board reached by libiio).
+    bool remoteClock() const { return mRemoteClock; }
 
   private:
     void fetchSensors();
@@ -85,6 +95,8 @@ class Session {
     std::vector<SensorInfo> mSensors;
     std::vector<SensorInfo> mPublished;
     bool mJson = false;
+    std::vector<RecordedDevice> mRecorded;
+    bool mRemoteClock = false;
 };
 
 }  // namespace kelvane::tools

@@ -2,6 +2,7 @@
 
 #include <fnmatch.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <set>
 
@@ -16,6 +17,34 @@ using android::hardware::sensors::V1_0::Result;
 using android::hardware::sensors::V1_0::SensorFlagBits;
 using android::hardware::sensors::V2_1::SensorType;
 using Clock = std::chrono::steady_clock;
+
+// The host device-type code the library publishes as `type`; 0 if none.
+int32_t hostTypeOf(SensorType type) {
+    switch (type) {
+        case SensorType::ACCELEROMETER:
+            return 1;
+        case SensorType::GYROSCOPE:
+            return 2;
+        case SensorType::LIGHT:
+            return 3;
+        case SensorType::MAGNETIC_FIELD:
+            return 5;
+        case SensorType::GRAVITY:
+            return 11;
+        default:
+            return 0;
+    }
+}
+
+// The library publishes a device as its first type it supports.
+bool publishedAs(const RecordedDevice& device, SensorType type) {
+    for (int32_t code : device.types) {
+        if (code == 1 || code == 2 || code == 3 || code == 5 || code == 11) {
+            return code == hostTypeOf(type);
+        }
+    }
+    return false;
+}
 
 }  // namespace
 
@@ -103,16 +132,17 @@ void CheckRun::note(const std::vector<Event>& events) {
     }
 }
 
-std::vector<Event> CheckRun::collectFor(milliseconds duration) {
-    return collectUntil([](const std::vector<Event>&) { return false; }, duration);
+std::vector<Event> CheckRun::collectFor(milliseconds duration, std::vector<int64_t>* receivedNs) {
+    return collectUntil([](const std::vector<Event>&) { return false; }, duration, receivedNs);
 }
 
 std::vector<Event> CheckRun::collectUntil(
-    const std::function<bool(const std::vector<Event>&)>& done, milliseconds limit) {
+    const std::function<bool(const std::vector<Event>&)>& done, milliseconds limit,
+    std::vector<int64_t>* receivedNs) {
     const auto deadline = Clock::now() + limit;
     std::vector<Event> all;
     while (!done(all) && Clock::now() < deadline) {
-        std::vector<Event> taken = mCurrent->queue().takeUntil(deadline);
+        std::vector<Event> taken = mCurrent->queue().takeUntil(deadline, receivedNs);
         note(taken);
         all.insert(all.end(), taken.begin(), taken.end());
     }
@@ -152,6 +182,24 @@ uint64_t CheckRun::wakelockMismatches() const {
     uint64_t total = 0;
     for (const auto& callback : mCallbacks) total += callback->wakelockMismatches();
     return total;
+}
+
+bool CheckRun::isReplay(const SensorInfo& sensor) const {
+    for (const RecordedDevice& device : mSession.recordedDevices()) {
+        if (publishedAs(device, sensor.type)) return true;
+    }
+    return false;
+}
+
+std::vector<double> CheckRun::recordedRates(const SensorInfo& sensor) const {
+    std::vector<double> rates;
+    for (const RecordedDevice& device : mSession.recordedDevices()) {
+        if (!publishedAs(device, sensor.type)) continue;
+        for (double hz : device.requestedHz) {
+            if (std::find(rates.begin(), rates.end(), hz) == rates.end()) rates.push_back(hz);
+        }
+    }
+    return rates;
 }
 
 const SensorInfo* CheckRun::defaultSensor(SensorType type) const {

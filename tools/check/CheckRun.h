@@ -22,6 +22,7 @@ using std::chrono::milliseconds;
 
 struct CheckOptions {
     bool quick = false;              // shorter stream rules, for CI
+    bool hifi = false;               // enforce the high-fidelity bounds (jitter, tighter sigma)
     std::string junitFile;           // empty: no JUnit report
     std::vector<std::string> rules;  // glob patterns on rule ids; empty: every rule
 };
@@ -38,6 +39,12 @@ class CheckRun {
     const std::vector<SensorInfo>& sensors() const { return mSession.sensors(); }
     const std::vector<SensorInfo>& published() const { return mSession.published(); }
     bool quick() const { return mOptions.quick; }
+    bool hifi() const { return mOptions.hifi; }
+    // Whether `sensor`'s events replay a recording, and the rates (Hz) it was recorded at.
+    bool isReplay(const SensorInfo& sensor) const;
+    std::vector<double> recordedRates(const SensorInfo& sensor) const;
+    // Whether event timestamps are on another machine's clock than the receive times.
+    bool remoteClock() const { return mSession.remoteClock(); }
 
     // Whether --rule selected `rule`.
     bool wants(const std::string& rule) const;
@@ -53,10 +60,12 @@ class CheckRun {
 
     // Events posted to the current callback. Every event taken is also fed to the run-wide
     // timestamp book.
-    std::vector<Event> collectFor(milliseconds duration);
-    // Until `done(all events so far)` holds or `limit` passes.
+    std::vector<Event> collectFor(milliseconds duration,
+                                  std::vector<int64_t>* receivedNs = nullptr);
+    // Until `done(all events so far)` holds or `limit` passes. With `receivedNs`, appends each
+    // returned event's receive time (boot-time clock) there.
     std::vector<Event> collectUntil(const std::function<bool(const std::vector<Event>&)>& done,
-                                    milliseconds limit);
+                                    milliseconds limit, std::vector<int64_t>* receivedNs = nullptr);
     // Waits until no event has arrived for `quiet` (at most `limit`), so that a stopped stream's
     // last events do not leak into the next step.
     std::vector<Event> settle(milliseconds quiet = milliseconds(150),

@@ -1,0 +1,69 @@
+// Android's compatibility-suite statistics over one sensor's stream, as pure functions: each
+// takes what was measured and returns the verdict with the measured value next to the bound.
+// No threads, no sub-HAL: the rule runner (CtsRules) collects the streams and calls these.
+#pragma once
+
+#include <android/hardware/sensors/2.1/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "check/CheckResult.h"
+
+namespace kelvane::tools::check::stats {
+
+using android::hardware::sensors::V2_1::SensorInfo;
+using android::hardware::sensors::V2_1::SensorType;
+
+// One sensor event as the statistics need it.
+struct Sample {
+    int64_t timestampNs = 0;  // the event's timestamp
+    int64_t receivedNs = 0;   // when it reached the proxy callback, same clock as the timestamp
+    float x = 0, y = 0, z = 0;
+};
+
+// What a stream was asked to be.
+struct Expectation {
+    int64_t periodNs = 0;   // the expected period P (the request clamped to [minDelay, maxDelay])
+    int64_t latencyNs = 0;  // the requested report latency R
+    std::string rate;       // how the request reads in details: "50 Hz", "FASTEST"
+};
+
+// The slowest period a continuous sensor may stream at: P / 0.9.
+double slowestPeriodNs(int64_t periodNs);
+
+// Each timestamp later than every earlier one. Needs 2 events.
+Outcome ordering(const std::vector<Sample>& samples);
+// 0.9 f < (N - 1) / (t_last - t_first) < 2.2 f. Needs 2 events.
+Outcome frequency(const std::vector<Sample>& samples, const Expectation& expected);
+// Intervals after event 0 longer than 1.8 P: at most ceil(min(20, 0.02 N)). Needs 3 events.
+Outcome gaps(const std::vector<Sample>& samples, const Expectation& expected);
+// Spread between the 2.5th and 97.5th percentile of the intervals <= 4 % of P; a spread over the
+// bound FAILs only when `enforce`d (high fidelity), and is otherwise reported as a SKIP. Needs
+// 40 intervals.
+Outcome jitter(const std::vector<Sample>& samples, const Expectation& expected, bool enforce);
+// No timestamp after its receive time.
+Outcome notInFuture(const std::vector<Sample>& samples);
+// Receive time - timestamp <= 1 s + 1.1 R + 2.5 Pmax for every event.
+Outcome age(const std::vector<Sample>& samples, const Expectation& expected);
+// At rest: the mean norm is 9.80665 +- 1.5 m/s^2 (accelerometer), at most 1.5 rad/s (gyroscope).
+Outcome magnitude(const std::vector<Sample>& samples, SensorType type);
+// At rest: each axis' sample standard deviation at most 1.0 m/s^2 (accelerometer) or 0.5 rad/s
+// (gyroscope); with `hifi`, 2 sqrt(f) 0.003924 m/s^2, 2 sqrt(f) 0.014 pi/180 rad/s and 2.0 uT
+// (magnetometer, judged only then). Needs 2 events.
+Outcome standardDeviation(const std::vector<Sample>& samples, SensorType type,
+                          const Expectation& expected, bool hifi);
+// An event within the first 2 s after `startNs` and one after. `streamNs` is how long the
+// stream ran; the rule needs more than 2 s.
+Outcome initialValue(const std::vector<Sample>& samples, int64_t startNs, int64_t streamNs);
+// Without a FIFO: N >= 0.8 (T - max(1 s, 0.4 s + 2 Pmax) - 1 s) / P over a run of T.
+Outcome eventCount(size_t events, int64_t runNs, const Expectation& expected);
+
+// Static: minDelay at most 10,000 us (accelerometer, gyroscope) or 100,000 us (magnetometer).
+Outcome minDelay(const SensorInfo& sensor);
+// Static: resolution between 2.001 maxRange / 2^24 and 2.001 maxRange / 2^12 (accelerometer,
+// gyroscope) or 0.6 uT (magnetometer).
+Outcome resolution(const SensorInfo& sensor);
+
+}  // namespace kelvane::tools::check::stats
