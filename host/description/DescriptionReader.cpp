@@ -308,11 +308,106 @@ bool readAttributes(Reader& r, const json& value, const std::string& path,
     return true;
 }
 
+// {"accel_x": 2.0, ...}: finite numbers by channel id, at least `min`.
+bool readChannelNumbers(Reader& r, const json& value, const std::string& path, double min,
+                        std::map<std::string, double>* out) {
+    if (!value.is_object()) return r.fail(path, "expected an object of numbers by channel id");
+    for (const auto& item : value.items()) {
+        const std::string itemPath = child(path, item.key());
+        double number = 0.0;
+        if (!r.number(item.value(), itemPath, &number)) return false;
+        if (!std::isfinite(number) || number < min) {
+            return r.fail(itemPath,
+                          min == 0.0 ? "must be a finite number >= 0" : "must be a finite number");
+        }
+        (*out)[item.key()] = number;
+    }
+    return true;
+}
+
+// A duration of 0 to 10^12 ms, fractions down to the microsecond.
+bool milliseconds(Reader& r, const json& value, const std::string& path,
+                  std::chrono::microseconds* out) {
+    double ms = 0.0;
+    if (!r.number(value, path, &ms)) return false;
+    if (!(ms >= 0.0 && ms <= 1e12)) return r.fail(path, "must be 0 to 10^12 milliseconds");
+    *out = std::chrono::microseconds(std::llround(ms * 1000.0));
+    return true;
+}
+
+bool readFaults(Reader& r, const json& value, const std::string& path, StreamFaults* out) {
+    if (!r.object(value, path,
+                  {"jitterUs", "dropEvery", "dropBurst", "rateFactor", "timestampClock",
+                   "timestampOffsetMs", "stuck", "noise"})) {
+        return false;
+    }
+    StreamFaults faults;
+    int64_t number = 0;
+    if (value.contains("jitterUs")) {
+        if (!r.integer(value["jitterUs"], child(path, "jitterUs"), 0, 1000000000, &number)) {
+            return false;
+        }
+        faults.jitter = std::chrono::microseconds(number);
+    }
+    if (value.contains("dropEvery")) {
+        if (!r.integer(value["dropEvery"], child(path, "dropEvery"), 1, kInt32Max, &number)) {
+            return false;
+        }
+        faults.dropEvery = static_cast<uint32_t>(number);
+    }
+    if (value.contains("dropBurst")) {
+        const json& burst = value["dropBurst"];
+        const std::string burstPath = child(path, "dropBurst");
+        if (!r.object(burst, burstPath, {"fromMs", "forMs"}) ||
+            !r.require(burst, burstPath, "fromMs") || !r.require(burst, burstPath, "forMs") ||
+            !milliseconds(r, burst["fromMs"], child(burstPath, "fromMs"), &faults.dropFrom) ||
+            !milliseconds(r, burst["forMs"], child(burstPath, "forMs"), &faults.dropFor)) {
+            return false;
+        }
+    }
+    if (value.contains("rateFactor")) {
+        const std::string factorPath = child(path, "rateFactor");
+        if (!r.number(value["rateFactor"], factorPath, &faults.rateFactor)) return false;
+        if (!(faults.rateFactor > 0.0) || !std::isfinite(faults.rateFactor)) {
+            return r.fail(factorPath, "must be a positive number");
+        }
+    }
+    if (value.contains("timestampClock")) {
+        size_t which = 0;
+        if (!r.choice(value["timestampClock"], child(path, "timestampClock"),
+                      {"boottime", "realtime", "monotonic"}, &which)) {
+            return false;
+        }
+        constexpr TimestampClock kClocks[] = {TimestampClock::kBoottime, TimestampClock::kRealtime,
+                                              TimestampClock::kMonotonic};
+        faults.clock = kClocks[which];
+    }
+    if (value.contains("timestampOffsetMs")) {
+        const std::string offsetPath = child(path, "timestampOffsetMs");
+        double ms = 0.0;
+        if (!r.number(value["timestampOffsetMs"], offsetPath, &ms)) return false;
+        if (!(std::fabs(ms) <= 1e12)) {
+            return r.fail(offsetPath, "must be a number of milliseconds within +-10^12");
+        }
+        faults.timestampOffset = std::chrono::microseconds(std::llround(ms * 1000.0));
+    }
+    if (value.contains("stuck") &&
+        !readChannelNumbers(r, value["stuck"], child(path, "stuck"), -INFINITY, &faults.stuck)) {
+        return false;
+    }
+    if (value.contains("noise") &&
+        !readChannelNumbers(r, value["noise"], child(path, "noise"), 0.0, &faults.noise)) {
+        return false;
+    }
+    *out = std::move(faults);
+    return true;
+}
+
 bool readDevice(Reader& r, const json& value, const std::string& path, VirtualDevice* out) {
     if (!r.object(
             value, path,
             {"id", "types", "channels", "attributes", "samples", "timedSamples", "maxFrequency",
-             "frequencyAnswers", "failChannels", "stall", "closeAt", "replyDelayMs"}) ||
+             "frequencyAnswers", "failChannels", "stall", "closeAt", "replyDelayMs", "faults"}) ||
         !r.require(value, path, "id") || !r.require(value, path, "types")) {
         return false;
     }
@@ -389,6 +484,10 @@ bool readDevice(Reader& r, const json& value, const std::string& path, VirtualDe
             return false;
         }
         device.replyDelay = std::chrono::milliseconds(delay);
+    }
+    if (value.contains("faults") &&
+        !readFaults(r, value["faults"], child(path, "faults"), &device.faults)) {
+        return false;
     }
     *out = std::move(device);
     return true;

@@ -73,6 +73,25 @@ const char* actionName(TimelineAction action) {
 }
 
 // Everything of a device but its timed samples.
+json faultsJson(const StreamFaults& f) {
+    json out = json::object();
+    if (f.jitter.count() != 0) out["jitterUs"] = f.jitter.count();
+    if (f.dropEvery != 0) out["dropEvery"] = f.dropEvery;
+    if (f.dropFor.count() != 0 || f.dropFrom.count() != 0) {
+        out["dropBurst"] = {{"fromMs", static_cast<double>(f.dropFrom.count()) / 1000.0},
+                            {"forMs", static_cast<double>(f.dropFor.count()) / 1000.0}};
+    }
+    if (f.rateFactor != 1.0) out["rateFactor"] = f.rateFactor;
+    if (f.clock == TimestampClock::kRealtime) out["timestampClock"] = "realtime";
+    if (f.clock == TimestampClock::kMonotonic) out["timestampClock"] = "monotonic";
+    if (f.timestampOffset.count() != 0) {
+        out["timestampOffsetMs"] = static_cast<double>(f.timestampOffset.count()) / 1000.0;
+    }
+    if (!f.stuck.empty()) out["stuck"] = f.stuck;
+    if (!f.noise.empty()) out["noise"] = f.noise;
+    return out;
+}
+
 json deviceObject(const VirtualDevice& d) {
     json out = {{"id", d.id}, {"types", d.types}};
     if (!d.channels.empty()) out["channels"] = d.channels;
@@ -104,6 +123,7 @@ json deviceObject(const VirtualDevice& d) {
     if (const char* stall = stallName(d.stall)) out["stall"] = stall;
     if (const char* closeAt = closeAtName(d.closeAt)) out["closeAt"] = closeAt;
     if (d.replyDelay.count() != 0) out["replyDelayMs"] = d.replyDelay.count();
+    if (d.faults.any()) out["faults"] = faultsJson(d.faults);
     return out;
 }
 

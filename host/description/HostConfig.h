@@ -34,6 +34,29 @@ struct TimedSamples {
     size_t size() const { return atUs.size(); }
 };
 
+// The clock a device's timestamp channel reads. Android stamps events on the boot-time clock;
+// an IIO device left at the kernel's default stamps them on the real-time clock.
+enum class TimestampClock { kBoottime, kRealtime, kMonotonic };
+
+// How a device's stream departs from a good driver's, for conformance rules to catch. Drops and
+// the rate factor act on every stream of the device; the rest shape generated samples only.
+struct StreamFaults {
+    // Each timestamp is up to this much earlier than its sample's time, uniformly at random.
+    std::chrono::microseconds jitter{0};
+    uint32_t dropEvery = 0;  // every Nth sample of a stream is not sent; 0: none
+    // A burst: samples due from `dropFrom` to `dropFrom + dropFor` after each stream's start are
+    // not sent.
+    std::chrono::microseconds dropFrom{0};
+    std::chrono::microseconds dropFor{0};
+    double rateFactor = 1.0;  // the stream runs at the rate answered times this
+    TimestampClock clock = TimestampClock::kBoottime;
+    std::chrono::microseconds timestampOffset{0};  // added to every timestamp
+    std::map<std::string, double> stuck;  // channel id -> what it always reads, in its unit
+    std::map<std::string, double> noise;  // channel id -> sigma of added Gaussian noise, its unit
+
+    bool any() const;
+};
+
 // One IIO device of the host.
 struct VirtualDevice {
     int32_t id = 0;
@@ -54,6 +77,7 @@ struct VirtualDevice {
     CloseAt closeAt = CloseAt::kNever;
     std::chrono::milliseconds replyDelay{
         0};  // every handshake reply (channels, attributes) is late
+    StreamFaults faults;
 };
 
 enum class TimelineAction { kObserverError, kCloseDevice, kCloseService, kTabletMode };
@@ -88,6 +112,14 @@ inline bool operator==(const TimedSamples& a, const TimedSamples& b) {
            a.present == b.present && a.restarts == b.restarts;
 }
 
+inline bool operator==(const StreamFaults& a, const StreamFaults& b) {
+    return a.jitter == b.jitter && a.dropEvery == b.dropEvery && a.dropFrom == b.dropFrom &&
+           a.dropFor == b.dropFor && a.rateFactor == b.rateFactor && a.clock == b.clock &&
+           a.timestampOffset == b.timestampOffset && a.stuck == b.stuck && a.noise == b.noise;
+}
+
+inline bool StreamFaults::any() const { return !(*this == StreamFaults()); }
+
 inline bool operator==(const VirtualDevice& a, const VirtualDevice& b) {
     const bool sameTimed = a.timedSamples == b.timedSamples ||
                            (a.timedSamples && b.timedSamples && *a.timedSamples == *b.timedSamples);
@@ -95,7 +127,7 @@ inline bool operator==(const VirtualDevice& a, const VirtualDevice& b) {
            a.attributes == b.attributes && a.samples == b.samples && sameTimed &&
            a.frequencyAnswers == b.frequencyAnswers && a.maxFrequency == b.maxFrequency &&
            a.failChannels == b.failChannels && a.stall == b.stall && a.closeAt == b.closeAt &&
-           a.replyDelay == b.replyDelay;
+           a.replyDelay == b.replyDelay && a.faults == b.faults;
 }
 
 inline bool operator==(const TimelineEvent& a, const TimelineEvent& b) {

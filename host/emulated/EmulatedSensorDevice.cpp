@@ -1,5 +1,7 @@
 #include "host/emulated/EmulatedSensorDevice.h"
 
+#include <utils/SystemClock.h>
+
 #include <algorithm>
 #include <cmath>
 #include <sstream>
@@ -97,7 +99,8 @@ void EmulatedSensorDevice::emitBurst(size_t count) {
     const bool live = mObserver && !mObserver.encountered_error();
     if (live && count > 0) mLog->addSamples(mConfig.id, count);
     for (size_t i = 0; i < count; ++i) {
-        const SampleGenerator::Sample& sample = mGenerator.next(mEnabled);
+        const SampleGenerator::Sample& sample =
+            mGenerator.next(mEnabled, android::elapsedRealtimeNano());
         if (live) mObserver->OnSampleUpdated(sample);
     }
 }
@@ -281,8 +284,9 @@ void EmulatedSensorDevice::stopReading() {
 
 void EmulatedSensorDevice::startTimer() {
     ++mGeneration;
-    mStreamRate = std::min(mFrequency, kFastestHz);
+    mStreamRate = std::min(mFrequency, kFastestHz) * mConfig.faults.rateFactor;
     mStreamStart = base::TimeTicks::Now();
+    mStreamStartNs = android::elapsedRealtimeNano();
     mNextIndex = 0;
     scheduleTick();
 }
@@ -307,8 +311,24 @@ void EmulatedSensorDevice::onTick(uint64_t generation) {
     const double elapsed = (base::TimeTicks::Now() - mStreamStart).InSecondsF();
     const uint64_t due = static_cast<uint64_t>(std::max(0.0, elapsed * mStreamRate)) + 1;
     if (due > mNextIndex + kMaxCatchUp) mNextIndex = due - kMaxCatchUp;
-    for (; mNextIndex < due; ++mNextIndex) send(mGenerator.next(mEnabled));
+    const int64_t nowNs = android::elapsedRealtimeNano();
+    for (; mNextIndex < due; ++mNextIndex) {
+        if (dropped(mNextIndex)) continue;
+        // Taken when it was due; under virtual time that may be ahead of the real clock.
+        const int64_t takenNs =
+            mStreamStartNs +
+            static_cast<int64_t>(static_cast<double>(mNextIndex) * 1e9 / mStreamRate);
+        send(mGenerator.next(mEnabled, std::min(takenNs, nowNs)));
+    }
     scheduleTick();
+}
+
+bool EmulatedSensorDevice::dropped(uint64_t index) const {
+    const StreamFaults& f = mConfig.faults;
+    if (f.dropEvery != 0 && (index + 1) % f.dropEvery == 0) return true;
+    const double dueUs = static_cast<double>(index) * 1e6 / mStreamRate;
+    const double fromUs = static_cast<double>(f.dropFrom.count());
+    return dueUs >= fromUs && dueUs < fromUs + static_cast<double>(f.dropFor.count());
 }
 
 void EmulatedSensorDevice::send(const SampleGenerator::Sample& sample) {

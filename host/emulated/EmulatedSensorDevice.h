@@ -14,8 +14,8 @@
 #include "base/time/time.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "host/common/CallLog.h"
-#include "host/emulated/SampleGenerator.h"
 #include "host/description/HostConfig.h"
+#include "host/emulated/SampleGenerator.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host {
@@ -92,6 +92,8 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     void startTimer();
     void scheduleTick();
     void onTick(uint64_t generation);
+    // Whether sample `index` of the stream is one the faults drop.
+    bool dropped(uint64_t index) const;
     void send(const SampleGenerator::Sample& sample);
 
     const VirtualDevice mConfig;
@@ -113,7 +115,8 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     uint64_t mSessions = 0;                   // see readingSession()
     double mStreamRate = 0.0;                 // the timer's rate, Hz
     base::TimeTicks mStreamStart;
-    uint64_t mNextIndex = 0;  // the next sample of the stream, counted from mStreamStart
+    int64_t mStreamStartNs = 0;  // mStreamStart on the boot-time clock
+    uint64_t mNextIndex = 0;     // the next sample of the stream, counted from mStreamStart
 };
 
 }  // namespace kelvane::host

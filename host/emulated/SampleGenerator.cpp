@@ -1,8 +1,9 @@
 #include "host/emulated/SampleGenerator.h"
 
-#include <utils/SystemClock.h>
+#include <time.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -41,16 +42,34 @@ double scaleOf(const VirtualDevice& device) {
     return value;
 }
 
+// The offset from the boot-time clock to `clock` now.
+int64_t clockOffsetNs(TimestampClock clock) {
+    if (clock == TimestampClock::kBoottime) return 0;
+    timespec boot{};
+    timespec other{};
+    clock_gettime(CLOCK_BOOTTIME, &boot);
+    clock_gettime(clock == TimestampClock::kRealtime ? CLOCK_REALTIME : CLOCK_MONOTONIC, &other);
+    return (int64_t{other.tv_sec} - boot.tv_sec) * 1000000000 + (other.tv_nsec - boot.tv_nsec);
+}
+
 }  // namespace
 
 SampleGenerator::SampleGenerator(const VirtualDevice& device)
-    : mScript(device.samples), mScale(scaleOf(device)) {
+    : mScript(device.samples),
+      mScale(scaleOf(device)),
+      mFaults(device.faults),
+      mRandom(static_cast<uint64_t>(device.id) * 0x9E3779B97F4A7C15ull + 1) {
     mWaves.reserve(device.channels.size());
     for (size_t i = 0; i < device.channels.size(); ++i) {
         Wave wave = waveFor(device.channels[i], i);
         // Devices of the same kind should not move in lockstep.
         wave.phase += 0.7 * static_cast<double>(device.id);
         mWaves.push_back(wave);
+        auto stuck = mFaults.stuck.find(device.channels[i]);
+        mStuck.push_back(stuck == mFaults.stuck.end() ? std::nullopt
+                                                      : std::optional<double>(stuck->second));
+        auto noise = mFaults.noise.find(device.channels[i]);
+        mNoise.push_back(noise == mFaults.noise.end() ? 0.0 : noise->second);
     }
 }
 
@@ -91,11 +110,23 @@ SampleGenerator::Wave SampleGenerator::waveFor(const std::string& channel, size_
     return w;
 }
 
-int64_t SampleGenerator::generate(size_t index, int64_t nowNs) const {
+int64_t SampleGenerator::timestamp(int64_t sampleTimeNs) {
+    int64_t stamp = sampleTimeNs + clockOffsetNs(mFaults.clock) +
+                    std::chrono::nanoseconds(mFaults.timestampOffset).count();
+    if (mFaults.jitter.count() > 0) {
+        const int64_t jitterNs = std::chrono::nanoseconds(mFaults.jitter).count();
+        stamp -= std::uniform_int_distribution<int64_t>(0, jitterNs)(mRandom);
+    }
+    return stamp;
+}
+
+int64_t SampleGenerator::generate(size_t index, int64_t nowNs) {
     const Wave& w = mWaves[index];
-    if (w.timestamp) return nowNs;
+    if (w.timestamp) return timestamp(nowNs);
     const double t = static_cast<double>(nowNs) / 1e9;
-    const double value = w.base + w.amplitude * std::sin(2.0 * kPi * t / w.period + w.phase);
+    double value = w.base + w.amplitude * std::sin(2.0 * kPi * t / w.period + w.phase);
+    if (mStuck[index]) value = *mStuck[index];
+    if (mNoise[index] > 0.0) value += std::normal_distribution<double>(0.0, mNoise[index])(mRandom);
     const double raw = std::round(value / mScale);
     // A tiny scale must not push the raw value past what int64 holds.
     constexpr int64_t kLimit = int64_t{1} << 62;
@@ -103,7 +134,8 @@ int64_t SampleGenerator::generate(size_t index, int64_t nowNs) const {
     return static_cast<int64_t>(raw);
 }
 
-const SampleGenerator::Sample& SampleGenerator::next(const std::set<int32_t>& enabled) {
+const SampleGenerator::Sample& SampleGenerator::next(const std::set<int32_t>& enabled,
+                                                     int64_t sampleTimeNs) {
     // Keys go in ascending, so every insertion appends to the reused buffer.
     mSample.clear();
     if (!mScript.empty()) {
@@ -112,11 +144,10 @@ const SampleGenerator::Sample& SampleGenerator::next(const std::set<int32_t>& en
         for (const auto& entry : scripted) mSample.insert(mSample.end(), entry);
         return mSample;
     }
-    const int64_t now = android::elapsedRealtimeNano();
     for (size_t i = 0; i < mWaves.size(); ++i) {
         const int32_t index = static_cast<int32_t>(i);
         if (!enabled.empty() && enabled.count(index) == 0) continue;
-        mSample.insert(mSample.end(), {index, generate(i, now)});
+        mSample.insert(mSample.end(), {index, generate(i, sampleTimeNs)});
     }
     return mSample;
 }

@@ -36,7 +36,7 @@ using android::hardware::sensors::V2_1::implementation::SUB_HAL_2_1_VERSION;
 const std::set<std::string> kFaults = {
     // sensor list
     "empty-name", "empty-vendor", "meta-type", "type-string", "negative-power", "zero-range",
-    "fifo", "on-change", "zero-min-delay", "top-byte",
+    "fifo", "on-change", "zero-min-delay", "top-byte", "slow-min-delay", "coarse-resolution",
     // commands
     "accept-any-handle", "refuse-deactivate", "refuse-batch", "double-flush", "direct-channel",
     "refuse-injection", "keep-first-callback", "refuse-late-initialize",
@@ -178,6 +178,8 @@ class FaultySubHal : public ISensorsSubHal {
             if (has("zero-range")) s->maxRange = 0.0f;
             if (has("fifo")) s->fifoReservedEventCount = s->fifoMaxEventCount + 10;
             if (has("on-change")) s->flags = 2;
+            if (has("slow-min-delay")) s->minDelay = 20000;
+            if (has("coarse-resolution")) s->resolution = s->maxRange / 100;
         }
         if (SensorInfo* s = at(1); s != nullptr && has("zero-min-delay")) s->minDelay = 0;
         if (SensorInfo* s = at(2); s != nullptr && has("top-byte")) s->sensorHandle |= 0x01000000;

@@ -95,7 +95,30 @@ class Generator {
         d.stall = static_cast<Stall>(below(4));
         d.closeAt = static_cast<CloseAt>(below(5));
         d.replyDelay = std::chrono::milliseconds(pick<int32_t>({0, 1}) & 0x7fffffff);
+        if (chance()) d.faults = faults();
         return d;
+    }
+
+    StreamFaults faults() {
+        StreamFaults f;
+        auto upTo = [this](int64_t min, int64_t max) {
+            return std::uniform_int_distribution<int64_t>(min, max)(mRandom);
+        };
+        if (chance()) f.jitter = std::chrono::microseconds(upTo(0, 1'000'000'000));
+        if (chance()) f.dropEvery = static_cast<uint32_t>(upTo(1, 0x7fffffff));
+        if (chance()) {
+            f.dropFrom = std::chrono::microseconds(upTo(0, 1'000'000'000'000'000));
+            f.dropFor = std::chrono::microseconds(upTo(0, 1'000'000'000'000'000));
+        }
+        if (chance()) f.rateFactor = std::abs(number()) + 1e-300;
+        f.clock = static_cast<TimestampClock>(below(3));
+        if (chance()) {
+            f.timestampOffset =
+                std::chrono::microseconds(upTo(-1'000'000'000'000'000, 1'000'000'000'000'000));
+        }
+        for (int i = below(3); i > 0; --i) f.stuck[text()] = number();
+        for (int i = below(3); i > 0; --i) f.noise[text()] = std::abs(number());
+        return f;
     }
 
     std::shared_ptr<const TimedSamples> timedSamples() {

@@ -184,7 +184,7 @@ class CtsRunner {
         if (streams.empty()) return;
         const bool replay = anyReplay(streams);
         const milliseconds runTime = replay         ? milliseconds(1000)
-                                     : mRun.quick() ? milliseconds(4000)
+                                     : mRun.quick() ? milliseconds(6000)
                                                     : milliseconds(13000);
         mRun.progress("cts: batching run at FASTEST with a 10 s report latency for " +
                       std::to_string(runTime.count() / 1000) + " s, flushing each sensor");
@@ -204,6 +204,7 @@ class CtsRunner {
         }
         const auto flushedAt = std::chrono::steady_clock::now();
         append(events, mRun.collectFor(runTime - runTime / 2, &received));
+        if (replay) append(events, collectReplay(&received));
         // Every count ends at the run; completions may take up to the flush limit.
         const size_t counted = events.size();
         auto allFlushed = [&streams, &events](const std::vector<Event>& more) {
