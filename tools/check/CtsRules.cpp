@@ -204,7 +204,7 @@ class CtsRunner {
         }
         const auto flushedAt = std::chrono::steady_clock::now();
         append(events, mRun.collectFor(runTime - runTime / 2, &received));
-        if (replay) append(events, collectReplay(&received));
+        if (replay) append(events, collectReplay(streams, milliseconds(0), &received));
         // Every count ends at the run; completions may take up to the flush limit.
         const size_t counted = events.size();
         auto allFlushed = [&streams, &events](const std::vector<Event>& more) {
@@ -326,7 +326,11 @@ class CtsRunner {
         std::vector<int64_t> received;
         std::vector<Event> events;
         if (replay) {
-            events = collectReplay(&received);
+            // Live sensors streaming beside a replay get their usual time.
+            const bool live =
+                std::any_of(streams.begin(), streams.end(),
+                            [this](const Streamed& s) { return !isReplay(s.sensor); });
+            events = collectReplay(streams, live ? duration : milliseconds(0), &received);
         } else {
             events = mRun.collectFor(duration, &received);
         }
@@ -337,14 +341,26 @@ class CtsRunner {
             judge(s, samplesOf(events, received, s.sensor.sensorHandle), startNs, streamNs);
     }
 
-    // Until every replayed device has been quiet for a while (after at most a minute).
-    std::vector<Event> collectReplay(std::vector<int64_t>* received) {
+    // At least `atLeast`, then until the replayed sensors among `streams` have sent nothing for
+    // a while: their recording has played out (after at most a minute).
+    std::vector<Event> collectReplay(const std::vector<Streamed>& streams, milliseconds atLeast,
+                                     std::vector<int64_t>* received) {
+        std::set<int32_t> replayed;
+        for (const Streamed& s : streams) {
+            if (isReplay(s.sensor)) replayed.insert(s.sensor.sensorHandle);
+        }
+        using Clock = std::chrono::steady_clock;
+        const auto start = Clock::now();
+        auto lastHeard = start;
         std::vector<Event> events;
-        const auto limit = std::chrono::steady_clock::now() + milliseconds(60000);
-        while (std::chrono::steady_clock::now() < limit) {
-            const std::vector<Event> more = mRun.collectFor(kReplayQuiet, received);
-            if (more.empty()) break;
+        while (Clock::now() - start < milliseconds(60000)) {
+            const std::vector<Event> more = mRun.collectFor(milliseconds(250), received);
+            for (const Event& e : more) {
+                if (!isMetaEvent(e) && replayed.count(e.sensorHandle) != 0)
+                    lastHeard = Clock::now();
+            }
             events.insert(events.end(), more.begin(), more.end());
+            if (Clock::now() - lastHeard >= kReplayQuiet && Clock::now() - start >= atLeast) break;
         }
         return events;
     }
