@@ -256,10 +256,9 @@ TEST(CheckTest, EachStreamFaultFailsExactlyItsCompatibilityRule) {
 }
 
 TEST(CheckTest, LibraryDescriptionsAndFlushFailTheStaticAndFlushCompatibilityRules) {
-    const CheckRun run =
-        runFaulty("slow-min-delay,coarse-resolution,double-flush",
-                  {"--quick", "--rule", "cts.min-delay", "--rule", "cts.resolution", "--rule",
-                   "cts.flush"});
+    const CheckRun run = runFaulty(
+        "slow-min-delay,coarse-resolution,double-flush",
+        {"--quick", "--rule", "cts.min-delay", "--rule", "cts.resolution", "--rule", "cts.flush"});
     EXPECT_EQ(run.exitCode, 1) << describe(run);
     expectFail(run, "cts.min-delay", "minDelay 20000 us, needs <= 10000 us");
     expectFail(run, "cts.resolution", "resolution 0.78453 m/s^2, needs 9.357e-06 to 0.03833");
@@ -272,17 +271,17 @@ TEST(CheckTest, RecordingIsJudgedAtItsRateTheSameAtAnySpeed) {
     TempFile recording;
     std::string out;
     std::string err;
-    ASSERT_EQ(runAndCollect(IIO_SUBHAL_PATH,
-                            {"stream", "--rate", "50", "--duration", "2", "--record",
-                             recording.path()},
-                            {}, &out, &err),
-              0)
+    ASSERT_EQ(
+        runAndCollect(IIO_SUBHAL_PATH,
+                      {"stream", "--rate", "50", "--duration", "2", "--record", recording.path()},
+                      {}, &out, &err),
+        0)
         << err;
     std::map<std::string, std::string> verdicts[2];  // rule and subject -> verdict
     const char* speeds[] = {"1", "0"};
     for (int i = 0; i < 2; ++i) {
-        const CheckRun run = runCheck({"--host", recording.path(), "--speed", speeds[i], "--quick",
-                                       "--rule", "cts.*"});
+        const CheckRun run = runCheck(
+            {"--host", recording.path(), "--speed", speeds[i], "--quick", "--rule", "cts.*"});
         EXPECT_EQ(run.exitCode, 0) << describe(run);
         for (const json& r : run.results) {
             verdicts[i][r["rule"].get<std::string>() + " " + r["subject"].get<std::string>()] =
