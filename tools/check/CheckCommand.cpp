@@ -2,6 +2,7 @@
 
 #include <fnmatch.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -108,6 +109,15 @@ int runCheck(Session& session, const CheckOptions& options, bool json) {
     const std::vector<CheckResult>& results = run.results();
     if (json) {
         writeStdout(resultJsonLines(results));
+        std::vector<std::string> groups;
+        for (const CheckResult& r : groupedByRule(results)) {
+            if (std::find(groups.begin(), groups.end(), r.group) == groups.end()) {
+                groups.push_back(r.group);
+            }
+        }
+        for (const std::string& group : groups) {
+            std::fprintf(stderr, "check: %s\n", groupSummaryLine(results, group).c_str());
+        }
         std::fprintf(stderr, "check: %s\n", summaryLine(results).c_str());
     } else {
         writeStdout(resultTable(results));

@@ -127,6 +127,14 @@ std::string summaryLine(const std::vector<CheckResult>& results) {
     return text;
 }
 
+std::string groupSummaryLine(const std::vector<CheckResult>& results, const std::string& group) {
+    std::vector<CheckResult> mine;
+    for (const CheckResult& r : results) {
+        if (r.group == group) mine.push_back(r);
+    }
+    return group + ": " + summaryLine(mine);
+}
+
 std::string resultTable(const std::vector<CheckResult>& results) {
     const std::vector<CheckResult> sorted = groupedByRule(results);
     size_t ruleWidth = 4;
@@ -147,13 +155,16 @@ std::string resultTable(const std::vector<CheckResult>& results) {
         out += text + "\n";
     };
     row("RULE", "SENSOR", "RESULT", "DETAIL");
-    std::string group;
-    for (const CheckResult& r : sorted) {
-        if (r.group != group && !group.empty()) out += "\n";
-        group = r.group;
+    // A group may come back later in the catalogue (proxy.*): its summary follows its last row.
+    std::map<std::string, size_t> lastRow;
+    for (size_t i = 0; i < sorted.size(); ++i) lastRow[sorted[i].group] = i;
+    for (size_t i = 0; i < sorted.size(); ++i) {
+        const CheckResult& r = sorted[i];
         row(r.rule, r.subject, verdictName(r.verdict), r.detail);
+        if (lastRow[r.group] == i) out += groupSummaryLine(sorted, r.group) + "\n";
+        if (i + 1 == sorted.size() || sorted[i + 1].group != r.group) out += "\n";
     }
-    out += "\n" + summaryLine(results) + "\n";
+    out += summaryLine(results) + "\n";
     return out;
 }
 

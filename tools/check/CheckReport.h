@@ -15,6 +15,10 @@ std::vector<CheckResult> groupedByRule(const std::vector<CheckResult>& results);
 // "31 results: 20 PASS, 1 FAIL, 6 SKIP, 4 DEVIATION"
 std::string summaryLine(const std::vector<CheckResult>& results);
 
+// "cts: 117 results: 102 PASS, 0 FAIL, 15 SKIP, 0 DEVIATION", over the results of `group`.
+std::string groupSummaryLine(const std::vector<CheckResult>& results, const std::string& group);
+
+// Rows grouped by rule, a summary line after each group and one for everything at the end.
 std::string resultTable(const std::vector<CheckResult>& results);
 std::string resultJsonLines(const std::vector<CheckResult>& results);
 // One <testsuite> per rule group; FAIL is a <failure>, SKIP a <skipped>, and a DEVIATION passes
