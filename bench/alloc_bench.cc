@@ -121,7 +121,7 @@ void BM_ResidentFiveStreaming(benchmark::State& state) {
             subHal->batch(System::handleOf(id), 1000000, 0);  // 1 kHz
             subHal->activate(System::handleOf(id), true);
         }
-        const bool streaming = host->waitFor([&](const std::vector<std::string>&) {
+        const bool streaming = host->waitFor([&](const std::vector<kelvane::host::HostEvent>&) {
             for (int32_t id : kDeviceIds) {
                 if (!host->streaming(id)) return false;
             }

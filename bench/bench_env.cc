@@ -125,7 +125,7 @@ bool System::activate(int32_t deviceId, int64_t samplingPeriodNs) {
     mSubHal->batch(handle, samplingPeriodNs, 0);
     mSubHal->activate(handle, true);
     return mHost->waitFor(
-        [&](const std::vector<std::string>&) { return mHost->streaming(deviceId); });
+        [&](const std::vector<host::HostEvent>&) { return mHost->streaming(deviceId); });
 }
 
 bool System::burst(int32_t deviceId, size_t count) {

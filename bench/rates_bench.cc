@@ -279,7 +279,7 @@ Figures runSubHal(System& sys, const Load& load, double seconds, LatencyLog* lat
     for (const Stream& s : load.streams) sys.subHal().activate(System::handleOf(s.device), false);
     for (const Stream& s : load.streams) {
         sys.host().waitFor(
-            [&](const std::vector<std::string>&) { return !sys.host().streaming(s.device); });
+            [&](const std::vector<host::HostEvent>&) { return !sys.host().streaming(s.device); });
     }
     flushMojoThread();
     return f;

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "Diagnostics.h"
 #include "Output.h"
-#include "Session.h"
 
 namespace kelvane::tools {
 
@@ -13,23 +13,6 @@ namespace {
 // How often the log is read while nothing asks for it; the log has no wake-up of its own that
 // would not also fire for every sample.
 constexpr std::chrono::milliseconds kReadInterval{50};
-
-bool startsWith(const std::string& text, const std::string& prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
-// "<prefix><id>]<rest>": the id and what follows the bracket.
-bool splitId(const std::string& entry, const std::string& prefix, int32_t* id, std::string* rest) {
-    if (!startsWith(entry, prefix)) return false;
-    const size_t close = entry.find(']', prefix.size());
-    if (close == std::string::npos) return false;
-    char* end = nullptr;
-    const long value = std::strtol(entry.c_str() + prefix.size(), &end, 10);
-    if (end != entry.c_str() + close) return false;
-    *id = static_cast<int32_t>(value);
-    *rest = entry.substr(close + 1);
-    return true;
-}
 
 const char* observerErrorName(int error) {
     static const char* const kNames[] = {"already started",    "setting the rate failed",
@@ -40,16 +23,23 @@ const char* observerErrorName(int error) {
 }
 
 // What a setup step is, for "the host never answered its ...".
-std::string stepWords(const std::string& step) {
-    if (step == "GetDevice") return "device request (GetDevice)";
-    if (step == "GetAllChannelIds") return "channel list (GetAllChannelIds)";
-    if (step == "GetAttributes") return "attributes (GetAttributes)";
-    return step;
+std::string stepWords(host::HostStep step) {
+    switch (step) {
+        case host::HostStep::kGetDevice:
+            return "device request (GetDevice)";
+        case host::HostStep::kGetAllChannelIds:
+            return "channel list (GetAllChannelIds)";
+        case host::HostStep::kGetAttributes:
+            return "attributes (GetAttributes)";
+        case host::HostStep::kNone:
+            break;
+    }
+    return "setup";
 }
 
 }  // namespace
 
-HostWatch::HostWatch(const host::CallLog& log)
+HostWatch::HostWatch(const host::HostEventLog& log)
     : mLog(log), mStart(std::chrono::steady_clock::now()), mThread([this] { run(); }) {}
 
 HostWatch::~HostWatch() { stop(); }
@@ -93,7 +83,10 @@ void HostWatch::enumerationDone(size_t published, std::optional<uint32_t> offere
     for (const auto& [id, device] : mDevices) {
         if (device.ready) continue;
         std::string line = "device " + std::to_string(id) + " never became ready: ";
-        if (device.closed) {
+        if (!device.failure.empty()) {
+            line +=
+                "the host could not answer its " + stepWords(device.step) + ": " + device.failure;
+        } else if (device.closed) {
             line += "the host closed it at its " + stepWords(device.step);
         } else if (device.answered) {
             line += "the library did not go on after its " + stepWords(device.step);
@@ -111,82 +104,93 @@ void HostWatch::enumerationDone(size_t published, std::optional<uint32_t> offere
 }
 
 void HostWatch::drainLocked() {
-    const std::vector<std::string> calls = mLog.calls();
-    for (; mSeen < calls.size(); ++mSeen) handleLocked(calls[mSeen]);
+    const std::vector<host::HostEvent> events = mLog.events(mSeen);
+    mSeen += events.size();
+    for (const host::HostEvent& event : events) handleLocked(event);
 }
 
-void HostWatch::handleLocked(const std::string& entry) {
-    int32_t id = 0;
-    std::string rest;
-    if (entry == "VelBridgeHost.OnIioSensorInstanceReady") {
-        mConnected = true;
-        progressLocked("the library connected over the container bridge");
-    } else if (entry == "SensorHalClient.SetUpChannel") {
-        progressLocked("sensor service handed to the library");
-    } else if (entry == "SensorService.GetAllDeviceIds") {
-        // The log cannot tell which devices the library is still to ask for, so no line claims
-        // that every device is set up; the grace period, though, starts here.
-        progressLocked(
-            "device list asked for; the library publishes once its enumeration grace "
-            "period ends");
-    } else if (startsWith(entry, "SensorService.GetDevice ")) {
-        const int32_t device = std::atoi(entry.c_str() + 24);
-        Device& d = mDevices[device];
-        d = Device();
-        d.step = "GetDevice";
-    } else if (splitId(entry, "SensorDevice[", &id, &rest) && mDevices.count(id) != 0) {
-        Device& d = mDevices[id];
-        if (rest == ".StartReadingSamples" && d.restartDue) {
-            d.restartDue = false;
-            noteLocked("device " + std::to_string(id) + ": the library restarted sampling " +
-                       atLocked());
-        }
-        if (d.ready) return;
-        for (const char* step : {"GetAllChannelIds", "GetAttributes"}) {
-            const std::string call = std::string(".") + step;
-            if (rest == call + " reply") {
-                d.step = step;
-                d.answered = true;
-            } else if (rest == call || startsWith(rest, call + " ")) {
-                d.step = step;
-                d.answered = false;
+void HostWatch::handleLocked(const host::HostEvent& e) {
+    using Kind = host::HostEventKind;
+    const std::string device = "device " + std::to_string(e.device);
+    switch (e.kind) {
+        case Kind::kInstanceReady:
+            mConnected = true;
+            progressLocked("the library connected over the container bridge");
+            break;
+        case Kind::kServiceHandedOut:
+            progressLocked("sensor service handed to the library");
+            break;
+        case Kind::kDeviceListAsked:
+            // No line claims that every device is set up, since the host cannot tell which
+            // devices the library is still to ask for; the grace period, though, starts here.
+            progressLocked(
+                "device list asked for; the library publishes once its enumeration grace "
+                "period ends");
+            break;
+        case Kind::kStepAsked:
+        case Kind::kStepAnswered:
+        case Kind::kStepFailed: {
+            if (e.kind == Kind::kStepAsked && e.step == host::HostStep::kGetDevice) {
+                mDevices[e.device] = Device();
             }
+            auto it = mDevices.find(e.device);
+            if (it == mDevices.end() || it->second.ready) break;
+            Device& d = it->second;
+            d.step = e.step;
+            d.answered = e.kind == Kind::kStepAnswered;
+            if (e.kind == Kind::kStepFailed) d.failure = e.reason;
+            if (d.step == host::HostStep::kGetAttributes && d.answered) {
+                d.ready = true;
+                progressLocked(device + " set up");
+            }
+            break;
         }
-        if (d.step == "GetAttributes" && d.answered) {
-            d.ready = true;
-            progressLocked("device " + std::to_string(id) + " set up");
+        case Kind::kStartReadingAsked: {
+            auto it = mDevices.find(e.device);
+            if (it != mDevices.end() && it->second.restartDue) {
+                it->second.restartDue = false;
+                noteLocked(device + ": the library restarted sampling " + atLocked());
+            }
+            break;
         }
-    } else if (splitId(entry, "close SensorDevice[", &id, &rest)) {
-        Device& d = mDevices[id];
-        d.closed = true;
-        if (d.ready) {
-            problemLocked("device " + std::to_string(id) + ": the host closed its pipe " +
-                          atLocked() + "; its sensor stops");
+        case Kind::kClosedByHost:
+            if (e.pipe == host::HostPipe::kSensorDevice) {
+                Device& d = mDevices[e.device];
+                d.closed = true;
+                if (d.ready) {
+                    problemLocked(device + ": the host closed its pipe " + atLocked() +
+                                  (e.reason.empty() ? "" : " (" + e.reason + ")") +
+                                  "; its sensor stops");
+                }
+            } else if (e.pipe == host::HostPipe::kSensorService) {
+                std::string line = "the host closed the sensor service " + atLocked() +
+                                   " (reason " + std::to_string(static_cast<uint32_t>(e.value));
+                if (!e.detail.empty()) line += ": " + printable(e.detail);
+                problemLocked(line + ")");
+            }
+            break;
+        case Kind::kClosedByClient:
+            if (e.pipe == host::HostPipe::kSensorDevice) {
+                problemLocked(device + ": the library closed its pipe " + atLocked());
+            }
+            break;
+        case Kind::kObserverError: {
+            const int error = static_cast<int>(e.value);
+            mDevices[e.device].restartDue = true;
+            problemLocked(device + ": observer error " + std::to_string(error) + " (" +
+                          (e.reason.empty() ? observerErrorName(error) : e.reason) + ") " +
+                          atLocked());
+            break;
         }
-    } else if (splitId(entry, "error SensorDevice[", &id, &rest)) {
-        problemLocked("device " + std::to_string(id) + ": the library closed its pipe " +
-                      atLocked());
-    } else if (splitId(entry, "Observer[", &id, &rest) && startsWith(rest, ".OnErrorOccurred ")) {
-        const int error = std::atoi(rest.c_str() + 17);
-        mDevices[id].restartDue = true;
-        problemLocked("device " + std::to_string(id) + ": observer error " + std::to_string(error) +
-                      " (" + observerErrorName(error) + ") " + atLocked());
-    } else if (startsWith(entry, "close SensorService ")) {
-        const std::string reason = entry.substr(20);
-        const size_t space = reason.find(' ');
-        std::string line = "the host closed the sensor service " + atLocked() + " (reason " +
-                           reason.substr(0, space);
-        if (space != std::string::npos && space + 1 < reason.size()) {
-            line += ": " + printable(reason.substr(space + 1));
+        case Kind::kTimelineNotApplied: {
+            char at[32];
+            std::snprintf(at, sizeof(at), "%.0f", e.value);
+            problemLocked("the host's timeline entry at " + std::string(at) + " ms (" + e.detail +
+                          ") not applied: " + e.reason);
+            break;
         }
-        problemLocked(line + ")");
-    } else if (startsWith(entry, "timeline ")) {
-        // "timeline <ms> <action> not applied: <why>"
-        const size_t ms = entry.find(' ', 9);
-        const size_t action = entry.find(' ', ms + 1);
-        if (ms == std::string::npos || action == std::string::npos) return;
-        problemLocked("the host's timeline entry at " + entry.substr(9, ms - 9) + " ms (" +
-                      entry.substr(ms + 1, action - ms - 1) + ")" + entry.substr(action));
+        default:
+            break;
     }
 }
 

@@ -1,9 +1,9 @@
-// Follows the host side's call log during a run and says on stderr what it means: how the
+// Follows the host's events during a run and says on stderr what it means: how the
 // library's enumeration goes ("host: device 3 set up"), its outcome ("5 sensors published in
 // 2.0 s") and, one line each, what went wrong: a device that never became ready and the setup
 // step it stopped at, a library that never connected, a device pipe lost, an observer error and
-// the restart that followed, a host timeline entry that could not apply. It reads only
-// host::CallLog, so it works for every host backend.
+// the restart that followed, a host timeline entry that could not apply, each with the host's own
+// reason where it gave one. It reads only host::HostEventLog, so it works for every host backend.
 //
 // Threads: the constructor, enumerationDone(), problems() and stop() run on the main thread; a
 // thread of its own reads the log and prints until stop(). One mutex guards the state and the
@@ -20,14 +20,14 @@
 #include <thread>
 #include <vector>
 
-#include "host/common/CallLog.h"
+#include "host/common/HostEventLog.h"
 
 namespace kelvane::tools {
 
 class HostWatch {
   public:
     // Starts reading at once. `log` outlives this watch. Times are counted from here.
-    explicit HostWatch(const host::CallLog& log);
+    explicit HostWatch(const host::HostEventLog& log);
     ~HostWatch();  // stop()
     HostWatch(const HostWatch&) = delete;
     HostWatch& operator=(const HostWatch&) = delete;
@@ -42,8 +42,9 @@ class HostWatch {
 
   private:
     struct Device {
-        std::string step;         // the setup step asked last, until the device is ready
-        bool answered = false;    // the host answered `step`
+        host::HostStep step = host::HostStep::kNone;  // asked last, until the device is ready
+        bool answered = false;                        // the host answered `step`
+        std::string failure;      // why the host could not answer `step`, if it said so
         bool ready = false;       // the host answered the last setup step
         bool closed = false;      // the host closed its pipe
         bool restartDue = false;  // an observer error came; the next start is a restart
@@ -51,19 +52,19 @@ class HostWatch {
 
     void run();
     void drainLocked();
-    void handleLocked(const std::string& entry);
+    void handleLocked(const host::HostEvent& event);
     void progressLocked(const std::string& line);  // "host: <line>" while enumerating
     void noteLocked(const std::string& line);      // "host: <line>"
     void problemLocked(const std::string& line);
     std::string atLocked() const;  // "at 4.5 s"
 
-    const host::CallLog& mLog;
+    const host::HostEventLog& mLog;
     const std::chrono::steady_clock::time_point mStart;
 
     mutable std::mutex mMutex;
     std::condition_variable mWake;
     bool mStopping = false;              // guarded by mMutex
-    size_t mSeen = 0;                    // guarded by mMutex: log entries handled
+    size_t mSeen = 0;                    // guarded by mMutex: events handled
     bool mEnumerating = true;            // guarded by mMutex
     bool mConnected = false;             // guarded by mMutex
     std::map<int32_t, Device> mDevices;  // guarded by mMutex: by host device id

@@ -50,14 +50,6 @@ std::string libraryPath(const std::string& option) {
 
 }  // namespace
 
-void printError(const std::string& message) {
-    std::fprintf(stderr, "iio-subhal: %s\n", message.c_str());
-}
-
-void printWarning(const std::string& message) {
-    std::fprintf(stderr, "iio-subhal: warning: %s\n", message.c_str());
-}
-
 Session::Session() = default;
 
 Session::~Session() { close(); }

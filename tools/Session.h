@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Diagnostics.h"
 #include "HostWatch.h"
 #include "ProxyCallback.h"
 #include "SubHalLoader.h"
@@ -35,10 +36,6 @@ struct CommonOptions {
     double speed = 1.0;      // host time runs this many times faster; 0: no waiting
     std::string recordFile;  // non-empty: write what the host served here at the end
 };
-
-// "iio-subhal: <message>" on stderr.
-void printError(const std::string& message);
-void printWarning(const std::string& message);
 
 // What a host description says of a device that replays recorded samples.
 struct RecordedDevice {

@@ -2,8 +2,8 @@
 // and then serves the client on its own thread(s), keeping a log of what it saw and did.
 #pragma once
 
-#include "host/common/CallLog.h"
 #include "host/common/HostConnection.h"
+#include "host/common/HostEventLog.h"
 
 namespace kelvane::host {
 
@@ -19,7 +19,7 @@ class Host {
     virtual void setServiceInterposer(HostConnection::ServiceInterposer interposer) = 0;
 
     // What the host saw and did; readable from any thread.
-    virtual const CallLog& log() const = 0;
+    virtual const HostEventLog& log() const = 0;
 };
 
 }  // namespace kelvane::host

@@ -11,7 +11,7 @@ namespace kelvane::host {
 
 namespace mojom = chromeos::sensors::mojom;
 
-HostConnection::HostConnection(uint32_t bridgeVersion, CallLog* log,
+HostConnection::HostConnection(uint32_t bridgeVersion, HostEventLog* log,
                                scoped_refptr<base::SingleThreadTaskRunner> runner,
                                ServiceBinder bindService, bool autoSetUpChannel)
     : mBridgeVersion(bridgeVersion),
@@ -53,15 +53,15 @@ void HostConnection::bindBridge(vel::mojom::VelBridgeHostRequest request) {
     auto binding = std::make_unique<mojo::Binding<vel::mojom::VelBridgeHost>>(
         static_cast<vel::mojom::VelBridgeHost*>(this), std::move(request));
     binding->set_connection_error_handler(base::BindOnce(
-        &HostConnection::recordError, base::Unretained(this), std::string("VelBridgeHost")));
+        &HostConnection::recordError, base::Unretained(this), HostPipe::kVelBridgeHost));
     mBridges.push_back(std::move(binding));
 }
 
 void HostConnection::OnIioSensorInstanceReady(vel::mojom::IioSensorInstancePtr instance) {
-    mLog->record("VelBridgeHost.OnIioSensorInstanceReady");
+    mLog->add(HostEvent(HostEventKind::kInstanceReady));
     mInstance = std::move(instance);
     mInstance.set_connection_error_handler(base::BindOnce(
-        &HostConnection::recordError, base::Unretained(this), std::string("IioSensorInstance")));
+        &HostConnection::recordError, base::Unretained(this), HostPipe::kIioSensorInstance));
     callInit();
 }
 
@@ -71,19 +71,20 @@ void HostConnection::callInit() {
     auto binding = std::make_unique<mojo::Binding<vel::mojom::IioSensorHost>>(
         static_cast<vel::mojom::IioSensorHost*>(this), mojo::MakeRequest(&hostPtr));
     binding->set_connection_error_handler(base::BindOnce(
-        &HostConnection::recordError, base::Unretained(this), std::string("IioSensorHost")));
+        &HostConnection::recordError, base::Unretained(this), HostPipe::kIioSensorHost));
     mIioSensorHosts.push_back(std::move(binding));
-    mLog->record("IioSensorInstance.Init");
-    mInstance->Init(std::move(hostPtr),
-                    base::BindRepeating(
-                        [](CallLog* log) { log->record("IioSensorInstance.Init reply"); }, mLog));
+    mLog->add(HostEvent(HostEventKind::kInitSent));
+    mInstance->Init(
+        std::move(hostPtr),
+        base::BindRepeating(
+            [](HostEventLog* log) { log->add(HostEvent(HostEventKind::kInitAnswered)); }, mLog));
 }
 
 void HostConnection::RegisterSensorHalClient(mojom::SensorHalClientPtr client) {
-    mLog->record("IioSensorHost.RegisterSensorHalClient");
+    mLog->add(HostEvent(HostEventKind::kClientRegistered));
     mHalClient = std::move(client);
     mHalClient.set_connection_error_handler(base::BindOnce(
-        &HostConnection::recordError, base::Unretained(this), std::string("SensorHalClient")));
+        &HostConnection::recordError, base::Unretained(this), HostPipe::kSensorHalClient));
     if (mAutoSetUpChannel) setUpChannel();
 }
 
@@ -93,7 +94,7 @@ void HostConnection::setUpChannel() {
     mojom::SensorServicePtr service;
     mBindService(mojo::MakeRequest(&service));
     if (mInterposer) mInterposed.push_back(mInterposer(&service));
-    mLog->record("SensorHalClient.SetUpChannel");
+    mLog->add(HostEvent(HostEventKind::kServiceHandedOut));
     mHalClient->SetUpChannel(std::move(service));
 }
 
@@ -117,6 +118,8 @@ void HostConnection::shutDown() {
     mBridges.clear();
 }
 
-void HostConnection::recordError(const std::string& what) { mLog->record("error " + what); }
+void HostConnection::recordError(HostPipe pipe) {
+    mLog->add(HostEvent(HostEventKind::kClosedByClient).withPipe(pipe));
+}
 
 }  // namespace kelvane::host

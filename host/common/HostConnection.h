@@ -13,7 +13,7 @@
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "hardware/sensors/mojom/vel.mojom.h"
-#include "host/common/CallLog.h"
+#include "host/common/HostEventLog.h"
 #include "host/common/Lifetime.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
@@ -34,7 +34,7 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
 
     // `log` outlives the connection. With `autoSetUpChannel`, SetUpChannel follows
     // RegisterSensorHalClient at once.
-    HostConnection(uint32_t bridgeVersion, CallLog* log,
+    HostConnection(uint32_t bridgeVersion, HostEventLog* log,
                    scoped_refptr<base::SingleThreadTaskRunner> runner, ServiceBinder bindService,
                    bool autoSetUpChannel = true);
     ~HostConnection() override;
@@ -66,10 +66,10 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
     void RegisterSensorHalClient(chromeos::sensors::mojom::SensorHalClientPtr client) override;
 
     void bindBridge(vel::mojom::VelBridgeHostRequest request);
-    void recordError(const std::string& what);
+    void recordError(HostPipe pipe);
 
     const uint32_t mBridgeVersion;
-    CallLog* const mLog;
+    HostEventLog* const mLog;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     const ServiceBinder mBindService;
     const bool mAutoSetUpChannel;

@@ -88,22 +88,22 @@ void EmulatedHost::closeService(uint32_t reason, const std::string& description)
 void EmulatedHost::closeDevice(int32_t device) { post(&EmulatedHost::doCloseDevice, device); }
 void EmulatedHost::closeObserver(int32_t device) { post(&EmulatedHost::doCloseObserver, device); }
 
-std::vector<std::string> EmulatedHost::calls() const { return mLog.calls(); }
+std::vector<HostEvent> EmulatedHost::events() const { return mLog.events(); }
 
-bool EmulatedHost::waitFor(const std::function<bool(const std::vector<std::string>&)>& pred,
-                           std::chrono::milliseconds limit) {
+bool EmulatedHost::waitFor(const HostEventLog::Predicate& pred, std::chrono::milliseconds limit) {
     return mLog.waitFor(pred, limit);
 }
 
-bool EmulatedHost::waitForCall(const std::string& call, std::chrono::milliseconds limit) {
+bool EmulatedHost::waitForEvent(const HostEventPattern& pattern, std::chrono::milliseconds limit) {
     return mLog.waitFor(
-        [&call](const std::vector<std::string>& calls) {
-            return std::find(calls.begin(), calls.end(), call) != calls.end();
+        [&pattern](const std::vector<HostEvent>& events) {
+            return std::any_of(events.begin(), events.end(),
+                               [&](const HostEvent& e) { return pattern.matches(e); });
         },
         limit);
 }
 
-size_t EmulatedHost::count(const std::string& call) const { return mLog.count(call); }
+size_t EmulatedHost::count(const HostEventPattern& pattern) const { return mLog.count(pattern); }
 size_t EmulatedHost::samplesSent(int32_t device) const { return mLog.samplesSent(device); }
 double EmulatedHost::frequency(int32_t device) const { return mLog.frequency(device); }
 bool EmulatedHost::streaming(int32_t device) const { return mLog.streaming(device); }
@@ -134,8 +134,10 @@ void EmulatedHost::runTimelineEvent(TimelineEvent event) {
     // An entry that finds nothing to act on says so in the log rather than vanish.
     auto skipped = [this, &event](const std::string& action, const std::string& why) {
         const auto atMs = std::chrono::duration_cast<std::chrono::milliseconds>(event.at);
-        mLog.record("timeline " + std::to_string(atMs.count()) + " " + action +
-                    " not applied: " + why);
+        mLog.add(HostEvent(HostEventKind::kTimelineNotApplied, event.device)
+                     .withValue(static_cast<double>(atMs.count()))
+                     .withDetail(action)
+                     .withReason(why));
     };
     const std::string device = "device " + std::to_string(event.device);
     switch (event.action) {

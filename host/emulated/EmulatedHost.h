@@ -14,21 +14,20 @@
 #include "base/single_thread_task_runner.h"
 #include "base/threading/thread.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/CallLog.h"
 #include "host/common/Host.h"
 #include "host/common/HostConnection.h"
+#include "host/common/HostEventLog.h"
 #include "host/common/Lifetime.h"
-#include "host/emulated/Playback.h"
 #include "host/description/HostConfig.h"
+#include "host/emulated/Playback.h"
 
 namespace kelvane::host {
 
 class EmulatedSensorDevice;
 class EmulatedSensorService;
 
-// Every call returns at once: the work is posted to the host thread. What the host saw is kept as
-// entries such as "SensorService.GetDevice 3" or "error SensorDevice[3]", readable from any
-// thread.
+// Every call returns at once: the work is posted to the host thread. What the host saw and did is
+// kept as host events, readable from any thread.
 class EmulatedHost : public Host {
   public:
     // Starts the host thread, or runs on `runner` when one is given: it must run tasks until the
@@ -42,7 +41,7 @@ class EmulatedHost : public Host {
 
     // Offers this host to the process's container bridge at config.bridgeVersion.
     void registerWithBridge() override;
-    const CallLog& log() const override { return mLog; }
+    const HostEventLog& log() const override { return mLog; }
     void setServiceInterposer(HostConnection::ServiceInterposer interposer) override;
 
     // Calls toward the client.
@@ -61,13 +60,13 @@ class EmulatedHost : public Host {
     void closeDevice(int32_t device);
     void closeObserver(int32_t device);
 
-    std::vector<std::string> calls() const;
-    // Waits up to `limit` for `pred(calls())` to hold; `pred` may query this host.
-    bool waitFor(const std::function<bool(const std::vector<std::string>&)>& pred,
+    std::vector<HostEvent> events() const;
+    // Waits up to `limit` for `pred(events())` to hold; `pred` may query this host.
+    bool waitFor(const HostEventLog::Predicate& pred,
                  std::chrono::milliseconds limit = std::chrono::seconds(10));
-    bool waitForCall(const std::string& call,
-                     std::chrono::milliseconds limit = std::chrono::seconds(10));
-    size_t count(const std::string& call) const;
+    bool waitForEvent(const HostEventPattern& pattern,
+                      std::chrono::milliseconds limit = std::chrono::seconds(10));
+    size_t count(const HostEventPattern& pattern) const;
     size_t samplesSent(int32_t device) const;  // OnSampleUpdated sent for that device
     double frequency(int32_t device) const;    // last rate set for that device, 0 if none
     bool streaming(int32_t device) const;
@@ -91,7 +90,7 @@ class EmulatedHost : public Host {
     void teardown();
 
     const HostConfig mConfig;
-    CallLog mLog;
+    HostEventLog mLog;
 
     // Host thread only. They go after the teardown ran there.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
 #include <utility>
 
 #include "base/bind.h"
@@ -25,16 +24,16 @@ constexpr uint64_t kMaxCatchUp = 10;
 // fastest the timer streams: a client asking for more still gets its answer, not a flood.
 constexpr double kFastestHz = 1000.0;
 
-template <typename T>
-std::string join(const std::vector<T>& items) {
-    std::ostringstream out;
-    for (size_t i = 0; i < items.size(); ++i) out << (i ? "," : "") << items[i];
-    return out.str();
+std::string join(const std::vector<std::string>& items) {
+    std::string out;
+    for (size_t i = 0; i < items.size(); ++i) out += (i ? "," : "") + items[i];
+    return out;
 }
 
 }  // namespace
 
-EmulatedSensorDevice::EmulatedSensorDevice(const VirtualDevice& config, bool stream, CallLog* log,
+EmulatedSensorDevice::EmulatedSensorDevice(const VirtualDevice& config, bool stream,
+                                           HostEventLog* log,
                                            scoped_refptr<base::SingleThreadTaskRunner> runner,
                                            Playback* playback)
     : mConfig(config),
@@ -53,12 +52,11 @@ void EmulatedSensorDevice::bind(mojom::SensorDeviceRequest request) {
         base::BindOnce(&EmulatedSensorDevice::onConnectionError, base::Unretained(this)));
 }
 
-std::string EmulatedSensorDevice::name() const {
-    return "SensorDevice[" + std::to_string(mConfig.id) + "]";
-}
-
 void EmulatedSensorDevice::close() {
-    if (mBinding.is_bound()) mLog->record("close " + name());
+    if (mBinding.is_bound()) {
+        mLog->add(
+            HostEvent(HostEventKind::kClosedByHost, mConfig.id).withPipe(HostPipe::kSensorDevice));
+    }
     mBinding.Close();
     mStalled.clear();
     stopReading();
@@ -73,8 +71,7 @@ void EmulatedSensorDevice::closeObserver() { stopReading(); }
 
 bool EmulatedSensorDevice::sendObserverError(int32_t errorType) {
     if (!mObserver) return false;
-    mLog->record("Observer[" + std::to_string(mConfig.id) + "].OnErrorOccurred " +
-                 std::to_string(errorType));
+    mLog->add(HostEvent(HostEventKind::kObserverError, mConfig.id).withValue(errorType));
     mObserver->OnErrorOccurred(static_cast<mojom::ObserverErrorType>(errorType));
     return true;
 }
@@ -97,7 +94,8 @@ void EmulatedSensorDevice::emitBurst(size_t count) {
     // Nothing on this thread can end the stream mid-burst, so the whole burst is counted once,
     // before the first sample goes out, as send() counts each sample before sending it.
     const bool live = mObserver && !mObserver.encountered_error();
-    if (live && count > 0) mLog->addSamples(mConfig.id, count);
+    if (live && count > 0)
+        mLog->add(HostEvent(HostEventKind::kSamplesSent, mConfig.id).withValue(count));
     for (size_t i = 0; i < count; ++i) {
         const SampleGenerator::Sample& sample =
             mGenerator.next(mEnabled, android::elapsedRealtimeNano());
@@ -106,31 +104,38 @@ void EmulatedSensorDevice::emitBurst(size_t count) {
 }
 
 void EmulatedSensorDevice::SetTimeout(uint32_t timeout) {
-    mLog->record(name() + ".SetTimeout " + std::to_string(timeout));
+    mLog->add(HostEvent(HostEventKind::kTimeoutSet, mConfig.id).withValue(timeout));
 }
 
 void EmulatedSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
-    mLog->record(name() + ".GetAllChannelIds");
+    mLog->add(
+        HostEvent(HostEventKind::kStepAsked, mConfig.id).withStep(HostStep::kGetAllChannelIds));
     if (mConfig.closeAt == CloseAt::kOnChannels) {
         close();
         return;
     }
     if (mConfig.stall == Stall::kChannels) {
+        mLog->add(HostEvent(HostEventKind::kStepStalled, mConfig.id)
+                      .withStep(HostStep::kGetAllChannelIds));
         mStalled.push_back(base::BindOnce([](GetAllChannelIdsCallback) {}, std::move(callback)));
         setUpEnded();
         return;
     }
-    reply("GetAllChannelIds", std::move(callback), mConfig.channels, false);
+    reply(HostStep::kGetAllChannelIds, std::move(callback), mConfig.channels, false);
 }
 
 void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_names,
                                          GetAttributesCallback callback) {
-    mLog->record(name() + ".GetAttributes " + join(attr_names));
+    mLog->add(HostEvent(HostEventKind::kStepAsked, mConfig.id)
+                  .withStep(HostStep::kGetAttributes)
+                  .withDetail(join(attr_names)));
     if (mConfig.closeAt == CloseAt::kOnAttributes) {
         close();
         return;
     }
     if (mConfig.stall == Stall::kAttributes) {
+        mLog->add(
+            HostEvent(HostEventKind::kStepStalled, mConfig.id).withStep(HostStep::kGetAttributes));
         mStalled.push_back(base::BindOnce([](GetAttributesCallback) {}, std::move(callback)));
         setUpEnded();
         return;
@@ -141,40 +146,39 @@ void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_na
         auto it = mConfig.attributes.find(attr);
         values.push_back(it == mConfig.attributes.end() ? base::nullopt : it->second);
     }
-    reply("GetAttributes", std::move(callback), std::move(values),
+    reply(HostStep::kGetAttributes, std::move(callback), std::move(values),
           mConfig.closeAt == CloseAt::kAfterAttributes, true);
 }
 
 template <typename Callback, typename Value>
-void EmulatedSensorDevice::reply(const char* step, Callback callback, Value value, bool closeAfter,
+void EmulatedSensorDevice::reply(HostStep step, Callback callback, Value value, bool closeAfter,
                                  bool last) {
     // The log says when the answer went out, so that readers can tell a late answer from none.
-    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, std::string entry, Callback cb,
+    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, HostStep answered, Callback cb,
                      Value v, bool close, bool lastStep) {
         std::shared_ptr<EmulatedSensorDevice> d = device.lock();
-        if (d) d->mLog->record(std::move(entry));
+        if (d)
+            d->mLog->add(HostEvent(HostEventKind::kStepAnswered, d->mConfig.id).withStep(answered));
         std::move(cb).Run(v);
         if (!d) return;
         if (close) d->close();
         if (lastStep) d->setUpEnded();
     };
-    std::string entry = name() + "." + step + " reply";
     if (mConfig.replyDelay.count() <= 0) {
-        answer(weak_from_this(), std::move(entry), std::move(callback), std::move(value),
-               closeAfter, last);
+        answer(weak_from_this(), step, std::move(callback), std::move(value), closeAfter, last);
         return;
     }
-    mRunner->PostDelayedTask(
-        FROM_HERE,
-        base::BindOnce(answer, weak_from_this(), std::move(entry), std::move(callback),
-                       std::move(value), closeAfter, last),
-        boundedDelay(mConfig.replyDelay));
+    mRunner->PostDelayedTask(FROM_HERE,
+                             base::BindOnce(answer, weak_from_this(), step, std::move(callback),
+                                            std::move(value), closeAfter, last),
+                             boundedDelay(mConfig.replyDelay));
 }
 
 void EmulatedSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
                                               SetChannelsEnabledCallback callback) {
-    mLog->record(name() + ".SetChannelsEnabled " + join(iio_chn_indices) +
-                 (en ? " true" : " false"));
+    mLog->add(HostEvent(HostEventKind::kChannelsEnabled, mConfig.id)
+                  .withChannels(iio_chn_indices)
+                  .withValue(en ? 1 : 0));
     const int32_t channelCount = static_cast<int32_t>(mConfig.channels.size());
     std::vector<int32_t> failed;
     for (int32_t index : iio_chn_indices) {
@@ -189,12 +193,16 @@ void EmulatedSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_ch
             mEnabled.erase(index);
         }
     }
+    if (!failed.empty()) {
+        mLog->add(HostEvent(HostEventKind::kChannelsFailed, mConfig.id).withChannels(failed));
+    }
     std::move(callback).Run(failed);
 }
 
 void EmulatedSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
                                               GetChannelsEnabledCallback callback) {
-    mLog->record(name() + ".GetChannelsEnabled " + join(iio_chn_indices));
+    mLog->add(
+        HostEvent(HostEventKind::kChannelsEnabledAsked, mConfig.id).withChannels(iio_chn_indices));
     std::vector<bool> enabled;
     for (int32_t index : iio_chn_indices) enabled.push_back(mEnabled.count(index) != 0);
     std::move(callback).Run(enabled);
@@ -203,7 +211,9 @@ void EmulatedSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_ch
 void EmulatedSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
                                                  const std::string& attr_name,
                                                  GetChannelsAttributesCallback callback) {
-    mLog->record(name() + ".GetChannelsAttributes " + join(iio_chn_indices) + " " + attr_name);
+    mLog->add(HostEvent(HostEventKind::kChannelAttributeAsked, mConfig.id)
+                  .withChannels(iio_chn_indices)
+                  .withDetail(attr_name));
     // Virtual channels carry no attributes of their own.
     std::move(callback).Run(
         std::vector<base::Optional<std::string>>(iio_chn_indices.size(), base::nullopt));
@@ -219,11 +229,9 @@ double EmulatedSensorDevice::answerFrequency(double requested) const {
 }
 
 void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
-    std::ostringstream call;
-    call << name() << ".SetFrequency " << frequency;
-    mLog->record(call.str());
+    mLog->add(HostEvent(HostEventKind::kFrequencyAsked, mConfig.id).withValue(frequency));
     mFrequency = answerFrequency(frequency);
-    mLog->setFrequency(mConfig.id, mFrequency);
+    mLog->add(HostEvent(HostEventKind::kFrequencyAnswered, mConfig.id).withValue(mFrequency));
     if (mReading && mStream && mPlayback == nullptr) {
         if (mFrequency > 0.0) {
             startTimer();
@@ -235,7 +243,7 @@ void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback c
 }
 
 void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverPtr observer) {
-    mLog->record(name() + ".StartReadingSamples");
+    mLog->add(HostEvent(HostEventKind::kStartReadingAsked, mConfig.id));
     stopReading();  // the previous observer is closed
     mObserver = std::move(observer);
     mObserver.set_connection_error_handler(
@@ -255,25 +263,27 @@ void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserve
 }
 
 void EmulatedSensorDevice::StopReadingSamples() {
-    mLog->record(name() + ".StopReadingSamples");
+    mLog->add(HostEvent(HostEventKind::kStopReadingAsked, mConfig.id));
     stopReading();
 }
 
 void EmulatedSensorDevice::onConnectionError() {
-    mLog->record("error " + name());
+    mLog->add(
+        HostEvent(HostEventKind::kClosedByClient, mConfig.id).withPipe(HostPipe::kSensorDevice));
     // The client is gone: so is its stream.
     stopReading();
 }
 
 void EmulatedSensorDevice::onObserverError() {
-    mLog->record("error Observer[" + std::to_string(mConfig.id) + "]");
+    mLog->add(HostEvent(HostEventKind::kClosedByClient, mConfig.id).withPipe(HostPipe::kObserver));
     stopReading();
 }
 
 void EmulatedSensorDevice::setReading(bool reading) {
     if (mReading == reading) return;
     mReading = reading;
-    mLog->streamingChanged(mConfig.id, reading);
+    mLog->add(HostEvent(reading ? HostEventKind::kStreamStarted : HostEventKind::kStreamStopped,
+                        mConfig.id));
 }
 
 void EmulatedSensorDevice::stopReading() {
@@ -334,7 +344,7 @@ bool EmulatedSensorDevice::dropped(uint64_t index) const {
 void EmulatedSensorDevice::send(const SampleGenerator::Sample& sample) {
     if (!mObserver || mObserver.encountered_error()) return;
     // Counted first, so a client that has a sample always finds it counted.
-    mLog->addSamples(mConfig.id, 1);
+    mLog->add(HostEvent(HostEventKind::kSamplesSent, mConfig.id).withValue(1));
     mObserver->OnSampleUpdated(sample);
 }
 

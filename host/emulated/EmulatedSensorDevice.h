@@ -13,7 +13,7 @@
 #include "base/single_thread_task_runner.h"
 #include "base/time/time.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/CallLog.h"
+#include "host/common/HostEventLog.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/SampleGenerator.h"
 #include "mojo/public/cpp/bindings/binding.h"
@@ -29,7 +29,7 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
   public:
     // `playback` (owned by the host, outliving every device) plays the device's recorded
     // samples; it is told when this endpoint starts reading.
-    EmulatedSensorDevice(const VirtualDevice& config, bool stream, CallLog* log,
+    EmulatedSensorDevice(const VirtualDevice& config, bool stream, HostEventLog* log,
                          scoped_refptr<base::SingleThreadTaskRunner> runner, Playback* playback);
     ~EmulatedSensorDevice() override;
     EmulatedSensorDevice(const EmulatedSensorDevice&) = delete;
@@ -75,14 +75,12 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
                                GetChannelsAttributesCallback callback) override;
 
   private:
-    std::string name() const;  // "SensorDevice[<id>]"
     double answerFrequency(double requested) const;
     // Runs a handshake reply now or after the configured delay, logged as
     // "SensorDevice[<id>].<step> reply"; closes the pipe after it if asked. The `last` reply of
     // the handshake ends the setup (whenSetUp()).
     template <typename Callback, typename Value>
-    void reply(const char* step, Callback callback, Value value, bool closeAfter,
-               bool last = false);
+    void reply(HostStep step, Callback callback, Value value, bool closeAfter, bool last = false);
 
     void setUpEnded();
     void onConnectionError();
@@ -98,7 +96,7 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
 
     const VirtualDevice mConfig;
     const bool mStream;
-    CallLog* const mLog;  // owned by the host, outlives every device
+    HostEventLog* const mLog;  // owned by the host, outlives every device
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     Playback* const mPlayback;  // null when the device has no recorded samples
 

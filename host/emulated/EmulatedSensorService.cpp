@@ -21,7 +21,7 @@ bool clientOpens(const VirtualDevice& d) {
 
 }  // namespace
 
-EmulatedSensorService::EmulatedSensorService(const HostConfig* config, CallLog* log,
+EmulatedSensorService::EmulatedSensorService(const HostConfig* config, HostEventLog* log,
                                              Playback* playback,
                                              scoped_refptr<base::SingleThreadTaskRunner> runner,
                                              mojom::SensorServiceRequest request)
@@ -40,7 +40,10 @@ EmulatedSensorService::~EmulatedSensorService() {
 
 void EmulatedSensorService::close(uint32_t reason, const std::string& description) {
     if (!mBinding.is_bound()) return;
-    mLog->record("close SensorService " + std::to_string(reason) + " " + description);
+    mLog->add(HostEvent(HostEventKind::kClosedByHost)
+                  .withPipe(HostPipe::kSensorService)
+                  .withValue(reason)
+                  .withDetail(description));
     mBinding.CloseWithReason(reason, description);
     setUpEnded();
 }
@@ -63,7 +66,7 @@ void EmulatedSensorService::closeDevice(int32_t device) {
 
 void EmulatedSensorService::GetDeviceIds(mojom::DeviceType type, GetDeviceIdsCallback callback) {
     const int32_t code = static_cast<int32_t>(type);
-    mLog->record("SensorService.GetDeviceIds " + std::to_string(code));
+    mLog->add(HostEvent(HostEventKind::kDeviceIdsAsked).withValue(code));
     std::vector<int32_t> ids;
     for (const VirtualDevice& d : mConfig->devices) {
         if (std::find(d.types.begin(), d.types.end(), code) != d.types.end()) ids.push_back(d.id);
@@ -72,7 +75,7 @@ void EmulatedSensorService::GetDeviceIds(mojom::DeviceType type, GetDeviceIdsCal
 }
 
 void EmulatedSensorService::GetAllDeviceIds(GetAllDeviceIdsCallback callback) {
-    mLog->record("SensorService.GetAllDeviceIds");
+    mLog->add(HostEvent(HostEventKind::kDeviceListAsked));
     base::flat_map<int32_t, std::vector<int32_t>> listing;
     for (const VirtualDevice& d : mConfig->devices) listing[d.id] = d.types;
     std::move(callback).Run(listing);
@@ -94,16 +97,19 @@ void EmulatedSensorService::setUpEnded() {
 
 void EmulatedSensorService::GetDevice(int32_t iio_device_id,
                                       mojom::SensorDeviceRequest device_request) {
-    mLog->record("SensorService.GetDevice " + std::to_string(iio_device_id));
+    mLog->add(HostEvent(HostEventKind::kStepAsked, iio_device_id).withStep(HostStep::kGetDevice));
     auto config = std::find_if(mConfig->devices.begin(), mConfig->devices.end(),
                                [&](const VirtualDevice& d) { return d.id == iio_device_id; });
     // Unknown devices and devices set to close here get their request closed unanswered.
     if (config == mConfig->devices.end() || config->closeAt == CloseAt::kOnGetDevice) {
-        mLog->record("close SensorDevice[" + std::to_string(iio_device_id) + "]");
+        mLog->add(HostEvent(HostEventKind::kClosedByHost, iio_device_id)
+                      .withPipe(HostPipe::kSensorDevice));
         deviceSetUp(iio_device_id);
         return;
     }
     if (config->stall == Stall::kDevice) {
+        mLog->add(
+            HostEvent(HostEventKind::kStepStalled, iio_device_id).withStep(HostStep::kGetDevice));
         mStalled.emplace_back(iio_device_id, std::move(device_request));
         deviceSetUp(iio_device_id);
         return;
@@ -113,18 +119,20 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
     device->whenSetUp(
         base::BindOnce(&EmulatedSensorService::deviceSetUp, base::Unretained(this), iio_device_id));
     device->bind(std::move(device_request));
+    mLog->add(
+        HostEvent(HostEventKind::kStepAnswered, iio_device_id).withStep(HostStep::kGetDevice));
     mDevices.push_back(std::move(device));
 }
 
 void EmulatedSensorService::RegisterNewDevicesObserver(
     mojom::SensorServiceNewDevicesObserverPtr observer) {
-    mLog->record("SensorService.RegisterNewDevicesObserver");
+    mLog->add(HostEvent(HostEventKind::kNewDevicesObserverAdded));
     // The device set never changes, so the observer is only kept open.
     mNewDeviceObservers.push_back(std::move(observer));
 }
 
 void EmulatedSensorService::onConnectionError() {
-    mLog->record("error SensorService");
+    mLog->add(HostEvent(HostEventKind::kClosedByClient).withPipe(HostPipe::kSensorService));
     setUpEnded();
 }
 

@@ -11,9 +11,9 @@
 
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/CallLog.h"
-#include "host/emulated/EmulatedSensorDevice.h"
+#include "host/common/HostEventLog.h"
 #include "host/description/HostConfig.h"
+#include "host/emulated/EmulatedSensorDevice.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host {
@@ -22,7 +22,7 @@ namespace kelvane::host {
 class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
   public:
     // `config`, `log` and `playback` belong to the host and outlive the service.
-    EmulatedSensorService(const HostConfig* config, CallLog* log, Playback* playback,
+    EmulatedSensorService(const HostConfig* config, HostEventLog* log, Playback* playback,
                           scoped_refptr<base::SingleThreadTaskRunner> runner,
                           chromeos::sensors::mojom::SensorServiceRequest request);
     ~EmulatedSensorService() override;
@@ -54,7 +54,7 @@ class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
     void setUpEnded();
 
     const HostConfig* const mConfig;
-    CallLog* const mLog;
+    HostEventLog* const mLog;
     Playback* const mPlayback;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     mojo::Binding<chromeos::sensors::mojom::SensorService> mBinding;

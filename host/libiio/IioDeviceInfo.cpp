@@ -107,6 +107,28 @@ std::optional<std::string> readChannelAttribute(const iio_channel* channel, cons
     return attributeText(iio_channel_attr_read(channel, name, text, sizeof(text)), text);
 }
 
+int deviceReadError(const iio_device* device) {
+    char text[kAttributeSize] = {};
+    ssize_t read = 0;
+    if (iio_device_get_attrs_count(device) > 0) {
+        read = iio_device_attr_read(device, iio_device_get_attr(device, 0), text, sizeof(text));
+    } else {
+        for (const iio_channel* channel : inputChannels(device)) {
+            if (iio_channel_get_attrs_count(channel) == 0) continue;
+            read = iio_channel_attr_read(channel, iio_channel_get_attr(channel, 0), text,
+                                         sizeof(text));
+            break;
+        }
+    }
+    return read < 0 ? static_cast<int>(-read) : 0;
+}
+
+std::string errnoText(int error) {
+    char text[256];
+    iio_strerror(error, text, sizeof(text));
+    return text;
+}
+
 ScaleChoice chooseScale(const iio_device* device) {
     ScaleChoice choice;
     const std::vector<int32_t> types = deviceTypes(device);

@@ -31,6 +31,13 @@ std::string channelId(const iio_channel* channel);
 std::optional<std::string> readAttribute(const iio_device* device, const char* name);
 std::optional<std::string> readChannelAttribute(const iio_channel* channel, const char* name);
 
+// Whether the device can still be read: 0 if one of its attributes reads (a device without any
+// counts as readable), else the positive errno of the failed read (ENOENT once it went away).
+int deviceReadError(const iio_device* device);
+
+// The text of a positive errno as libiio words it.
+std::string errnoText(int error);
+
 // The factor turning the raw values of the device's first kind into Android units: the scale of
 // its value channels (per channel, else per type, else the device's "scale", else 1; 1 for a
 // channel read through "input", which is already processed), times 100 for magnetometers, whose

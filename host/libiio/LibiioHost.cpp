@@ -20,12 +20,6 @@ namespace {
 
 constexpr uint32_t kBridgeVersion = 54;
 
-std::string errnoText(int error) {
-    char text[256];
-    iio_strerror(error, text, sizeof(text));
-    return text;
-}
-
 bool servesAnyDevice(const iio_context* context) {
     const unsigned int count = iio_context_get_devices_count(context);
     for (unsigned int i = 0; i < count; ++i) {

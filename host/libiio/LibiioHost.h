@@ -13,9 +13,9 @@
 
 #include "base/single_thread_task_runner.h"
 #include "base/threading/thread.h"
-#include "host/common/CallLog.h"
 #include "host/common/Host.h"
 #include "host/common/HostConnection.h"
+#include "host/common/HostEventLog.h"
 
 namespace kelvane::host::iio {
 
@@ -34,7 +34,7 @@ class LibiioHost : public Host {
     LibiioHost& operator=(const LibiioHost&) = delete;
 
     void registerWithBridge() override;
-    const CallLog& log() const override { return mLog; }
+    const HostEventLog& log() const override { return mLog; }
 
     void setServiceInterposer(HostConnection::ServiceInterposer interposer) override;
 
@@ -44,7 +44,7 @@ class LibiioHost : public Host {
     void teardown();
 
     iio_context* const mContext;  // freed last, after the thread stopped
-    CallLog mLog;
+    HostEventLog mLog;
 
     // Host thread only. The thread is stopped before any of these goes.
     std::set<int32_t> mScaleWarned;

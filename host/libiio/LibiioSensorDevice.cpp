@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <sstream>
 #include <utility>
 
 #include "base/bind.h"
@@ -30,7 +29,7 @@ constexpr size_t kMaxScansPerRead = 256;
 }  // namespace
 
 LibiioSensorDevice::LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id,
-                                       CallLog* log, std::set<int32_t>* scaleWarned,
+                                       HostEventLog* log, std::set<int32_t>* scaleWarned,
                                        scoped_refptr<base::SingleThreadTaskRunner> runner)
     : mContext(context),
       mDevice(device),
@@ -49,34 +48,47 @@ void LibiioSensorDevice::bind(mojom::SensorDeviceRequest request) {
     mBinding.Bind(std::move(request));
     mBinding.set_connection_error_handler(base::BindOnce(
         [](LibiioSensorDevice* device) {
-            device->mLog->record("error " + device->name());
+            device->mLog->add(HostEvent(HostEventKind::kClosedByClient, device->mId)
+                                  .withPipe(HostPipe::kSensorDevice));
             device->stopReading();  // the client is gone: so is its stream
         },
         base::Unretained(this)));
 }
-
-std::string LibiioSensorDevice::name() const { return "SensorDevice[" + std::to_string(mId) + "]"; }
 
 bool LibiioSensorDevice::validIndex(int32_t index) const {
     return index >= 0 && static_cast<size_t>(index) < mChannels.size();
 }
 
 void LibiioSensorDevice::SetTimeout(uint32_t timeout) {
-    mLog->record(name() + ".SetTimeout " + std::to_string(timeout));
     // libiio keeps one time-out per context: the last device to set one sets it for all.
-    if (iio_context_set_timeout(mContext, timeout) < 0) {
-        mLog->record(name() + ": time-out not set");
+    HostEvent event = HostEvent(HostEventKind::kTimeoutSet, mId).withValue(timeout);
+    if (const int error = iio_context_set_timeout(mContext, timeout); error < 0) {
+        event.withReason(errnoText(-error));
     }
+    mLog->add(std::move(event));
 }
 
 void LibiioSensorDevice::GetAttributes(const std::vector<std::string>& attr_names,
                                        GetAttributesCallback callback) {
+    std::string names;
+    for (const std::string& attr : attr_names) names += (names.empty() ? "" : ",") + attr;
+    mLog->add(HostEvent(HostEventKind::kStepAsked, mId)
+                  .withStep(HostStep::kGetAttributes)
+                  .withDetail(names));
+    // A device gone since it was opened has nothing to answer with: its pipe is closed.
+    if (const int error = deviceReadError(mDevice)) {
+        mLog->add(HostEvent(HostEventKind::kStepFailed, mId)
+                      .withStep(HostStep::kGetAttributes)
+                      .withReason("cannot read the device: " + errnoText(error)));
+        close();
+        return;
+    }
     std::vector<base::Optional<std::string>> values;
     for (const std::string& attr : attr_names) {
         std::optional<std::string> value = attribute(attr);
         values.push_back(value ? base::Optional<std::string>(*value) : base::nullopt);
     }
-    mLog->record(name() + ".GetAttributes");
+    mLog->add(HostEvent(HostEventKind::kStepAnswered, mId).withStep(HostStep::kGetAttributes));
     std::move(callback).Run(std::move(values));
 }
 
@@ -113,32 +125,31 @@ double LibiioSensorDevice::applyFrequency(double requested) {
 }
 
 void LibiioSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
-    std::ostringstream call;
-    call << name() << ".SetFrequency " << frequency;
-    mLog->record(call.str());
+    mLog->add(HostEvent(HostEventKind::kFrequencyAsked, mId).withValue(frequency));
     mFrequency = applyFrequency(frequency);
-    mLog->setFrequency(mId, mFrequency);
+    mLog->add(HostEvent(HostEventKind::kFrequencyAnswered, mId).withValue(mFrequency));
     // A new rate takes effect with a new buffer or poll period.
     if (mReader) startReader();
     std::move(callback).Run(mFrequency);
 }
 
 void LibiioSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverPtr observer) {
-    mLog->record(name() + ".StartReadingSamples");
+    mLog->add(HostEvent(HostEventKind::kStartReadingAsked, mId));
     stopReading();
     mObserver = std::move(observer);
     mObserver.set_connection_error_handler(base::BindOnce(
         [](LibiioSensorDevice* device) {
-            device->mLog->record("error Observer[" + std::to_string(device->mId) + "]");
+            device->mLog->add(HostEvent(HostEventKind::kClosedByClient, device->mId)
+                                  .withPipe(HostPipe::kObserver));
             device->stopReading();
         },
         base::Unretained(this)));
     if (!(mFrequency > 0.0)) {
-        mObserver->OnErrorOccurred(mojom::ObserverErrorType::FREQUENCY_INVALID);
+        observerError(mojom::ObserverErrorType::FREQUENCY_INVALID, "no valid rate set");
         return;
     }
     if (mEnabled.empty()) {
-        mObserver->OnErrorOccurred(mojom::ObserverErrorType::NO_ENABLED_CHANNELS);
+        observerError(mojom::ObserverErrorType::NO_ENABLED_CHANNELS, "no channel enabled");
         return;
     }
     if (mBuffered && readAttribute(mDevice, "current_timestamp_clock")) {
@@ -151,7 +162,7 @@ void LibiioSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverP
 void LibiioSensorDevice::startReader() {
     if (mReader) {
         mReader.reset();
-        mLog->streamingChanged(mId, false);
+        mLog->add(HostEvent(HostEventKind::kStreamStopped, mId));
     }
     std::vector<SampleReader::Channel> channels;
     for (int32_t index : mEnabled) channels.push_back({index, mChannels[index]});
@@ -177,62 +188,77 @@ void LibiioSensorDevice::startReader() {
         int error = 0;
         mReader = SampleReader::startBuffered(mDevice, channels, scans, deliver, fail, &error);
         if (!mReader) {
-            mLog->record(name() + ": no buffer: " + std::to_string(error));
-            mObserver->OnErrorOccurred(mojom::ObserverErrorType::GET_FD_FAILED);
+            observerError(mojom::ObserverErrorType::GET_FD_FAILED,
+                          "cannot open the device's buffer: " + errnoText(error));
             return;
         }
     } else {
         mReader = SampleReader::startPolled(mDevice, std::move(channels),
                                             std::min(mFrequency, kFastestHz), deliver, fail);
     }
-    mLog->streamingChanged(mId, true);
+    mLog->add(HostEvent(HostEventKind::kStreamStarted, mId));
 }
 
 void LibiioSensorDevice::StopReadingSamples() {
-    mLog->record(name() + ".StopReadingSamples");
+    mLog->add(HostEvent(HostEventKind::kStopReadingAsked, mId));
     stopReading();
 }
 
 void LibiioSensorDevice::stopReading() {
     if (mReader) {
         mReader.reset();  // joins the reader thread; its posted samples find no observer
-        mLog->streamingChanged(mId, false);
+        mLog->add(HostEvent(HostEventKind::kStreamStopped, mId));
     }
     mObserver.reset();
 }
 
 void LibiioSensorDevice::close() {
     stopReading();
+    if (mBinding.is_bound()) {
+        mLog->add(HostEvent(HostEventKind::kClosedByHost, mId).withPipe(HostPipe::kSensorDevice));
+    }
     mBinding.Close();
+}
+
+void LibiioSensorDevice::observerError(mojom::ObserverErrorType type, std::string reason) {
+    mLog->add(HostEvent(HostEventKind::kObserverError, mId)
+                  .withValue(static_cast<int32_t>(type))
+                  .withReason(std::move(reason)));
+    mObserver->OnErrorOccurred(type);
 }
 
 void LibiioSensorDevice::onSamples(std::vector<Sample> samples) {
     if (!mReader || !mObserver || mObserver.encountered_error()) return;
-    mLog->addSamples(mId, samples.size());
+    mLog->add(
+        HostEvent(HostEventKind::kSamplesSent, mId).withValue(static_cast<double>(samples.size())));
     for (const Sample& sample : samples) mObserver->OnSampleUpdated(sample);
 }
 
 void LibiioSensorDevice::onReadError(int error) {
     if (!mReader || !mObserver) return;  // from a reader already stopped
     if (error == ETIMEDOUT) {
-        mObserver->OnErrorOccurred(mojom::ObserverErrorType::READ_TIMEOUT);
+        observerError(mojom::ObserverErrorType::READ_TIMEOUT, "time-out: " + errnoText(error));
         return;
     }
-    mObserver->OnErrorOccurred(mojom::ObserverErrorType::READ_FAILED);
+    // The device went away, or its bus or the network did: it cannot be read again.
+    observerError(mojom::ObserverErrorType::READ_FAILED,
+                  (error == ENODEV ? "device gone: " : "read failed: ") + errnoText(error));
     close();
-    mLog->record(name() + ": read failed: " + std::to_string(error));
 }
 
 void LibiioSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
-    mLog->record(name() + ".GetAllChannelIds");
+    mLog->add(HostEvent(HostEventKind::kStepAsked, mId).withStep(HostStep::kGetAllChannelIds));
     std::vector<std::string> ids;
     for (const iio_channel* channel : mChannels) ids.push_back(channelId(channel));
+    mLog->add(HostEvent(HostEventKind::kStepAnswered, mId).withStep(HostStep::kGetAllChannelIds));
     std::move(callback).Run(ids);
 }
 
 void LibiioSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
                                             SetChannelsEnabledCallback callback) {
-    mLog->record(name() + ".SetChannelsEnabled");
+    mLog->add(HostEvent(HostEventKind::kChannelsEnabled, mId)
+                  .withChannels(iio_chn_indices)
+                  .withValue(en ? 1 : 0));
     std::vector<int32_t> failed;
     for (int32_t index : iio_chn_indices) {
         // A buffered device streams its scan elements only; a polled one reads any channel.
@@ -246,11 +272,15 @@ void LibiioSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_
             mEnabled.erase(index);
         }
     }
+    if (!failed.empty()) {
+        mLog->add(HostEvent(HostEventKind::kChannelsFailed, mId).withChannels(failed));
+    }
     std::move(callback).Run(failed);
 }
 
 void LibiioSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
                                             GetChannelsEnabledCallback callback) {
+    mLog->add(HostEvent(HostEventKind::kChannelsEnabledAsked, mId).withChannels(iio_chn_indices));
     std::vector<bool> enabled;
     for (int32_t index : iio_chn_indices) enabled.push_back(mEnabled.count(index) != 0);
     std::move(callback).Run(enabled);
@@ -259,6 +289,9 @@ void LibiioSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_
 void LibiioSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
                                                const std::string& attr_name,
                                                GetChannelsAttributesCallback callback) {
+    mLog->add(HostEvent(HostEventKind::kChannelAttributeAsked, mId)
+                  .withChannels(iio_chn_indices)
+                  .withDetail(attr_name));
     std::vector<base::Optional<std::string>> values;
     for (int32_t index : iio_chn_indices) {
         std::optional<std::string> value;

@@ -13,7 +13,7 @@
 
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/CallLog.h"
+#include "host/common/HostEventLog.h"
 #include "host/libiio/SampleReader.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
@@ -28,7 +28,7 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
   public:
     // `context`, `log` and `scaleWarned` (the devices whose differing axis scales were already
     // reported on stderr, shared by the host's devices) outlive the device.
-    LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id, CallLog* log,
+    LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id, HostEventLog* log,
                        std::set<int32_t>* scaleWarned,
                        scoped_refptr<base::SingleThreadTaskRunner> runner);
     ~LibiioSensorDevice() override;
@@ -56,12 +56,13 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
                                GetChannelsAttributesCallback callback) override;
 
   private:
-    std::string name() const;  // "SensorDevice[<id>]"
     double applyFrequency(double requested);
     std::optional<std::string> attribute(const std::string& name);
     void startReader();
     void stopReading();
     void close();
+    // Sends the observer `type`, logged with the host's reason.
+    void observerError(chromeos::sensors::mojom::ObserverErrorType type, std::string reason);
     void onSamples(std::vector<Sample> samples);
     void onReadError(int error);
     bool validIndex(int32_t index) const;
@@ -69,7 +70,7 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     iio_context* const mContext;
     iio_device* const mDevice;
     const int32_t mId;
-    CallLog* const mLog;
+    HostEventLog* const mLog;
     std::set<int32_t>* const mScaleWarned;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     const std::vector<iio_channel*> mChannels;  // index = the host's channel index

@@ -10,7 +10,7 @@ namespace kelvane::host::iio {
 
 namespace mojom = chromeos::sensors::mojom;
 
-LibiioSensorService::LibiioSensorService(iio_context* context, CallLog* log,
+LibiioSensorService::LibiioSensorService(iio_context* context, HostEventLog* log,
                                          std::set<int32_t>* scaleWarned,
                                          scoped_refptr<base::SingleThreadTaskRunner> runner,
                                          mojom::SensorServiceRequest request)
@@ -20,14 +20,17 @@ LibiioSensorService::LibiioSensorService(iio_context* context, CallLog* log,
       mRunner(std::move(runner)),
       mBinding(this, std::move(request)) {
     mBinding.set_connection_error_handler(base::BindOnce(
-        [](CallLog* l) { l->record("error SensorService"); }, base::Unretained(mLog)));
+        [](HostEventLog* l) {
+            l->add(HostEvent(HostEventKind::kClosedByClient).withPipe(HostPipe::kSensorService));
+        },
+        base::Unretained(mLog)));
 }
 
 LibiioSensorService::~LibiioSensorService() = default;
 
 void LibiioSensorService::GetDeviceIds(mojom::DeviceType type, GetDeviceIdsCallback callback) {
     const int32_t code = static_cast<int32_t>(type);
-    mLog->record("SensorService.GetDeviceIds " + std::to_string(code));
+    mLog->add(HostEvent(HostEventKind::kDeviceIdsAsked).withValue(code));
     std::vector<int32_t> ids;
     const unsigned int count = iio_context_get_devices_count(mContext);
     for (unsigned int i = 0; i < count; ++i) {
@@ -41,7 +44,7 @@ void LibiioSensorService::GetDeviceIds(mojom::DeviceType type, GetDeviceIdsCallb
 }
 
 void LibiioSensorService::GetAllDeviceIds(GetAllDeviceIdsCallback callback) {
-    mLog->record("SensorService.GetAllDeviceIds");
+    mLog->add(HostEvent(HostEventKind::kDeviceListAsked));
     base::flat_map<int32_t, std::vector<int32_t>> listing;
     const unsigned int count = iio_context_get_devices_count(mContext);
     for (unsigned int i = 0; i < count; ++i) {
@@ -55,11 +58,18 @@ void LibiioSensorService::GetAllDeviceIds(GetAllDeviceIdsCallback callback) {
 
 void LibiioSensorService::GetDevice(int32_t iio_device_id,
                                     mojom::SensorDeviceRequest device_request) {
-    mLog->record("SensorService.GetDevice " + std::to_string(iio_device_id));
+    mLog->add(HostEvent(HostEventKind::kStepAsked, iio_device_id).withStep(HostStep::kGetDevice));
     const unsigned int count = iio_context_get_devices_count(mContext);
     for (unsigned int i = 0; i < count; ++i) {
         iio_device* device = iio_context_get_device(mContext, i);
         if (deviceNumber(device) != iio_device_id) continue;
+        // The device may have gone since the context was made: its request is then closed.
+        if (const int error = deviceReadError(device)) {
+            mLog->add(HostEvent(HostEventKind::kStepFailed, iio_device_id)
+                          .withStep(HostStep::kGetDevice)
+                          .withReason("cannot open the device: " + errnoText(error)));
+            return;
+        }
         // Pipes of devices closed since are dropped here rather than kept for the service's life.
         mDevices.erase(std::remove_if(mDevices.begin(), mDevices.end(),
                                       [](const auto& d) { return d->closed(); }),
@@ -67,15 +77,20 @@ void LibiioSensorService::GetDevice(int32_t iio_device_id,
         auto opened = std::make_shared<LibiioSensorDevice>(mContext, device, iio_device_id, mLog,
                                                            mScaleWarned, mRunner);
         opened->bind(std::move(device_request));
+        mLog->add(
+            HostEvent(HostEventKind::kStepAnswered, iio_device_id).withStep(HostStep::kGetDevice));
         mDevices.push_back(std::move(opened));
         return;
     }
     // An unknown device: its request is closed unanswered.
+    mLog->add(HostEvent(HostEventKind::kStepFailed, iio_device_id)
+                  .withStep(HostStep::kGetDevice)
+                  .withReason("no such device"));
 }
 
 void LibiioSensorService::RegisterNewDevicesObserver(
     mojom::SensorServiceNewDevicesObserverPtr observer) {
-    mLog->record("SensorService.RegisterNewDevicesObserver");
+    mLog->add(HostEvent(HostEventKind::kNewDevicesObserverAdded));
     // A libiio context's device set is fixed when it is made, so the observer is only kept open.
     mNewDeviceObservers.push_back(std::move(observer));
 }

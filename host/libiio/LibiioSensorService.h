@@ -11,7 +11,7 @@
 
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/CallLog.h"
+#include "host/common/HostEventLog.h"
 #include "host/libiio/LibiioSensorDevice.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
@@ -21,7 +21,7 @@ namespace kelvane::host::iio {
 class LibiioSensorService : public chromeos::sensors::mojom::SensorService {
   public:
     // `context`, `log` and `scaleWarned` belong to the host and outlive the service.
-    LibiioSensorService(iio_context* context, CallLog* log, std::set<int32_t>* scaleWarned,
+    LibiioSensorService(iio_context* context, HostEventLog* log, std::set<int32_t>* scaleWarned,
                         scoped_refptr<base::SingleThreadTaskRunner> runner,
                         chromeos::sensors::mojom::SensorServiceRequest request);
     ~LibiioSensorService() override;
@@ -39,7 +39,7 @@ class LibiioSensorService : public chromeos::sensors::mojom::SensorService {
 
   private:
     iio_context* const mContext;
-    CallLog* const mLog;
+    HostEventLog* const mLog;
     std::set<int32_t>* const mScaleWarned;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     mojo::Binding<chromeos::sensors::mojom::SensorService> mBinding;

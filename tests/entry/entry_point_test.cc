@@ -54,7 +54,7 @@ TEST(EntryPointTest, LoadsOnceAndCompletesTheHandshake) {
     EXPECT_EQ(subHal, seen[0]);
     EXPECT_EQ(version, 0x02010000u);
 
-    ASSERT_TRUE(host.waitForCall("IioSensorHost.RegisterSensorHalClient"));
+    ASSERT_TRUE(host.waitForEvent(host::HostEventKind::kClientRegistered));
     EXPECT_EQ(logs.count("IioSensorSubHal: starting Mojo bridge in constructor"), 1u);
     EXPECT_EQ(logs.count("IioSensorBridge: connecting to VEL bridge (async)"), 1u);
     EXPECT_TRUE(logs.waitFor("IioSensorBridge::Init - received IioSensorHost from Chrome"));
@@ -68,7 +68,7 @@ TEST(EntryPointTest, LoadsOnceAndCompletesTheHandshake) {
     ASSERT_EQ(sensors.size(), 1u);
     EXPECT_EQ(std::string(sensors[0].name), "Accelerometer (base)");
     subHal->activate(1, true);
-    ASSERT_TRUE(host.waitForCall("SensorDevice[4].StartReadingSamples"));
+    ASSERT_TRUE(host.waitForEvent({host::HostEventKind::kStartReadingAsked, 4}));
     host.pushSample(4, {{0, 2}, {3, 99}});
     ASSERT_TRUE(proxy->waitForEvents(1));
     EXPECT_EQ(proxy->events()[0].u.vec3.x, 1.0f);

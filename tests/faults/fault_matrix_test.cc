@@ -23,9 +23,14 @@ using host::TimelineEvent;
 constexpr int32_t kAccel = 3;  // handle 1
 constexpr int32_t kLight = 9;  // handle 2
 
-std::string deviceCall(int32_t device, const std::string& call) {
-    return "SensorDevice[" + std::to_string(device) + "]." + call;
+HostEventPattern step(Kind kind, HostStep which, int32_t device = kAccel) {
+    return HostEventPattern(kind, device).withStep(which);
 }
+
+// The library enabling every channel of the accelerometer.
+const HostEventPattern kAccelEnabled =
+    HostEventPattern(Kind::kChannelsEnabled, kAccel).withValue(1);
+const HostEventPattern kAccelTimeout = {Kind::kTimeoutSet, kAccel};
 
 // Every sample event the library posts, from the Mojo thread.
 class EventRecorder : public IioSensorEventCallback {
@@ -80,16 +85,16 @@ struct FaultCase {
         enumerationEnds = true;
         return *this;
     }
-    FaultCase& hostSaw(std::vector<std::string> calls) {
-        saw = std::move(calls);
+    FaultCase& hostSaw(std::vector<HostEventPattern> events) {
+        saw = std::move(events);
         return *this;
     }
-    FaultCase& hostSawTimes(const std::string& call, size_t times) {
-        sawTimes[call] = times;
+    FaultCase& hostSawTimes(const HostEventPattern& event, size_t times) {
+        sawTimes.emplace_back(event, times);
         return *this;
     }
-    FaultCase& hostNever(std::vector<std::string> calls) {
-        never = std::move(calls);
+    FaultCase& hostNever(std::vector<HostEventPattern> events) {
+        never = std::move(events);
         return *this;
     }
     FaultCase& logs(std::vector<std::string> lines) {
@@ -113,9 +118,9 @@ struct FaultCase {
     std::function<void(FaultDriver&)> inject = [](FaultDriver&) {};
     std::vector<int> published;
     bool enumerationEnds = false;  // a waiter with no practical limit returns at once
-    std::vector<std::string> saw;
-    std::map<std::string, size_t> sawTimes;
-    std::vector<std::string> never;
+    std::vector<HostEventPattern> saw;
+    std::vector<std::pair<HostEventPattern, size_t>> sawTimes;
+    std::vector<HostEventPattern> never;
     std::vector<std::string> logged;
     std::vector<std::string> problemLines;
     int servedHandle = 0;  // 0: nothing is expected to stream
@@ -157,7 +162,7 @@ class FaultDriver : public HostTest {
 
     void awaitHandshake(uint32_t version) {
         if (version < 54) return;
-        ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+        ASSERT_TRUE(host->waitForEvent(Kind::kInitAnswered));
         mInstanceAlive = true;
     }
 
@@ -183,11 +188,11 @@ class FaultDriver : public HostTest {
 
     // Enables `handle` and waits until its device's host side has started reading.
     void activate(int handle, int32_t device) {
-        const std::string start = deviceCall(device, "StartReadingSamples");
+        const HostEventPattern start(Kind::kStartReadingAsked, device);
         const size_t before = host->count(start);
         bridge->activate(handle, true);
         ASSERT_TRUE(host->waitFor(
-            [&](const std::vector<std::string>&) { return host->count(start) > before; }));
+            [&](const std::vector<HostEvent>&) { return host->count(start) > before; }));
     }
 
     // Pushes one marked sample; returns the mark.
@@ -248,7 +253,7 @@ std::vector<FaultCase> faultCases() {
         rows.push_back(FaultCase("HostBridgeVersion" + std::to_string(version))
                            .configure([=](HostConfig& c) { c.bridgeVersion = version; })
                            .endsEnumeration()
-                           .hostNever({"VelBridgeHost.OnIioSensorInstanceReady"})
+                           .hostNever({Kind::kInstanceReady})
                            .problems({line}));
     }
 
@@ -257,7 +262,7 @@ std::vector<FaultCase> faultCases() {
     rows.push_back(FaultCase("NoHostUntilOneRegisters")
                        .withoutHost()
                        .fault([](FaultDriver& d) {
-                           EXPECT_TRUE(d.host->calls().empty());
+                           EXPECT_TRUE(d.host->events().empty());
                            EXPECT_EQ(d.logs.texts(),
                                      std::vector<std::string>{
                                          "IioSensorBridge: connecting to VEL bridge (async)"});
@@ -269,12 +274,15 @@ std::vector<FaultCase> faultCases() {
                        .serves(1, kAccel));
 
     // A device that never answers one step of its handshake is never published; the other is.
-    const std::pair<Stall, std::pair<const char*, const char*>> stalls[] = {
-        {Stall::kDevice, {"SensorService.GetDevice 3", "SensorDevice[3].SetTimeout 5000"}},
-        {Stall::kChannels,
-         {"SensorDevice[3].GetAllChannelIds", "SensorDevice[3].GetAttributes name,scale,location"}},
-        {Stall::kAttributes, {"SensorDevice[3].GetAttributes name,scale,location", nullptr}},
-    };
+    const std::pair<Stall, std::pair<HostEventPattern, std::optional<HostEventPattern>>> stalls[] =
+        {
+            {Stall::kDevice, {step(Kind::kStepStalled, HostStep::kGetDevice), kAccelTimeout}},
+            {Stall::kChannels,
+             {step(Kind::kStepStalled, HostStep::kGetAllChannelIds),
+              step(Kind::kStepAsked, HostStep::kGetAttributes)}},
+            {Stall::kAttributes,
+             {step(Kind::kStepStalled, HostStep::kGetAttributes), std::nullopt}},
+        };
     const char* const stallNames[] = {"", "Device", "Channels", "Attributes"};
     for (const auto& [stall, calls] : stalls) {
         FaultCase row("DeviceNeverAnswers" + std::string(stallNames[static_cast<int>(stall)]));
@@ -285,7 +293,7 @@ std::vector<FaultCase> faultCases() {
             .hostSaw({calls.first})
             .logs({kLightReady})
             .serves(2, kLight);
-        if (calls.second != nullptr) row.hostNever({calls.second});
+        if (calls.second) row.hostNever({*calls.second});
         rows.push_back(row);
     }
 
@@ -294,17 +302,16 @@ std::vector<FaultCase> faultCases() {
     struct Close {
         CloseAt at;
         const char* name;
-        const char* lastCall;   // what the host still saw
-        const char* neverCall;  // what it never did
+        HostEventPattern lastCall;   // what the host still saw
+        HostEventPattern neverCall;  // what it never did
     };
     const Close closes[] = {
-        {CloseAt::kOnGetDevice, "OnGetDevice", "SensorService.GetDevice 3",
-         "SensorDevice[3].SetTimeout 5000"},
-        {CloseAt::kOnChannels, "OnChannels", "SensorDevice[3].GetAllChannelIds",
-         "SensorDevice[3].GetAttributes name,scale,location"},
-        {CloseAt::kOnAttributes, "OnAttributes",
-         "SensorDevice[3].GetAttributes name,scale,location",
-         "SensorDevice[3].SetChannelsEnabled 0,1,2,3 true"},
+        {CloseAt::kOnGetDevice, "OnGetDevice", step(Kind::kStepAsked, HostStep::kGetDevice),
+         kAccelTimeout},
+        {CloseAt::kOnChannels, "OnChannels", step(Kind::kStepAsked, HostStep::kGetAllChannelIds),
+         step(Kind::kStepAsked, HostStep::kGetAttributes)},
+        {CloseAt::kOnAttributes, "OnAttributes", step(Kind::kStepAsked, HostStep::kGetAttributes),
+         kAccelEnabled},
     };
     for (const Close& close : closes) {
         rows.push_back(FaultCase(std::string("DevicePipeClosed") + close.name)
@@ -312,7 +319,8 @@ std::vector<FaultCase> faultCases() {
                                c.devices[0] = faultyAccelerometer(Stall::kNone, at);
                            })
                            .publishes({2})
-                           .hostSaw({close.lastCall})
+                           .hostSaw({close.lastCall, HostEventPattern(Kind::kClosedByHost, kAccel)
+                                                         .withPipe(host::HostPipe::kSensorDevice)})
                            .hostNever({close.neverCall})
                            .problems({"IioSensorDevice 3: SensorDevice connection lost"})
                            .serves(2, kLight));
@@ -327,7 +335,7 @@ std::vector<FaultCase> faultCases() {
                            d.settle();
                        })
                        .publishes({1, 2})
-                       .hostNever({"SensorDevice[3].SetChannelsEnabled 0,1,2,3 true"})
+                       .hostNever({kAccelEnabled})
                        .logs({kAccelReady})
                        .problems({"IioSensorDevice 3: SensorDevice connection lost"})
                        .serves(2, kLight));
@@ -350,8 +358,8 @@ std::vector<FaultCase> faultCases() {
                 d.host->closeService(7, "gone");
                 gate.set_value();
             })
-            .hostSaw({"SensorHalClient.SetUpChannel"})
-            .hostNever({"SensorService.GetAllDeviceIds", "SensorService.GetDevice 3"})
+            .hostSaw({Kind::kServiceHandedOut})
+            .hostNever({Kind::kDeviceListAsked, step(Kind::kStepAsked, HostStep::kGetDevice)})
             .problems({"IioSensorBridge: SensorService disconnected, reason=7 desc=gone"}));
     // After the listing, the devices keep their own pipes.
     rows.push_back(
@@ -382,14 +390,14 @@ std::vector<FaultCase> faultCases() {
                        .fault([](FaultDriver& d) {
                            d.activate(1, kAccel);
                            d.host->sendObserverError(kAccel, 5);
-                           ASSERT_TRUE(d.host->waitFor([&](const std::vector<std::string>&) {
-                               return d.host->count(deviceCall(kAccel, "StartReadingSamples")) == 2;
+                           ASSERT_TRUE(d.host->waitFor([&](const std::vector<HostEvent>&) {
+                               return d.host->count({Kind::kStartReadingAsked, kAccel}) == 2;
                            }));
                            EXPECT_TRUE(d.streams(1, kAccel));
                        })
                        .publishes({1, 2})
-                       .hostSawTimes(deviceCall(kAccel, "SetChannelsEnabled 0,1,2,3 true"), 2)
-                       .hostSawTimes(deviceCall(kAccel, "StartReadingSamples"), 2)
+                       .hostSawTimes(kAccelEnabled, 2)
+                       .hostSawTimes({Kind::kStartReadingAsked, kAccel}, 2)
                        .problems({"IioSensorDevice 3: observer error 5"})
                        .serves(2, kLight));
     for (int32_t error : {0, 1, 2, 3, 4, 6, 42, -1}) {
@@ -401,7 +409,7 @@ std::vector<FaultCase> faultCases() {
                                EXPECT_TRUE(d.streams(1, kAccel));
                            })
                            .publishes({1, 2})
-                           .hostSawTimes(deviceCall(kAccel, "StartReadingSamples"), 1)
+                           .hostSawTimes({Kind::kStartReadingAsked, kAccel}, 1)
                            .problems({"IioSensorDevice 3: observer error " + std::to_string(error)})
                            .serves(2, kLight));
     }
@@ -411,13 +419,12 @@ std::vector<FaultCase> faultCases() {
                            .fault([error](FaultDriver& d) {
                                d.activate(1, kAccel);
                                d.bridge->activate(1, false);
-                               ASSERT_TRUE(
-                                   d.host->waitForCall(deviceCall(kAccel, "StopReadingSamples")));
+                               ASSERT_TRUE(d.host->waitForEvent({Kind::kStopReadingAsked, kAccel}));
                                d.host->sendObserverError(kAccel, error);
                                d.settle();
                            })
                            .publishes({1, 2})
-                           .hostSawTimes(deviceCall(kAccel, "StartReadingSamples"), 1)
+                           .hostSawTimes({Kind::kStartReadingAsked, kAccel}, 1)
                            .serves(2, kLight));
     }
 
@@ -433,7 +440,7 @@ std::vector<FaultCase> faultCases() {
                            EXPECT_EQ(d.seen(1, lost), 0u);
                        })
                        .publishes({1, 2})
-                       .hostSawTimes(deviceCall(kAccel, "StartReadingSamples"), 2)
+                       .hostSawTimes({Kind::kStartReadingAsked, kAccel}, 2)
                        .serves(1, kAccel));
 
     // The host repeats its part of the handshake.
@@ -443,7 +450,7 @@ std::vector<FaultCase> faultCases() {
                            d.settle();
                        })
                        .publishes({1, 2, 3, 4})
-                       .hostSawTimes("SensorService.GetDevice 3", 2)
+                       .hostSawTimes(step(Kind::kStepAsked, HostStep::kGetDevice), 2)
                        .logs({"IioSensorBridge: device 3 -> handle 3 type 1",
                               "IioSensorBridge: device 9 -> handle 4 type 5"})
                        .serves(1, kAccel));
@@ -454,9 +461,9 @@ std::vector<FaultCase> faultCases() {
                            d.settle();
                        })
                        .publishes({1, 2, 3, 4})
-                       .hostSawTimes("IioSensorHost.RegisterSensorHalClient", 2)
-                       .hostSawTimes("IioSensorInstance.Init reply", 2)
-                       .hostSawTimes("SensorHalClient.SetUpChannel", 2)
+                       .hostSawTimes(Kind::kClientRegistered, 2)
+                       .hostSawTimes(Kind::kInitAnswered, 2)
+                       .hostSawTimes(Kind::kServiceHandedOut, 2)
                        .logs({"IioSensorBridge: device 9 -> handle 4 type 5"})
                        .serves(3, kAccel));
     return rows;
@@ -476,9 +483,11 @@ TEST_P(FaultMatrixTest, EndsInTheDocumentedStateAndKeepsServing) {
     settle();
 
     for (const std::string& line : c.logged) EXPECT_TRUE(logs.waitFor(line)) << line;
-    for (const std::string& call : c.saw) EXPECT_TRUE(host->waitForCall(call)) << call;
-    for (const auto& [call, times] : c.sawTimes) EXPECT_EQ(host->count(call), times) << call;
-    for (const std::string& call : c.never) EXPECT_EQ(host->count(call), 0u) << call;
+    for (size_t i = 0; i < c.saw.size(); ++i) EXPECT_TRUE(host->waitForEvent(c.saw[i])) << i;
+    for (size_t i = 0; i < c.sawTimes.size(); ++i) {
+        EXPECT_EQ(host->count(c.sawTimes[i].first), c.sawTimes[i].second) << i;
+    }
+    for (size_t i = 0; i < c.never.size(); ++i) EXPECT_EQ(host->count(c.never[i]), 0u) << i;
     EXPECT_EQ(published(), c.published);
 
     if (c.servedHandle != 0) {

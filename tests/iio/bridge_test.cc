@@ -17,12 +17,12 @@ HostConfig configWithoutChannel(uint32_t version = 54) {
 TEST_F(HostTest, HandshakeRegistersTheClientBeforeAnsweringInit) {
     startHost(configWithoutChannel());
     startBridge();
-    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
-    std::vector<std::string> calls = host->calls();
-    int ready = indexOf(calls, "VelBridgeHost.OnIioSensorInstanceReady");
-    int init = indexOf(calls, "IioSensorInstance.Init");
-    int registered = indexOf(calls, "IioSensorHost.RegisterSensorHalClient");
-    int reply = indexOf(calls, "IioSensorInstance.Init reply");
+    ASSERT_TRUE(host->waitForEvent(Kind::kInitAnswered));
+    const std::vector<HostEvent> events = host->events();
+    int ready = indexOf(events, Kind::kInstanceReady);
+    int init = indexOf(events, Kind::kInitSent);
+    int registered = indexOf(events, Kind::kClientRegistered);
+    int reply = indexOf(events, Kind::kInitAnswered);
     ASSERT_GE(ready, 0);
     EXPECT_LT(ready, init);
     EXPECT_LT(init, registered);
@@ -53,13 +53,13 @@ TEST_F(HostTest, OlderHostBridgeEndsTheWaitForEnumerationWithNoSensors) {
     ASSERT_NE(line, nullptr);
     EXPECT_EQ(line->severity, 2);
     EXPECT_TRUE(sensors(0).empty());
-    EXPECT_EQ(host->count("VelBridgeHost.OnIioSensorInstanceReady"), 0u);
+    EXPECT_EQ(host->count(Kind::kInstanceReady), 0u);
 }
 
 TEST_F(HostTest, TabletModeIsLoggedOnly) {
     startHost(configWithoutChannel());
     startBridge();
-    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+    ASSERT_TRUE(host->waitForEvent(Kind::kInitAnswered));
     host->setTabletMode(true);
     host->setTabletMode(false);
     EXPECT_TRUE(logs.waitFor("IioSensorBridge: tablet mode ON"));
@@ -71,7 +71,7 @@ TEST_F(HostTest, LostInstancePipeIsLoggedOnceAndChangesNothing) {
     config.devices = {accelerometer(3)};
     startHost(config);
     startBridge();
-    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+    ASSERT_TRUE(host->waitForEvent(Kind::kInitAnswered));
     host->closeInstance();
     ASSERT_TRUE(logs.waitFor("IioSensorBridge: IioSensorInstance binding lost"));
     // The client pipe still works: the host can hand over its service and devices appear.
@@ -86,7 +86,7 @@ TEST_F(HostTest, LostInstancePipeIsLoggedOnceAndChangesNothing) {
 TEST_F(HostTest, LostClientPipeIsLogged) {
     startHost(configWithoutChannel());
     startBridge();
-    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+    ASSERT_TRUE(host->waitForEvent(Kind::kInitAnswered));
     host->closeHalClient();
     EXPECT_TRUE(logs.waitFor("IioSensorBridge: SensorHalClient binding lost"));
 }
@@ -96,12 +96,12 @@ TEST_F(HostTest, RepeatedInitRegistersAFreshClient) {
     config.devices = {accelerometer(3)};
     startHost(config);
     startBridge();
-    ASSERT_TRUE(host->waitForCall("IioSensorInstance.Init reply"));
+    ASSERT_TRUE(host->waitForEvent(Kind::kInitAnswered));
     host->callInit();
-    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
-        return std::count(calls.begin(), calls.end(), "IioSensorInstance.Init reply") == 2;
+    ASSERT_TRUE(host->waitFor([](const std::vector<HostEvent>& events) {
+        return countOf(events, Kind::kInitAnswered) == 2;
     }));
-    EXPECT_EQ(host->count("IioSensorHost.RegisterSensorHalClient"), 2u);
+    EXPECT_EQ(host->count(Kind::kClientRegistered), 2u);
     host->setUpChannel();  // through the newest client
     passGracePeriod();
     EXPECT_EQ(sensors(10000).size(), 1u);
@@ -114,7 +114,7 @@ TEST_F(HostTest, BridgeGoneBeforeTheHostAnswersIsNeverCalled) {
     startHost(configWithoutChannel());
     ASSERT_TRUE(testing::Flush(mojoRunner()));
     EXPECT_FALSE(logs.contains("IioSensorBridge: VEL bridge ready"));
-    EXPECT_EQ(host->count("VelBridgeHost.OnIioSensorInstanceReady"), 0u);
+    EXPECT_EQ(host->count(Kind::kInstanceReady), 0u);
 }
 
 TEST_F(HostTest, NoHostMeansGetSensorsWaitsItsLimitAndFindsNothing) {

@@ -5,6 +5,8 @@
 #include <unistd.h>
 #include <utils/SystemClock.h>
 
+#include <cmath>
+
 #include "tests/iio/host_fixture.h"
 #include "tests/support/debug_dump.h"
 
@@ -62,12 +64,13 @@ TEST_F(EndToEndTest, PublishesReadySensorsOnceInHandleOrder) {
 
 TEST_F(EndToEndTest, ActivateStreamsScaledEventsUntilDeactivated) {
     EXPECT_EQ(subHal->activate(1, true), Result::OK);
-    ASSERT_TRUE(host->waitForCall("SensorDevice[3].StartReadingSamples"));
-    std::vector<std::string> calls = host->calls();
-    int enable = indexOf(calls, "SensorDevice[3].SetChannelsEnabled 0,1,2,3 true");
-    int rate = indexOf(calls, "SensorDevice[3].SetFrequency 50");
-    int start = indexOf(calls, "SensorDevice[3].StartReadingSamples");
+    ASSERT_TRUE(host->waitForEvent({Kind::kStartReadingAsked, 3}));
+    const std::vector<HostEvent> events = host->events();
+    int enable = indexOf(events, HostEventPattern(Kind::kChannelsEnabled, 3).withValue(1));
+    int rate = indexOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50));
+    int start = indexOf(events, {Kind::kStartReadingAsked, 3});
     ASSERT_GE(enable, 0);
+    EXPECT_EQ(events[enable].channels, (std::vector<int32_t>{0, 1, 2, 3}));
     EXPECT_LT(enable, rate);
     EXPECT_LT(rate, start);
 
@@ -84,7 +87,7 @@ TEST_F(EndToEndTest, ActivateStreamsScaledEventsUntilDeactivated) {
     EXPECT_TRUE(logs.waitFor("IioSensorDevice: frequency set to 50 Hz"));
 
     EXPECT_EQ(subHal->activate(1, false), Result::OK);
-    ASSERT_TRUE(host->waitForCall("SensorDevice[3].StopReadingSamples"));
+    ASSERT_TRUE(host->waitForEvent({Kind::kStopReadingAsked, 3}));
     host->pushSample(3, {{0, 1}});
     ASSERT_TRUE(testing::Flush(mojoRunner()));
     EXPECT_EQ(proxy->eventCount(), 1u);
@@ -93,36 +96,36 @@ TEST_F(EndToEndTest, ActivateStreamsScaledEventsUntilDeactivated) {
 TEST_F(EndToEndTest, BatchSetsTheRateNowOrAtTheNextStart) {
     EXPECT_EQ(subHal->batch(1, 10000000, 123456), Result::OK);  // latency is ignored
     subHal->activate(1, true);
-    ASSERT_TRUE(host->waitForCall("SensorDevice[3].SetFrequency 100"));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(100)));
     subHal->batch(1, 20000000, 0);
-    ASSERT_TRUE(host->waitForCall("SensorDevice[3].SetFrequency 50"));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50)));
     EXPECT_TRUE(logs.waitFor("IioSensorDevice: SetFrequency result=50"));
     subHal->activate(1, false);
     subHal->activate(1, true);  // keeps the last rate
-    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
-        return std::count(calls.begin(), calls.end(), "SensorDevice[3].SetFrequency 50") == 2;
+    ASSERT_TRUE(host->waitFor([](const std::vector<HostEvent>& events) {
+        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50)) == 2;
     }));
     subHal->batch(1, 0, 0);  // +inf, sent as is while active
-    ASSERT_TRUE(host->waitForCall("SensorDevice[3].SetFrequency inf"));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(HUGE_VAL)));
     subHal->batch(1, -1000000000, 0);
-    ASSERT_TRUE(host->waitForCall("SensorDevice[3].SetFrequency -1"));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(-1)));
     subHal->activate(1, true);  // a negative rate is replaced at the next start
-    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
-        return std::count(calls.begin(), calls.end(), "SensorDevice[3].SetFrequency 50") == 3;
+    ASSERT_TRUE(host->waitFor([](const std::vector<HostEvent>& events) {
+        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50)) == 3;
     }));
 }
 
 TEST_F(EndToEndTest, ReadErrorRestartsSamplingWhileActiveOnly) {
     subHal->activate(1, true);
-    ASSERT_TRUE(host->waitForCall("SensorDevice[3].StartReadingSamples"));
+    ASSERT_TRUE(host->waitForEvent({Kind::kStartReadingAsked, 3}));
     host->sendObserverError(3, 5);
     ASSERT_TRUE(logs.waitFor("IioSensorDevice 3: observer error 5"));
-    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
-        return std::count(calls.begin(), calls.end(), "SensorDevice[3].StartReadingSamples") == 2;
+    ASSERT_TRUE(host->waitFor([](const std::vector<HostEvent>& events) {
+        return countOf(events, {Kind::kStartReadingAsked, 3}) == 2;
     }));
     host->sendObserverError(3, 6);
     ASSERT_TRUE(logs.waitFor("IioSensorDevice 3: observer error 6"));
-    EXPECT_EQ(host->count("SensorDevice[3].StartReadingSamples"), 2u);
+    EXPECT_EQ(host->count({Kind::kStartReadingAsked, 3}), 2u);
     // Exactly one observer is live: a sample reaches the proxy once.
     host->pushSample(3, {{0, 2}});
     ASSERT_TRUE(proxy->waitForEvents(1));
@@ -133,8 +136,8 @@ TEST_F(EndToEndTest, ReadErrorRestartsSamplingWhileActiveOnly) {
 TEST_F(EndToEndTest, TwoActivationsLeaveOneLiveObserver) {
     subHal->activate(2, true);
     subHal->activate(2, true);
-    ASSERT_TRUE(host->waitFor([](const std::vector<std::string>& calls) {
-        return std::count(calls.begin(), calls.end(), "SensorDevice[9].StartReadingSamples") == 2;
+    ASSERT_TRUE(host->waitFor([](const std::vector<HostEvent>& events) {
+        return countOf(events, {Kind::kStartReadingAsked, 9}) == 2;
     }));
     host->pushSample(9, {{0, 321}, {1, 77}});
     ASSERT_TRUE(proxy->waitForEvents(1));
@@ -184,7 +187,7 @@ TEST_F(HostTest, FlushBeforeInitializeIsAcceptedAndPostsNothing) {
     ASSERT_EQ(list.size(), 1u);
     EXPECT_EQ(subHal->flush(1), Result::OK);
     subHal->activate(1, true);
-    ASSERT_TRUE(host->waitForCall("SensorDevice[3].StartReadingSamples"));
+    ASSERT_TRUE(host->waitForEvent({Kind::kStartReadingAsked, 3}));
     host->pushSample(3, {{0, 1}});  // dropped: nobody to post to yet
     // The host sends the tablet-mode change after the sample, and the Mojo thread handles them
     // in that order: once it is logged, the sample has been handled.
@@ -209,11 +212,9 @@ TEST_F(HostTest, SensorWithoutUsableChannelsWarnsAndRequestsNothing) {
     EXPECT_EQ(subHal->activate(1, true), Result::OK);
     ASSERT_TRUE(logs.waitFor("IioSensorDevice 5: no channels to enable"));
     ASSERT_TRUE(testing::Flush(mojoRunner()));
-    EXPECT_EQ(host->count("SensorDevice[5].StartReadingSamples"), 0u);
-    for (const std::string& call : host->calls()) {
-        EXPECT_EQ(call.find("SensorDevice[5].SetChannelsEnabled"), std::string::npos);
-        EXPECT_EQ(call.find("SensorDevice[5].SetFrequency"), std::string::npos);
-    }
+    EXPECT_EQ(host->count({Kind::kStartReadingAsked, 5}), 0u);
+    EXPECT_EQ(host->count({Kind::kChannelsEnabled, 5}), 0u);
+    EXPECT_EQ(host->count({Kind::kFrequencyAsked, 5}), 0u);
 }
 
 }  // namespace

@@ -34,9 +34,11 @@ TEST_F(HostTest, MixedListingTakesTheFirstSupportedTypeInHostOrder) {
     EXPECT_TRUE(logs.contains("IioSensorBridge: device 7 -> handle 2 type 1"));
     EXPECT_TRUE(logs.contains("IioSensorBridge: device 12 -> handle 3 type 9"));
     EXPECT_TRUE(logs.contains("IioSensorBridge: 3 devices ready"));
-    EXPECT_EQ(host->count("SensorService.GetDevice 9"), 0u);
-    EXPECT_TRUE(host->waitForCall("SensorDevice[3].SetTimeout 5000"));
-    EXPECT_TRUE(host->waitForCall("SensorDevice[3].GetAttributes name,scale,location"));
+    EXPECT_EQ(host->count(HostEventPattern(Kind::kStepAsked, 9).withStep(HostStep::kGetDevice)),
+              0u);
+    EXPECT_TRUE(host->waitForEvent(HostEventPattern(Kind::kTimeoutSet, 3).withValue(5000)));
+    EXPECT_TRUE(host->waitForEvent(
+        HostEventPattern(Kind::kStepAsked, 3).withStep(HostStep::kGetAttributes)));
 }
 
 TEST_F(HostTest, ListingsWithoutSupportedDevicesCompleteAtOnce) {

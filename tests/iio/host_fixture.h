@@ -23,7 +23,11 @@ namespace kelvane::sensors {
 
 using host::EmulatedHost;
 using host::HostConfig;
+using host::HostEvent;
+using host::HostEventPattern;
+using host::HostStep;
 using host::VirtualDevice;
+using Kind = host::HostEventKind;
 
 inline scoped_refptr<base::SingleThreadTaskRunner> mojoRunner() {
     return vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner();
@@ -49,9 +53,16 @@ inline VirtualDevice device(int32_t id, std::vector<int32_t> types,
 }
 
 // Index of the first recorded call equal to `call`, or -1.
-inline int indexOf(const std::vector<std::string>& calls, const std::string& call) {
-    auto it = std::find(calls.begin(), calls.end(), call);
-    return it == calls.end() ? -1 : static_cast<int>(it - calls.begin());
+// Where the first event matching `pattern` is, -1 if none does.
+inline int indexOf(const std::vector<HostEvent>& events, const HostEventPattern& pattern) {
+    auto it = std::find_if(events.begin(), events.end(),
+                           [&](const HostEvent& e) { return pattern.matches(e); });
+    return it == events.end() ? -1 : static_cast<int>(it - events.begin());
+}
+
+inline size_t countOf(const std::vector<HostEvent>& events, const HostEventPattern& pattern) {
+    return static_cast<size_t>(std::count_if(
+        events.begin(), events.end(), [&](const HostEvent& e) { return pattern.matches(e); }));
 }
 
 // Time is virtual by default: the library's enumeration grace period passes when a test says so.

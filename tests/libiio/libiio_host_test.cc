@@ -23,6 +23,7 @@
 #include <thread>
 #include <vector>
 
+#include "HostWatch.h"
 #include "IioSensorSubHal.h"
 #include "host/libiio/IioNumbers.h"
 #include "host/libiio/LibiioHost.h"
@@ -67,6 +68,7 @@ void useLocale(const std::string& name) {
 class LibiioHostTest : public ::testing::TestWithParam<std::string> {
   protected:
     ~LibiioHostTest() override {
+        if (watch) watch->stop();
         subHal.clear();  // hands its bridge to the Mojo thread itself
         testing::Flush(vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner());
         host.reset();
@@ -74,9 +76,18 @@ class LibiioHostTest : public ::testing::TestWithParam<std::string> {
     }
 
     void start() {
+        ASSERT_NO_FATAL_FAILURE(openHost());
+        startLibrary();
+    }
+
+    void openHost() {
         std::string error;
         host = host::iio::LibiioHost::open("local:", &error);
         ASSERT_TRUE(host) << error;
+        watch = std::make_unique<tools::HostWatch>(host->log());
+    }
+
+    void startLibrary() {
         host->registerWithBridge();
         subHal = new IioSensorSubHal();
         proxy = new testing::RecordingProxyCallback();
@@ -108,6 +119,7 @@ class LibiioHostTest : public ::testing::TestWithParam<std::string> {
     Board board;
     testing::LogCapture logs;
     std::unique_ptr<host::iio::LibiioHost> host;
+    std::unique_ptr<tools::HostWatch> watch;  // what the tool would say of the host
     android::sp<IioSensorSubHal> subHal;
     android::sp<testing::RecordingProxyCallback> proxy;
     std::vector<SensorInfo> sensors;
@@ -142,7 +154,9 @@ TEST_P(LibiioHostTest, PublishesTheBoardAndStreamsItsScansBitExact) {
     EXPECT_EQ(board.attribute(1, "sampling_frequency"), "50\n");  // on the range's grid
     EXPECT_EQ(board.attribute(0, "current_timestamp_clock"), "boottime\n");
     EXPECT_TRUE(logs.contains("IioSensorDevice: frequency set to 50 Hz"));
-    EXPECT_EQ(host->log().count("SensorDevice[2].SetFrequency 50"), 1u);
+    EXPECT_EQ(host->log().count(
+                  host::HostEventPattern(host::HostEventKind::kFrequencyAsked, 2).withValue(50)),
+              1u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Locales, LibiioHostTest, ::testing::Values("C", "de_DE.UTF-8"),
@@ -160,15 +174,51 @@ TEST_F(LibiioHostFaultTest, DeviceGoneMidStreamGetsReadFailedAndClosedWhileOther
     board.remove(0);
     // Noticed at the next read, which waits out the library's 5 s time-out.
     EXPECT_TRUE(logs.waitFor("IioSensorDevice 0: observer error 5"));
-    EXPECT_TRUE(host->log().waitFor(
-        [](const std::vector<std::string>& calls) {
-            return std::count(calls.begin(), calls.end(), "SensorDevice[0]: read failed: 19") == 1;
+    // The host says why, in libiio's words, and closes the device.
+    const auto closed = host::HostEventPattern(host::HostEventKind::kClosedByHost, 0)
+                            .withPipe(host::HostPipe::kSensorDevice);
+    ASSERT_TRUE(host->log().waitFor(
+        [&](const std::vector<host::HostEvent>& events) {
+            return std::any_of(events.begin(), events.end(),
+                               [&](const host::HostEvent& e) { return closed.matches(e); });
         },
         std::chrono::seconds(15)));
+    const auto readFailed =
+        host::HostEventPattern(host::HostEventKind::kObserverError, 0).withValue(5);
+    EXPECT_EQ(host->log().count(readFailed), 1u);
+    for (const host::HostEvent& e : host->log().events()) {
+        if (readFailed.matches(e)) {
+            EXPECT_EQ(e.reason, "device gone: No such device (19)");
+        }
+    }
     EXPECT_FALSE(host->log().streaming(0));
+    watch->stop();
+    const std::vector<std::string> problems = watch->problems();
+    ASSERT_FALSE(problems.empty());
+    EXPECT_EQ(
+        problems[0].rfind("device 0: observer error 5 (device gone: No such device (19)) at ", 0),
+        0u)
+        << problems[0];
     const size_t light = proxy->eventsFor(Board::kLightHandle).size();
     EXPECT_TRUE(waitForEvents(Board::kLightHandle, light + 2));
     EXPECT_EQ(proxy->eventsFor(1).size(), kScansPerDevice);
+}
+
+// A device that went away after the context was made cannot be opened: the tool says so, in
+// libiio's words, and the library publishes the others.
+TEST_F(LibiioHostFaultTest, DeviceGoneBeforeItIsOpenedIsOneTrueLine) {
+    ASSERT_NO_FATAL_FAILURE(openHost());
+    board.remove(1);
+    startLibrary();
+    ASSERT_EQ(sensors.size(), 4u);
+    watch->enumerationDone(sensors.size(), std::nullopt);
+    EXPECT_EQ(watch->problems(),
+              std::vector<std::string>{
+                  "device 1 never became ready: the host could not answer its device request "
+                  "(GetDevice): cannot open the device: No such file or directory (2)"});
+    EXPECT_EQ(host->log().count(host::HostEventPattern(host::HostEventKind::kStepFailed, 1)
+                                    .withStep(host::HostStep::kGetDevice)),
+              1u);
 }
 
 // The same board served by iiod and read by the tool over the network.
@@ -259,6 +309,31 @@ TEST_F(IiodTest, ToolListsAndStreamsTheBoardOverTheNetwork) {
             for (int axis = 0; axis < 3; ++axis) {
                 EXPECT_EQ(events[i]["values"][axis].get<float>(), expected[i].values[axis]);
             }
+        }
+    }
+}
+
+// Locally and through iiod, the tool follows every device of the board through its setup and
+// has nothing to warn about: the libiio host answers each step as the emulated one does.
+TEST_F(IiodTest, ToolSetsUpEveryDeviceWithoutAWarningLocallyAndOverTheNetwork) {
+    ASSERT_TRUE(startIiod()) << "iiod did not start on 127.0.0.1:" << mPort;
+    const std::string iiod = "ip:127.0.0.1:" + std::to_string(mPort);
+    for (const std::string& uri : {std::string("local:"), iiod}) {
+        for (const std::vector<std::string>& command :
+             {std::vector<std::string>{"list"},
+              // The light is polled and never runs out; the scripted scans of the buffered
+              // devices would.
+              std::vector<std::string>{"stream", "--sensor", "3", "--count", "2"}}) {
+            SCOPED_TRACE(uri + " " + command[0]);
+            std::vector<std::string> argv = {KELVANE_TOOL, "--iio", uri};
+            argv.insert(argv.end(), command.begin(), command.end());
+            const testing::ProcessRun run = testing::runProcess(argv);
+            EXPECT_EQ(run.exitCode, 0) << run.err;
+            for (int device = 0; device < 5; ++device) {
+                const std::string line = "host: device " + std::to_string(device) + " set up\n";
+                EXPECT_NE(run.err.find(line), std::string::npos) << run.err;
+            }
+            EXPECT_EQ(run.err.find("iio-subhal: warning"), std::string::npos) << run.err;
         }
     }
 }

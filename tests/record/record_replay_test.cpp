@@ -93,7 +93,7 @@ TEST_F(RecordReplayTest, ReplayGivesTheRecordedEventsBitForBit) {
     ASSERT_EQ(sensors.size(), 2u);
     ASSERT_EQ(subHal->activate(1, true), Result::OK);
     ASSERT_EQ(subHal->activate(2, true), Result::OK);
-    ASSERT_TRUE(host->waitFor([this](const std::vector<std::string>&) {
+    ASSERT_TRUE(host->waitFor([this](const std::vector<host::HostEvent>&) {
         return host->streaming(3) && host->streaming(7);
     }));
     const int64_t raws[] = {0, 1, -1, 4096, -32768, 16777217, INT64_MAX / 3, INT64_MIN / 5};
@@ -117,7 +117,7 @@ TEST_F(RecordReplayTest, ReplayGivesTheRecordedEventsBitForBit) {
         ASSERT_EQ(subHal->activate(2, true), Result::OK);
         ASSERT_TRUE(proxy->waitForEvents(count));
         // Played once: the host goes quiet after the last recorded sample.
-        ASSERT_TRUE(host->waitFor([this](const std::vector<std::string>&) {
+        ASSERT_TRUE(host->waitFor([this](const std::vector<host::HostEvent>&) {
             return host->samplesSent(3) + host->samplesSent(7) == count;
         }));
         const std::vector<Event> replayed = proxy->events();
@@ -148,15 +148,15 @@ TEST_F(RecordReplayTest, HostFaultsReplayAtTheirPlaceAmongTheSamples) {
     Recorder recorder;
     start(config, &recorder);
     ASSERT_EQ(subHal->activate(1, true), Result::OK);
-    ASSERT_TRUE(host->waitForCall("SensorDevice[3].StartReadingSamples"));
+    ASSERT_TRUE(host->waitForEvent({host::HostEventKind::kStartReadingAsked, 3}));
     auto push = [this](int64_t t) { host->pushSample(3, {{0, t}, {1, 0}, {2, 0}, {3, t}}); };
     push(1);
     push(2);
     ASSERT_TRUE(proxy->waitForEvents(2));
     // A read failure: the library restarts sampling.
     host->sendObserverError(3, 5);
-    ASSERT_TRUE(host->waitFor([this](const std::vector<std::string>&) {
-        return host->count("SensorDevice[3].StartReadingSamples") == 2 && host->streaming(3);
+    ASSERT_TRUE(host->waitFor([this](const std::vector<host::HostEvent>&) {
+        return host->count({host::HostEventKind::kStartReadingAsked, 3}) == 2 && host->streaming(3);
     }));
     push(3);
     ASSERT_TRUE(proxy->waitForEvents(3));
@@ -188,7 +188,7 @@ TEST_F(RecordReplayTest, HostFaultsReplayAtTheirPlaceAmongTheSamples) {
     for (const Event& e : proxy->events()) stamps.push_back(e.timestamp);
     EXPECT_EQ(stamps, (std::vector<int64_t>{1, 2, 3}));
     // The error came after two samples and made the library read again.
-    EXPECT_EQ(host->count("SensorDevice[3].StartReadingSamples"), 2u);
+    EXPECT_EQ(host->count({host::HostEventKind::kStartReadingAsked, 3}), 2u);
 }
 
 }  // namespace

@@ -316,7 +316,7 @@ class StressTest : public HostTest {
     // then every command sent before has reached it. False if it saw more, or never as many.
     bool waitForStarts(const std::map<int32_t, size_t>& starts, int* trips) {
         auto seen = [&](const StressDevice& d) {
-            return host->count("SensorDevice[" + std::to_string(d.id) + "].StartReadingSamples");
+            return host->count({Kind::kStartReadingAsked, d.id});
         };
         auto reached = [&] {
             for (const StressDevice& d : kDevices) {

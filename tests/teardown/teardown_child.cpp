@@ -161,11 +161,15 @@ HostConfig stallingHost() {
 // is pending and the stalled replies are owed.
 void awaitSetup(EmulatedHost* host, const HostConfig& config) {
     for (const auto& d : config.devices) {
-        const std::string id = std::to_string(d.id);
-        const std::string call = d.stall == kelvane::host::Stall::kDevice
-                                     ? "SensorService.GetDevice " + id
-                                     : "SensorDevice[" + id + "].GetAttributes name,scale,location";
-        if (!host->waitForCall(call)) giveUp("the host never saw " + call);
+        using kelvane::host::HostStep;
+        const HostStep step = d.stall == kelvane::host::Stall::kDevice ? HostStep::kGetDevice
+                                                                       : HostStep::kGetAttributes;
+        const auto asked =
+            kelvane::host::HostEventPattern(kelvane::host::HostEventKind::kStepAsked, d.id)
+                .withStep(step);
+        if (!host->waitForEvent(asked)) {
+            giveUp("the host never saw device " + std::to_string(d.id) + " asked for its setup");
+        }
     }
 }
 
