@@ -24,6 +24,9 @@ class Command {
     virtual std::string onInterrupt() const {
         return "Ctrl-C ends the tool at once (the shell sees 130).";
     }
+    // Whether SIGINT, SIGTERM and SIGHUP only ask the run to end (StopSignals.h) rather than
+    // end the tool; if so they do from before the session opens.
+    virtual bool endsOnStopSignal() const { return false; }
     // Runs on an open session; returns the exit code. Stdout goes through Stdout.h.
     virtual int run(Session& session) = 0;
 };

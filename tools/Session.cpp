@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Output.h"
+#include "RecordingFile.h"
 #include "host/common/Recorder.h"
 #include "host/description/BuiltInHost.h"
 #include "host/description/DescriptionReader.h"
@@ -48,6 +49,14 @@ std::string libraryPath(const std::string& option) {
     return option.find('/') == std::string::npos ? "./" + option : option;
 }
 
+bool hasTimedParts(const host::HostConfig& config) {
+    if (!config.timeline.empty()) return true;
+    for (const host::VirtualDevice& device : config.devices) {
+        if (device.timedSamples && device.timedSamples->size() != 0) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 Session::Session() = default;
@@ -59,18 +68,43 @@ int Session::close() {
     if (mWatch) mWatch->stop();
     mWatch.reset();
     mHost.reset();  // every pipe through the recorder is closed with it
-    const std::unique_ptr<host::Recorder> recorder = std::move(mRecorder);  // written once
-    if (!recorder) return kExitOk;
+    // Written once, whatever ended the run.
+    const std::unique_ptr<host::Recorder> recorder = std::move(mRecorder);
+    const std::unique_ptr<RecordingFile> file = std::move(mRecordFile);
+    if (!recorder || !file) return kExitOk;
+    const host::HostConfig recording = recorder->description();
     std::string error;
-    if (!recorder->write(mRecordFile, &error)) {
-        printError(error);
+    if (!file->commit(recording, &error)) {
+        printError(printable(error));
         return kExitFailure;
     }
+    size_t samples = 0;
+    for (const host::VirtualDevice& device : recording.devices) {
+        if (device.timedSamples) samples += device.timedSamples->size();
+    }
+    std::fprintf(stderr, "iio-subhal: recorded %zu samples of %zu devices to %s\n", samples,
+                 recording.devices.size(), printable(file->target()).c_str());
     return kExitOk;
 }
 
 int Session::open(const CommonOptions& options) {
     mJson = options.json;
+    if (options.speedGiven && (!options.iioUri.empty() || options.hostFile.empty())) {
+        printError(std::string("--speed applies to the recorded samples and timeline of a --host "
+                               "description; ") +
+                   (options.iioUri.empty() ? "the built-in host generates its samples live"
+                                           : "--iio serves real devices as they sample"));
+        return kExitUsage;
+    }
+    if (!options.recordFile.empty()) {
+        // Before anything runs, so that a path that cannot be written costs no stream.
+        std::string error;
+        mRecordFile = RecordingFile::create(options.recordFile, options.hostFile, &error);
+        if (!mRecordFile) {
+            printError(printable(error));
+            return kExitUsage;
+        }
+    }
     host::HostConfig config;
     if (!options.iioUri.empty()) {
         std::string error;
@@ -85,6 +119,10 @@ int Session::open(const CommonOptions& options) {
         config = host::builtInHost();
     } else if (!loadDescription(options.hostFile, &config)) {
         return kExitUsage;
+    } else if (options.speedGiven && !hasTimedParts(config)) {
+        printWarning("--speed changes nothing: " +
+                     printable(options.hostFile == "-" ? "<stdin>" : options.hostFile) +
+                     " has no recorded samples (timedSamples) and no timeline");
     }
     // Every context but this machine's reads a board with its own clock.
     mRemoteClock = !options.iioUri.empty() && options.iioUri.rfind("local:", 0) != 0;
@@ -103,11 +141,11 @@ int Session::open(const CommonOptions& options) {
         config.speed = options.speed;
         mHost = std::make_unique<host::EmulatedHost>(std::move(config));
     }
-    if (!options.recordFile.empty()) {
+    if (mRecordFile) {
         mRecorder = std::make_unique<host::Recorder>();
-        mRecordFile = options.recordFile;
         mHost->setServiceInterposer(mRecorder->interposer());
     }
+    mStarted = std::chrono::steady_clock::now();
     mWatch = std::make_unique<HostWatch>(mHost->log());
     mHost->registerWithBridge();
 

@@ -5,6 +5,7 @@
 #include <android/hardware/sensors/2.1/types.h>
 #include <utils/RefBase.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,6 +22,8 @@ class Recorder;
 
 namespace kelvane::tools {
 
+class RecordingFile;
+
 enum ExitCode : int {
     kExitOk = 0,
     kExitFailure = 1,  // the library or the sensors did not do what was asked
@@ -32,9 +35,10 @@ struct CommonOptions {
     std::string iioUri;    // non-empty: real IIO devices through libiio instead
     std::string library;   // empty: the library built beside the tool; no slash: ./NAME
     bool json = false;
-    bool log = false;        // show the library's log lines
-    double speed = 1.0;      // host time runs this many times faster; 0: no waiting
-    std::string recordFile;  // non-empty: write what the host served here at the end
+    bool log = false;         // show the library's log lines
+    double speed = 1.0;       // host time runs this many times faster; 0: no waiting
+    bool speedGiven = false;  // --speed was on the command line
+    std::string recordFile;   // non-empty: write what the host served here at the end
 };
 
 // What a host description says of a device that replays recorded samples.
@@ -53,8 +57,8 @@ class Session {
 
     // Ends the run: the library's logs stop (what follows is teardown, not news), the host watch
     // reads the log a last time, then the host goes and, with --record, the recording is
-    // written. The library stays loaded. Idempotent. Returns kExitOk or, after printing the
-    // error, kExitFailure.
+    // written (renamed over the target once complete) and a line says what it holds. The library
+    // stays loaded. Idempotent. Returns kExitOk or, after printing the error, kExitFailure.
     int close();
 
     Session(const Session&) = delete;
@@ -62,7 +66,8 @@ class Session {
 
     // Builds the host, loads the library, initializes it and fetches the sensor list, saying on
     // stderr how enumeration goes (HostWatch). Returns kExitOk, or the code to leave with after
-    // the error was printed.
+    // the error was printed. A --record target that cannot be written is refused first
+    // (kExitUsage).
     int open(const CommonOptions& options);
 
     ISensorsSubHal* subHal() const { return mSubHal; }
@@ -73,6 +78,8 @@ class Session {
     // Null if `handle` was not published.
     const SensorInfo* find(int32_t handle) const;
     bool json() const { return mJson; }
+    // When the host started: the origin of the times in the tool's lines ("at 4.5 s").
+    std::chrono::steady_clock::time_point started() const { return mStarted; }
     // What went wrong on the host side so far, one line each.
     std::vector<std::string> hostProblems() const;
     // The devices of the host description that replay recorded samples.
@@ -83,8 +90,8 @@ class Session {
   private:
     void fetchSensors();
 
-    std::unique_ptr<host::Recorder> mRecorder;  // outlives mHost, which reports to it
-    std::string mRecordFile;
+    std::unique_ptr<RecordingFile> mRecordFile;  // with --record, from the start of open()
+    std::unique_ptr<host::Recorder> mRecorder;   // outlives mHost, which reports to it
     std::unique_ptr<host::Host> mHost;
     std::unique_ptr<HostWatch> mWatch;  // reads mHost's log; goes before it
     ISensorsSubHal* mSubHal = nullptr;  // owned by the library
@@ -94,6 +101,7 @@ class Session {
     bool mJson = false;
     std::vector<RecordedDevice> mRecorded;
     bool mRemoteClock = false;
+    std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
 };
 
 }  // namespace kelvane::tools

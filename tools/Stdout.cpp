@@ -31,6 +31,10 @@ bool flushStdout() {
     return check(std::fflush(stdout) == 0);
 }
 
+void reportStdoutError(int error) {
+    if (gWriteErrno == 0) gWriteErrno = error;
+}
+
 int finishStdout(int code) {
     if (flushStdout()) return code;
     printError(std::string("write error: ") + std::strerror(gWriteErrno));

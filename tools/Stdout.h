@@ -10,6 +10,9 @@ namespace kelvane::tools {
 bool writeStdout(const std::string& text);
 // Pushes buffered output out; false once any write or flush has failed.
 bool flushStdout();
+// A write to stdout made elsewhere (StdoutWriter) failed with `error`: later writes are dropped
+// and finishStdout() reports it.
+void reportStdoutError(int error);
 // Flushes, and if any write failed prints "iio-subhal: write error: <reason>" and returns
 // kExitFailure; otherwise returns `code`.
 int finishStdout(int code);

@@ -1,8 +1,9 @@
 // stream: batch and activate the chosen sensors, print their events until the duration, the
 // count or Ctrl-C ends it, then deactivate them and summarize.
-#include <atomic>
+#include <unistd.h>
+
 #include <chrono>
-#include <csignal>
+#include <cstdio>
 #include <map>
 #include <optional>
 
@@ -10,7 +11,10 @@
 #include "Command.h"
 #include "Output.h"
 #include "SensorSelection.h"
+#include "StallWatch.h"
 #include "Stdout.h"
+#include "StdoutWriter.h"
+#include "StopSignals.h"
 #include "StreamStats.h"
 
 namespace kelvane::tools {
@@ -18,20 +22,16 @@ namespace kelvane::tools {
 namespace {
 
 using android::hardware::sensors::V1_0::Result;
+using android::hardware::sensors::V1_0::SensorFlagBits;
+using android::hardware::sensors::V2_1::Event;
+using android::hardware::sensors::V2_1::SensorInfo;
 
 // How often the main loop looks at the stop flag while no event arrives.
 constexpr std::chrono::milliseconds kPollInterval{100};
 
-std::atomic<bool> gStopRequested{false};
-
-extern "C" void onStopSignal(int) { gStopRequested.store(true); }
-
-void installStopHandlers() {
-    struct sigaction action = {};
-    action.sa_handler = onStopSignal;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+// "[1] Accelerometer (lid)"
+std::string label(const SensorInfo& sensor) {
+    return "[" + std::to_string(sensor.sensorHandle) + "] " + printable(sensor.name);
 }
 
 class StreamCommand : public Command {
@@ -85,10 +85,14 @@ class StreamCommand : public Command {
     }
 
     std::string onInterrupt() const override {
-        return "Ctrl-C (or SIGTERM) ends the stream early: the sensors are deactivated and the "
-               "summary printed, as when the duration ends. Before streaming starts it ends "
-               "the tool at once.";
+        return "Ctrl-C (or SIGTERM, or SIGHUP) ends the stream early: the sensors are "
+               "deactivated, the events received are written, the summary printed and the "
+               "recording written, as when the duration ends; during enumeration, the run ends "
+               "once it is over, without streaming. A second Ctrl-C gives up the events a slow "
+               "reader of stdout has not taken yet. A signal the tool was started with ignored "
+               "stays ignored.";
     }
+    bool endsOnStopSignal() const override { return true; }
 
     int run(Session& session) override;
 
@@ -121,10 +125,18 @@ int StreamCommand::run(Session& session) {
         return kExitFailure;
     }
 
-    installStopHandlers();
     std::map<int32_t, std::string> names;
+    StallWatch stalls(session.started());
     for (const SensorInfo& sensor : sensors) {
         names[sensor.sensorHandle] = sensor.name;
+        if ((sensor.flags & SensorFlagBits::MASK_REPORTING_MODE) ==
+            static_cast<uint32_t>(SensorFlagBits::CONTINUOUS_MODE)) {
+            stalls.watch(sensor.sensorHandle, label(sensor));
+        }
+    }
+    // A stop that came while the library enumerated ends the run before anything streams.
+    const bool streaming = stopSignal() == 0;
+    for (const SensorInfo& sensor : streaming ? sensors : std::vector<SensorInfo>()) {
         const int32_t handle = sensor.sensorHandle;
         if (mPeriodNs) {
             Result result = session.subHal()->batch(handle, *mPeriodNs, 0);
@@ -140,53 +152,93 @@ int StreamCommand::run(Session& session) {
         }
     }
 
+    // The sensors stay active for the duration whatever the reader of stdout does: the writer
+    // keeps what it has not taken yet.
+    flushStdout();
+    StdoutWriter writer(STDOUT_FILENO);
     StreamStats stats;
     uint64_t counted = 0;
+    bool countReached = false;
+    // Takes what the library posted by `deadline`, or what it posted already.
+    auto take = [&](std::chrono::steady_clock::time_point deadline) {
+        for (const Event& event : session.callback().queue().takeUntil(deadline)) {
+            auto name = names.find(event.sensorHandle);
+            if (name == names.end() || countReached) continue;  // not asked for, or one too many
+            writer.append((session.json() ? eventJson(event) : eventText(event, name->second)) +
+                          "\n");
+            if (isMeta(event)) continue;
+            stats.add(event);
+            const std::string resumed =
+                stalls.arrived(event.sensorHandle, std::chrono::steady_clock::now());
+            if (!resumed.empty()) printWarning(resumed);
+            countReached = mCount && ++counted >= *mCount;
+        }
+    };
+
     std::optional<std::chrono::steady_clock::time_point> end;
     if (mDurationSeconds) {
         end = std::chrono::steady_clock::now() +
               std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                   std::chrono::duration<double>(*mDurationSeconds));
     }
-    bool countReached = false;
-    bool writeFailed = false;
-    while (!countReached && !writeFailed && !gStopRequested.load()) {
+    while (streaming && !countReached && writer.failed() == 0 && stopSignal() == 0) {
         const auto now = std::chrono::steady_clock::now();
         if (end && now >= *end) break;
-        const auto wake = end ? std::min(*end, now + kPollInterval) : now + kPollInterval;
-        std::string out;
-        for (const Event& event : session.callback().queue().takeUntil(wake)) {
-            auto name = names.find(event.sensorHandle);
-            if (name == names.end()) continue;  // not a sensor this run asked for
-            out += (session.json() ? eventJson(event) : eventText(event, name->second)) + "\n";
-            if (isMeta(event)) continue;
-            stats.add(event);
-            if (mCount && ++counted >= *mCount) {
-                countReached = true;
-                break;
-            }
+        take(end ? std::min(*end, now + kPollInterval) : now + kPollInterval);
+        for (const std::string& line : stalls.check(std::chrono::steady_clock::now())) {
+            printWarning(line);
         }
-        writeFailed = !writeStdout(out) || !flushStdout();
     }
 
-    for (const SensorInfo& sensor : sensors) session.subHal()->activate(sensor.sensorHandle, false);
+    for (const SensorInfo& sensor : streaming ? sensors : std::vector<SensorInfo>()) {
+        session.subHal()->activate(sensor.sensorHandle, false);
+    }
+    const auto stoppedAt = std::chrono::steady_clock::now();
+    take(stoppedAt);  // sampled while the sensors were active
+
+    // What the reader has not taken yet, it gets now; a second Ctrl-C gives it up.
+    const int stopsBefore = stopSignalCount();
+    const StdoutWriter::Drained drained = writer.drain(
+        [stopsBefore] { return stopSignalCount() > stopsBefore; },
+        [&](size_t lines) {
+            printWarning("the sensors are off; waiting for the reader of stdout to take " +
+                         std::to_string(lines) + " more events (Ctrl-C gives them up)");
+        });
+
     std::fputs(stats.summary(sensors).c_str(), stderr);
     if (uint64_t mismatches = session.callback().wakelockMismatches(); mismatches != 0) {
         printWarning(std::to_string(mismatches) +
                      " posts held the wake lock when they should not have, or the reverse");
     }
-    if (countReached || writeFailed) return kExitOk;  // a write error is reported on the way out
+    int result = kExitOk;
+    if (drained == StdoutWriter::Drained::kWriteFailed) {
+        reportStdoutError(writer.failed());  // said on the way out
+        return kExitOk;
+    }
+    if (drained == StdoutWriter::Drained::kGaveUp) {
+        printError(std::to_string(writer.unwritten()) +
+                   " events not written: given up while the reader of stdout was behind");
+        result = kExitFailure;
+    }
+    if (const uint64_t dropped = writer.dropped(); dropped != 0) {
+        printError(std::to_string(dropped) + " events dropped: the reader of stdout fell " +
+                   std::to_string(StdoutWriter::kDefaultCapBytes >> 20) + " MiB behind");
+        result = kExitFailure;
+    }
+    for (const std::string& line : stalls.stalledAtEnd(stoppedAt)) {
+        printError(line);
+        result = kExitFailure;
+    }
+    if (countReached) return result;
 
     // Every sensor asked for should have said something within the run.
-    int result = kExitOk;
     std::string why;
     for (const std::string& problem : session.hostProblems()) {
         why += (why.empty() ? "; the host side saw: " : "; ") + problem;
     }
     for (const SensorInfo& sensor : sensors) {
-        if (stats.hasEvents(sensor.sensorHandle)) continue;
-        printError("no events from [" + std::to_string(sensor.sensorHandle) + "] " +
-                   printable(sensor.name) + why);
+        if (stats.hasEvents(sensor.sensorHandle) || !streaming) continue;
+        printError("no events from " + label(sensor) + why);
         result = kExitFailure;
     }
     return result;

@@ -1,5 +1,7 @@
 // iio-subhal: loads the IIO sensors sub-HAL the way the multi-HAL proxy does, against an emulated
 // Chrome OS host, and shows what it publishes and streams.
+#include <signal.h>
+
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
@@ -10,6 +12,7 @@
 #include "CommandLine.h"
 #include "Session.h"
 #include "Stdout.h"
+#include "StopSignals.h"
 
 using namespace kelvane::tools;
 
@@ -75,16 +78,17 @@ int main(int argc, char** argv) {
         ->type_name("PATH");
     app.add_flag("--json", common.json, "print JSON instead of text");
     app.add_flag("--log", common.log, "show the library's log lines on stderr");
-    app.add_option("--speed", common.speed,
-                   "host time runs this many times faster: recorded samples and the timeline "
-                   "(default 1; 0: no waiting)")
-        ->type_name("X")
-        ->check(CLI::Validator(
-            [](std::string& text) {
-                double speed = 0;
-                return parseSpeed(text, &speed);
-            },
-            "X"));
+    CLI::Option* speedOption =
+        app.add_option("--speed", common.speed,
+                       "host time runs this many times faster: recorded samples and the timeline "
+                       "(default 1; 0: no waiting)")
+            ->type_name("X")
+            ->check(CLI::Validator(
+                [](std::string& text) {
+                    double speed = 0;
+                    return parseSpeed(text, &speed);
+                },
+                "X"));
 
     std::vector<Subcommand> subcommands;
     for (const CommandEntry& entry : kCommands) {
@@ -154,6 +158,12 @@ int main(int argc, char** argv) {
         return usageError(sub->get_name() + ": " + problem + " (iio-subhal help " +
                           sub->get_name() + ")");
     }
+
+    common.speedGiven = speedOption->count() != 0;
+    // A reader that went away is a write error (EPIPE) to report, never a silent death, and so
+    // is a host connection that went away.
+    signal(SIGPIPE, SIG_IGN);
+    if (command->endsOnStopSignal()) installStopHandlers();
 
     Session session;
     int result = session.open(common);

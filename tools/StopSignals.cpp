@@ -1,0 +1,52 @@
+#include "StopSignals.h"
+
+#include <signal.h>
+
+#include <atomic>
+#include <initializer_list>
+
+namespace kelvane::tools {
+
+namespace {
+
+std::atomic<int> gStopSignal{0};
+std::atomic<int> gStopCount{0};
+static_assert(std::atomic<int>::is_always_lock_free, "touched from a signal handler");
+
+extern "C" void onStopSignal(int signal) {
+    int none = 0;
+    gStopSignal.compare_exchange_strong(none, signal);
+    gStopCount.fetch_add(1);
+}
+
+}  // namespace
+
+void installStopHandlers() {
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction current = {};
+        if (sigaction(signal, nullptr, &current) != 0 || current.sa_handler == SIG_IGN) continue;
+        struct sigaction action = {};
+        action.sa_handler = onStopSignal;
+        sigemptyset(&action.sa_mask);
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+int stopSignal() { return gStopSignal.load(); }
+
+int stopSignalCount() { return gStopCount.load(); }
+
+const char* stopSignalName(int signal) {
+    switch (signal) {
+        case SIGINT:
+            return "Ctrl-C";
+        case SIGTERM:
+            return "SIGTERM";
+        case SIGHUP:
+            return "SIGHUP";
+        default:
+            return "a signal";
+    }
+}
+
+}  // namespace kelvane::tools
