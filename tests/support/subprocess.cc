@@ -76,9 +76,14 @@ ProcessRun runProcess(const std::vector<std::string>& argv, const ProcessOptions
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) break;
-        if (poll(fds, 2, static_cast<int>(left.count())) <= 0) continue;
+        const bool held = options.holdStdout && fds[0].fd >= 0 && options.holdStdout(run);
+        // A negative descriptor is skipped by poll(): the held pipe is neither read nor watched.
+        if (held) fds[0].fd = ~fds[0].fd;
+        const int ready = poll(fds, 2, static_cast<int>(left.count()));
+        if (held) fds[0].fd = ~fds[0].fd;
+        if (ready <= 0) continue;
         for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+            if (fds[i].fd < 0 || fds[i].revents == 0 || (i == 0 && held)) continue;
             char buffer[4096];
             const ssize_t n = read(fds[i].fd, buffer, sizeof(buffer));
             if (n < 0 && errno == EINTR) continue;

@@ -29,6 +29,9 @@ struct ProcessOptions {
     std::chrono::seconds limit{90};
     // Sees the output so far each time more arrives; may signal the process.
     std::function<void(pid_t, const ProcessRun&)> onOutput;
+    // While this answers true (asked each time output arrives), stdout is not read: a reader that
+    // fell behind. Stderr is read meanwhile.
+    std::function<bool(const ProcessRun&)> holdStdout;
 };
 
 // `argv[0]` is the program's path.

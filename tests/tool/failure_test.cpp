@@ -1,0 +1,245 @@
+// The tool under the failures of real use, through the built tool in a subprocess: a reader of
+// stdout that falls behind or goes away, signals, a recording path that cannot be written or is
+// the input, a device that stops delivering, --speed where there is nothing to speed up.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/subprocess.h"
+
+namespace {
+
+using kelvane::testing::ProcessOptions;
+using kelvane::testing::ProcessRun;
+
+ProcessRun runTool(const std::vector<std::string>& args, const ProcessOptions& options = {}) {
+    std::vector<std::string> argv = {IIO_SUBHAL_PATH};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ProcessRun run = kelvane::testing::runProcess(argv, options);
+    EXPECT_TRUE(run.started) << run.err;
+    EXPECT_TRUE(run.finished) << "iio-subhal did not finish; stderr so far:\n" << run.err;
+    return run;
+}
+
+// The tool run by a shell that sets things up first (`setup` ends with the tool's arguments as
+// "$@" after the tool itself as "$0").
+ProcessRun runToolInShell(const std::string& setup, const std::vector<std::string>& args,
+                          const ProcessOptions& options = {}) {
+    std::vector<std::string> argv = {"/bin/bash", "-c", setup, IIO_SUBHAL_PATH};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ProcessRun run = kelvane::testing::runProcess(argv, options);
+    EXPECT_TRUE(run.finished) << "iio-subhal did not finish; stderr so far:\n" << run.err;
+    return run;
+}
+
+size_t countLines(const std::string& text) {
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// "[1] Accelerometer (lid): 800 events, ..." -> 800
+size_t summaryEvents(const std::string& err, const std::string& sensor) {
+    const size_t at = err.find(sensor + ": ");
+    if (at == std::string::npos) return 0;
+    return std::stoul(err.substr(at + sensor.size() + 2));
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+class ToolFailureTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        std::string pattern = ::testing::TempDir() + "/tool_failure.XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        mDir = pattern;
+    }
+    void TearDown() override { std::system(("rm -rf '" + mDir + "'").c_str()); }
+
+    std::string write(const std::string& name, const std::string& text) {
+        const std::string path = mDir + "/" + name;
+        std::ofstream(path) << text;
+        return path;
+    }
+    // The names in the directory, hidden ones included: no temporary file may be left behind.
+    std::vector<std::string> files() const {
+        ProcessRun ls = kelvane::testing::runProcess({"/bin/ls", "-A", mDir});
+        std::vector<std::string> names;
+        std::istringstream in(ls.out);
+        for (std::string name; std::getline(in, name);) names.push_back(name);
+        return names;
+    }
+
+    std::string mDir;
+};
+
+// Item: a reader that falls behind used to lose the events it had not taken when the duration
+// ended, and kept the sensors streaming for as long as it was stalled.
+TEST_F(ToolFailureTest, AReaderThatFallsBehindGetsEveryEventAndHoldsUpNothing) {
+    ProcessOptions slowReader;
+    // The reader takes nothing until the tool says that the sensors are off and it is waiting:
+    // 800 lines are more than the pipe holds, so the tool must keep them itself meanwhile.
+    slowReader.holdStdout = [](const ProcessRun& run) {
+        return !contains(run.err, "waiting for the reader of stdout");
+    };
+    ProcessRun run = runTool(
+        {"stream", "--json", "--rate", "400", "--duration", "2", "--sensor", "1"}, slowReader);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(contains(run.err,
+                         "iio-subhal: warning: the sensors are off; waiting for the "
+                         "reader of stdout to take "))
+        << run.err;
+    const size_t events = summaryEvents(run.err, "[1] Accelerometer (lid)");
+    EXPECT_GT(events, 500u) << run.err;
+    EXPECT_EQ(countLines(run.out), events) << run.err;
+}
+
+// Item: a closed stdout (| head -3) used to kill the tool by SIGPIPE, with no recording.
+TEST_F(ToolFailureTest, AClosedStdoutIsAWriteErrorAndTheRecordingIsWritten) {
+    const std::string recording = mDir + "/head.json";
+    ProcessRun run = runToolInShell(R"(set -o pipefail; "$0" "$@" | head -3 >/dev/null)",
+                                    {"stream", "--follow", "--record", recording});
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    EXPECT_TRUE(contains(run.err, "iio-subhal: write error: Broken pipe\n")) << run.err;
+    EXPECT_TRUE(contains(run.err, "iio-subhal: recorded ")) << run.err;
+    EXPECT_TRUE(nlohmann::json::parse(readFile(recording))["devices"].is_array());
+    EXPECT_EQ(files(), std::vector<std::string>{"head.json"});
+}
+
+// Item: SIGHUP (a dropped SSH session) used to end the tool at once with no recording.
+TEST_F(ToolFailureTest, SighupEndsTheStreamWithItsRecording) {
+    const std::string recording = mDir + "/hup.json";
+    ProcessOptions hangUp;
+    bool sent = false;
+    hangUp.onOutput = [&sent](pid_t pid, const ProcessRun& run) {
+        if (!sent && countLines(run.out) >= 10) sent = kill(pid, SIGHUP) == 0;
+    };
+    ProcessRun run =
+        runTool({"stream", "--follow", "--sensor", "1", "--record", recording}, hangUp);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(contains(run.err, "[1] Accelerometer (lid): ")) << run.err;  // the summary
+    const nlohmann::json written = nlohmann::json::parse(readFile(recording));
+    size_t samples = 0;
+    for (const auto& device : written["devices"]) {
+        if (device.contains("timedSamples")) samples += device["timedSamples"]["samples"].size();
+    }
+    EXPECT_GE(samples, 10u);
+    EXPECT_EQ(files(), std::vector<std::string>{"hup.json"});
+}
+
+// Item: a bad path was reported after the whole stream; the --host input could be overwritten.
+TEST_F(ToolFailureTest, ARecordingPathIsCheckedBeforeAnythingStreams) {
+    ProcessRun missing = runTool({"stream", "--record", mDir + "/no/such/dir/x.json"});
+    EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_EQ(missing.err, "iio-subhal: --record " + mDir + "/no/such/dir/x.json: cannot create " +
+                               "a file in " + mDir + "/no/such/dir/: No such file or directory\n");
+
+    ProcessRun directory = runTool({"stream", "--record", mDir});
+    EXPECT_EQ(directory.exitCode, 2);
+    EXPECT_EQ(directory.err, "iio-subhal: --record " + mDir + ": is a directory\n");
+
+    const std::string input = write("input.json", R"({"devices": []})");
+    const std::string link = mDir + "/link.json";
+    ASSERT_EQ(symlink(input.c_str(), link.c_str()), 0);
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{"--host", input, "stream", "--record", input},
+                                               {"--host", input, "stream", "--record", link}}) {
+        ProcessRun refused = runTool(args);
+        EXPECT_EQ(refused.exitCode, 2);
+        EXPECT_EQ(refused.err, "iio-subhal: --record " + args.back() +
+                                   ": is the --host input; record to another file\n");
+    }
+    ProcessOptions fromStdin;
+    fromStdin.stdinPath = input;
+    ProcessRun piped = runTool({"--host", "-", "stream", "--record", input}, fromStdin);
+    EXPECT_EQ(piped.exitCode, 2) << piped.err;
+    EXPECT_EQ(readFile(input), R"({"devices": []})");
+}
+
+// Item: a full disk left a truncated recording over the file that was there.
+TEST_F(ToolFailureTest, AFailedRecordingLeavesTheFileThereUntouched) {
+    const std::string old = write("field.json", R"({"devices": []})");
+    // A file size limit of 4 KiB stands in for a full disk; SIGXFSZ ignored turns it into EFBIG.
+    ProcessRun run = runToolInShell(R"(ulimit -f 4; trap '' XFSZ; exec "$0" "$@")",
+                                    {"stream", "--sensor", "1", "--rate", "400", "--count", "400", "--record", old});
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    EXPECT_TRUE(contains(run.err, "iio-subhal: " + old +
+                                      ": recording not written: File too large (the file there "
+                                      "is unchanged)\n"))
+        << run.err;
+    EXPECT_EQ(readFile(old), R"({"devices": []})");
+    EXPECT_EQ(files(), std::vector<std::string>{"field.json"});
+}
+
+// Item: a script's background job starts with SIGINT ignored; the tool used to take it back.
+TEST_F(ToolFailureTest, AnInheritedIgnoredSigintStaysIgnored) {
+    ProcessOptions interrupt;
+    bool sent = false;
+    interrupt.onOutput = [&sent](pid_t pid, const ProcessRun& run) {
+        if (!sent && countLines(run.out) >= 1) sent = kill(pid, SIGINT) == 0;
+    };
+    ProcessRun run = runToolInShell(
+        R"(trap '' INT; exec "$0" "$@")",
+        {"stream", "--sensor", "1", "--rate", "400", "--count", "300", "--duration", "60"},
+        interrupt);
+    ASSERT_TRUE(sent);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(countLines(run.out), 300u) << run.err;
+}
+
+// Item: a device that stops delivering mid-stream gave seconds of nothing and exit 0.
+TEST_F(ToolFailureTest, ADeviceThatStopsDeliveringIsSaidAndFailsTheStream) {
+    // Ten samples at 10 ms, then nothing for a minute: the board's buffer ran dry. (The last
+    // sample keeps the replay from being over.)
+    std::string samples;
+    for (int i = 0; i < 10; ++i) samples += std::string(i ? ", " : "") + "[10000, 1, 2, 3]";
+    const std::string host = write("dry.json", R"({"devices": [{"id": 0, "types": [1],
+        "channels": ["accel_x", "accel_y", "accel_z"],
+        "timedSamples": {"channels": [0, 1, 2], "samples": [)" +
+                                                   samples + R"(, [60000000, 1, 2, 3]]}}]})");
+    ProcessRun run = runTool({"--host", host, "stream", "--duration", "3"});
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    EXPECT_TRUE(contains(run.err, "iio-subhal: warning: [1] Accelerometer: no event since "))
+        << run.err;
+    EXPECT_TRUE(contains(run.err, "iio-subhal: [1] Accelerometer stalled: nothing from "))
+        << run.err;
+}
+
+TEST_F(ToolFailureTest, SpeedWithoutAnythingToSpeedUpIsSaid) {
+    ProcessRun builtIn = runTool({"--speed", "0", "list"});
+    EXPECT_EQ(builtIn.exitCode, 2);
+    EXPECT_EQ(builtIn.err,
+              "iio-subhal: --speed applies to the recorded samples and timeline of a --host "
+              "description; the built-in host generates its samples live\n");
+    ProcessRun iio = runTool({"--iio", "local:", "--speed", "2", "list"});
+    EXPECT_EQ(iio.exitCode, 2);
+    EXPECT_TRUE(contains(iio.err, "; --iio serves real devices as they sample\n")) << iio.err;
+
+    const std::string host = write("untimed.json", R"({"devices": [{"id": 0, "types": [1],
+        "channels": ["accel_x", "accel_y", "accel_z"]}]})");
+    ProcessRun untimed = runTool({"--host", host, "--speed", "0", "list"});
+    EXPECT_EQ(untimed.exitCode, 0) << untimed.err;
+    EXPECT_TRUE(contains(untimed.err, "iio-subhal: warning: --speed changes nothing: " + host +
+                                          " has no recorded samples (timedSamples) and no "
+                                          "timeline\n"))
+        << untimed.err;
+}
+
+}  // namespace
