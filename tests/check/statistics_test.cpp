@@ -93,7 +93,8 @@ TEST(StreamStatisticsTest, JitterIsReportedAndFailsOnlyWhenEnforced) {
     EXPECT_EQ(jitter(samples, at50Hz(), true).verdict, Verdict::kFail);
     const Outcome reported = jitter(samples, at50Hz(), false);
     EXPECT_EQ(reported.verdict, Verdict::kSkip);
-    EXPECT_NE(reported.detail.find("spread 2 ms (10 % of 20 ms)"), std::string::npos) << reported.detail;
+    EXPECT_NE(reported.detail.find("spread 2 ms (10 % of 20 ms)"), std::string::npos)
+        << reported.detail;
     EXPECT_EQ(jitter(steady(40, 20 * kMs), at50Hz(), true).detail, "39 intervals, needs 40");
 }
 
