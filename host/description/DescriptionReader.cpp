@@ -570,7 +570,7 @@ bool readTimelineEvent(Reader& r, const json& value, const std::string& path,
 }
 
 bool readHost(Reader& r, const json& root, HostConfig* out) {
-    if (!r.object(root, "", {"bridgeVersion", "devices", "timeline"})) return false;
+    if (!r.object(root, "", {"bridgeVersion", "clientTypes", "devices", "timeline"})) return false;
     HostConfig config;
     if (root.contains("bridgeVersion")) {
         int64_t version = 0;
@@ -578,6 +578,10 @@ bool readHost(Reader& r, const json& root, HostConfig* out) {
             return false;
         }
         config.bridgeVersion = static_cast<uint32_t>(version);
+    }
+    if (root.contains("clientTypes") &&
+        !r.int32List(root["clientTypes"], "/clientTypes", &config.clientTypes)) {
+        return false;
     }
     std::set<int32_t> ids;
     if (root.contains("devices")) {

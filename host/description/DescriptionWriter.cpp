@@ -178,7 +178,11 @@ json timelineObject(const TimelineEvent& e) {
 }
 
 void emitDescription(const HostConfig& config, const Emit& emit) {
-    emit("{\n  \"bridgeVersion\": " + dump(json(config.bridgeVersion)) + ",\n  \"devices\": [");
+    emit("{\n  \"bridgeVersion\": " + dump(json(config.bridgeVersion)) + ",\n");
+    if (config.clientTypes != HostConfig().clientTypes) {
+        emit("  \"clientTypes\": " + dump(json(config.clientTypes)) + ",\n");
+    }
+    emit("  \"devices\": [");
     for (size_t i = 0; i < config.devices.size(); ++i) {
         const VirtualDevice& d = config.devices[i];
         emit(std::string(i == 0 ? "\n    " : ",\n    ") + open(deviceObject(d)));

@@ -97,6 +97,10 @@ struct TimelineEvent {
 
 struct HostConfig {
     uint32_t bridgeVersion = 54;
+    // The device types a client opens: those the sub-HAL publishes (accelerometer, gyroscope,
+    // light, magnetometer, gravity) unless a description models another client. The timeline and
+    // recorded samples start once every listed device of one of these types is set up.
+    std::vector<int32_t> clientTypes = {1, 2, 3, 5, 11};
     std::vector<VirtualDevice> devices;
     std::vector<TimelineEvent> timeline;
     bool autoSetUpChannel = true;  // call SetUpChannel as soon as RegisterSensorHalClient arrives
@@ -136,9 +140,9 @@ inline bool operator==(const TimelineEvent& a, const TimelineEvent& b) {
 }
 
 inline bool operator==(const HostConfig& a, const HostConfig& b) {
-    return a.bridgeVersion == b.bridgeVersion && a.devices == b.devices &&
-           a.timeline == b.timeline && a.autoSetUpChannel == b.autoSetUpChannel &&
-           a.stream == b.stream && a.speed == b.speed;
+    return a.bridgeVersion == b.bridgeVersion && a.clientTypes == b.clientTypes &&
+           a.devices == b.devices && a.timeline == b.timeline &&
+           a.autoSetUpChannel == b.autoSetUpChannel && a.stream == b.stream && a.speed == b.speed;
 }
 
 }  // namespace kelvane::host

@@ -10,11 +10,11 @@ namespace mojom = chromeos::sensors::mojom;
 
 namespace {
 
-// The device-type codes a sensors client publishes, and so opens: accelerometer, gyroscope,
-// light, magnetometer and gravity.
-bool clientOpens(const VirtualDevice& d) {
+// Whether the client opens `d`: it has one of the types the configuration says the client opens.
+bool clientOpens(const HostConfig& config, const VirtualDevice& d) {
     for (int32_t type : d.types) {
-        if (type == 1 || type == 2 || type == 3 || type == 5 || type == 11) return true;
+        const auto& opened = config.clientTypes;
+        if (std::find(opened.begin(), opened.end(), type) != opened.end()) return true;
     }
     return false;
 }
@@ -82,7 +82,7 @@ void EmulatedSensorService::GetAllDeviceIds(GetAllDeviceIdsCallback callback) {
     if (mListed) return;
     mListed = true;
     for (const VirtualDevice& d : mConfig->devices) {
-        if (clientOpens(d)) mSettingUp.insert(d.id);
+        if (clientOpens(*mConfig, d)) mSettingUp.insert(d.id);
     }
     if (mSettingUp.empty()) setUpEnded();
 }

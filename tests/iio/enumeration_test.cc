@@ -142,6 +142,32 @@ TEST_F(HostTest, TimelineStartsOnceEveryOpenedDeviceIsSetUp) {
               lost);
 }
 
+// Which devices the timeline waits for is the configuration's to say: a host told its client
+// opens nothing starts its timeline at once, here in the middle of a late handshake.
+TEST_F(HostTest, TimelineWaitsForTheTypesTheConfigurationSaysTheClientOpens) {
+    HostConfig config;
+    VirtualDevice late = accelerometer(3);
+    late.replyDelay = std::chrono::milliseconds(700);
+    config.devices = {late};
+    config.clientTypes = {};
+    host::TimelineEvent closeDevice;
+    closeDevice.action = host::TimelineAction::kCloseDevice;
+    closeDevice.device = 3;
+    closeDevice.at = std::chrono::milliseconds(100);  // once the library opened it
+    config.timeline = {closeDevice};
+    startHost(config);
+    startBridge();
+    ASSERT_TRUE(host->waitForEvent({Kind::kStepAsked, 3}));
+    ASSERT_TRUE(clock->FastForwardBy(base::TimeDelta::FromMilliseconds(200)));
+    ASSERT_TRUE(host->waitForEvent(
+        HostEventPattern(Kind::kClosedByHost, 3).withPipe(host::HostPipe::kSensorDevice)));
+    passGracePeriod();
+    EXPECT_TRUE(sensors(10000).empty());
+    EXPECT_EQ(
+        host->count(HostEventPattern(Kind::kStepAnswered, 3).withStep(HostStep::kGetAttributes)),
+        0u);
+}
+
 TEST_F(HostTest, LostServiceIsLoggedWithItsReason) {
     HostConfig config;
     config.devices = {accelerometer(3)};

@@ -27,6 +27,10 @@ class Generator {
     HostConfig host() {
         HostConfig config;
         config.bridgeVersion = pick<uint32_t>({0, 54, std::numeric_limits<uint32_t>::max()});
+        if (chance()) {
+            config.clientTypes.clear();
+            for (int i = below(4); i > 0; --i) config.clientTypes.push_back(pick<int32_t>({1, 9}));
+        }
         std::set<int32_t> ids;
         const int devices = below(5);
         for (int i = 0; i < devices; ++i) {

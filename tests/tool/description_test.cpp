@@ -97,8 +97,10 @@ TEST(HostDescriptionTest, FullDescription) {
 TEST(HostDescriptionTest, EmptyDescriptionIsAHostWithoutDevices) {
     HostConfig config = parseOk("{}");
     EXPECT_EQ(config.bridgeVersion, 54u);
+    EXPECT_EQ(config.clientTypes, (std::vector<int32_t>{1, 2, 3, 5, 11}));
     EXPECT_TRUE(config.devices.empty());
     EXPECT_TRUE(config.timeline.empty());
+    EXPECT_EQ(parseOk(R"({"clientTypes": [9, 1]})").clientTypes, (std::vector<int32_t>{9, 1}));
 }
 
 TEST(HostDescriptionTest, ErrorsNameThePathAndTheProblem) {
@@ -109,6 +111,7 @@ TEST(HostDescriptionTest, ErrorsNameThePathAndTheProblem) {
     } cases[] = {
         {"[]", "/: expected an object"},
         {R"({"colour": 1})", "/: unknown key \"colour\""},
+        {R"({"clientTypes": [1, "2"]})", "/clientTypes/1: expected an integer"},
         {R"({"bridgeVersion": -1})", "/bridgeVersion: -1 is out of range 0..4294967295"},
         {R"({"bridgeVersion": 4294967296})",
          "/bridgeVersion: 4294967296 is out of range 0..4294967295"},
