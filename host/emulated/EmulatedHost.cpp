@@ -1,7 +1,6 @@
 #include "host/emulated/EmulatedHost.h"
 
 #include <algorithm>
-#include <future>
 #include <utility>
 
 #include "base/bind.h"
@@ -16,13 +15,8 @@ namespace kelvane::host {
 namespace mojom = chromeos::sensors::mojom;
 
 EmulatedHost::EmulatedHost(HostConfig config, scoped_refptr<base::SingleThreadTaskRunner> runner)
-    : mConfig(std::move(config)),
-      mThread("emulated-host"),
-      mRunner(runner ? std::move(runner) : mThread.task_runner()),
-      mConnection(
-          mConfig.bridgeVersion, &mLog, mRunner,
-          [this](mojom::SensorServiceRequest request) { bindService(std::move(request)); },
-          mConfig.autoSetUpChannel) {
+    : HostBase("emulated-host", config.bridgeVersion, config.autoSetUpChannel, std::move(runner)),
+      mConfig(std::move(config)) {
     mPlayback = std::make_unique<Playback>(
         &mConfig, mRunner,
         [this](int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn) {
@@ -31,23 +25,9 @@ EmulatedHost::EmulatedHost(HostConfig config, scoped_refptr<base::SingleThreadTa
             });
         },
         [this](const TimelineEvent& event) { runTimelineEvent(event); });
-    if (mRunner == mThread.task_runner()) mThread.Start();
 }
 
-EmulatedHost::~EmulatedHost() {
-    mConnection.unregister();
-    std::promise<void> done;
-    std::future<void> tornDown = done.get_future();
-    const bool posted =
-        mRunner->PostTask(FROM_HERE, base::BindOnce(
-                                         [](EmulatedHost* host, std::promise<void>* d) {
-                                             host->teardown();
-                                             d->set_value();
-                                         },
-                                         this, &done));
-    if (posted) tornDown.wait();
-    mThread.Stop();
-}
+EmulatedHost::~EmulatedHost() { stop(); }
 
 template <typename Method, typename... Args>
 void EmulatedHost::postToConnection(Method method, Args... args) {
@@ -59,12 +39,6 @@ template <typename Method, typename... Args>
 void EmulatedHost::post(Method method, Args... args) {
     mRunner->PostTask(FROM_HERE,
                       base::BindOnce(method, base::Unretained(this), std::move(args)...));
-}
-
-void EmulatedHost::registerWithBridge() { mConnection.registerWithBridge(); }
-
-void EmulatedHost::setServiceInterposer(HostConnection::ServiceInterposer interposer) {
-    mConnection.setServiceInterposer(std::move(interposer));
 }
 
 void EmulatedHost::setUpChannel() { postToConnection(&HostConnection::setUpChannel); }
@@ -199,12 +173,9 @@ void EmulatedHost::forEachDevice(int32_t device,
     }
 }
 
-void EmulatedHost::teardown() {
+void EmulatedHost::closeDevices() {
     mLifetime.end();
     mPlayback->stop();
-    // The connection first: what goes through a recorder is closed before the services, so
-    // closing them is not recorded as the host's doing.
-    mConnection.shutDown();
     mServices.clear();
 }
 

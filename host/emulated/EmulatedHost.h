@@ -12,11 +12,8 @@
 #include <vector>
 
 #include "base/single_thread_task_runner.h"
-#include "base/threading/thread.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/Host.h"
-#include "host/common/HostConnection.h"
-#include "host/common/HostEventLog.h"
+#include "host/common/HostBase.h"
 #include "host/common/Lifetime.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/Playback.h"
@@ -28,7 +25,7 @@ class EmulatedSensorService;
 
 // Every call returns at once: the work is posted to the host thread. What the host saw and did is
 // kept as host events, readable from any thread.
-class EmulatedHost : public Host {
+class EmulatedHost : public HostBase {
   public:
     // Starts the host thread, or runs on `runner` when one is given: it must run tasks until the
     // host is destroyed, on a thread other than the one that destroys it. Does not register yet.
@@ -38,11 +35,6 @@ class EmulatedHost : public Host {
     ~EmulatedHost() override;
     EmulatedHost(const EmulatedHost&) = delete;
     EmulatedHost& operator=(const EmulatedHost&) = delete;
-
-    // Offers this host to the process's container bridge at config.bridgeVersion.
-    void registerWithBridge() override;
-    const HostEventLog& log() const override { return mLog; }
-    void setServiceInterposer(HostConnection::ServiceInterposer interposer) override;
 
     // Calls toward the client.
     void setUpChannel();  // SetUpChannel with a new SensorService over the configured devices
@@ -77,7 +69,8 @@ class EmulatedHost : public Host {
     void post(Method method, Args... args);
     template <typename Method, typename... Args>
     void postToConnection(Method method, Args... args);
-    void bindService(chromeos::sensors::mojom::SensorServiceRequest request);
+    void bindService(chromeos::sensors::mojom::SensorServiceRequest request) override;
+    void closeDevices() override;
     void doSendObserverError(int32_t device, int32_t errorType);
     void doPushSample(int32_t device, std::map<int32_t, int64_t> sample);
     void doEmitBurst(int32_t device, size_t count);
@@ -87,19 +80,13 @@ class EmulatedHost : public Host {
     void startTimeline();
     void runTimelineEvent(TimelineEvent event);
     void forEachDevice(int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn);
-    void teardown();
 
     const HostConfig mConfig;
-    HostEventLog mLog;
 
     // Host thread only. They go after the teardown ran there.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
     std::unique_ptr<Playback> mPlayback;
     Lifetime mLifetime;  // ended by the teardown; guards the timeline's entries
-
-    base::Thread mThread;
-    const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
-    HostConnection mConnection;  // used on the host thread
 };
 
 }  // namespace kelvane::host

@@ -42,7 +42,8 @@ EmulatedSensorDevice::EmulatedSensorDevice(const VirtualDevice& config, bool str
       mRunner(std::move(runner)),
       mPlayback(config.timedSamples ? playback : nullptr),
       mBinding(this),
-      mGenerator(config) {}
+      mGenerator(config),
+      mEnabled(log, config.id) {}
 
 EmulatedSensorDevice::~EmulatedSensorDevice() { setReading(false); }
 
@@ -98,7 +99,7 @@ void EmulatedSensorDevice::emitBurst(size_t count) {
         mLog->add(HostEvent(HostEventKind::kSamplesSent, mConfig.id).withValue(count));
     for (size_t i = 0; i < count; ++i) {
         const SampleGenerator::Sample& sample =
-            mGenerator.next(mEnabled, android::elapsedRealtimeNano());
+            mGenerator.next(mEnabled.indices(), android::elapsedRealtimeNano());
         if (live) mObserver->OnSampleUpdated(sample);
     }
 }
@@ -176,36 +177,17 @@ void EmulatedSensorDevice::reply(HostStep step, Callback callback, Value value, 
 
 void EmulatedSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
                                               SetChannelsEnabledCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kChannelsEnabled, mConfig.id)
-                  .withChannels(iio_chn_indices)
-                  .withValue(en ? 1 : 0));
     const int32_t channelCount = static_cast<int32_t>(mConfig.channels.size());
-    std::vector<int32_t> failed;
-    for (int32_t index : iio_chn_indices) {
-        const bool fails = index < 0 || index >= channelCount ||
-                           std::find(mConfig.failChannels.begin(), mConfig.failChannels.end(),
-                                     index) != mConfig.failChannels.end();
-        if (fails) {
-            failed.push_back(index);
-        } else if (en) {
-            mEnabled.insert(index);
-        } else {
-            mEnabled.erase(index);
-        }
-    }
-    if (!failed.empty()) {
-        mLog->add(HostEvent(HostEventKind::kChannelsFailed, mConfig.id).withChannels(failed));
-    }
-    std::move(callback).Run(failed);
+    const auto& failing = mConfig.failChannels;
+    std::move(callback).Run(mEnabled.set(iio_chn_indices, en, [&](int32_t index) {
+        return index >= 0 && index < channelCount &&
+               std::find(failing.begin(), failing.end(), index) == failing.end();
+    }));
 }
 
 void EmulatedSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
                                               GetChannelsEnabledCallback callback) {
-    mLog->add(
-        HostEvent(HostEventKind::kChannelsEnabledAsked, mConfig.id).withChannels(iio_chn_indices));
-    std::vector<bool> enabled;
-    for (int32_t index : iio_chn_indices) enabled.push_back(mEnabled.count(index) != 0);
-    std::move(callback).Run(enabled);
+    std::move(callback).Run(mEnabled.get(iio_chn_indices));
 }
 
 void EmulatedSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
@@ -328,7 +310,7 @@ void EmulatedSensorDevice::onTick(uint64_t generation) {
         const int64_t takenNs =
             mStreamStartNs +
             static_cast<int64_t>(static_cast<double>(mNextIndex) * 1e9 / mStreamRate);
-        send(mGenerator.next(mEnabled, std::min(takenNs, nowNs)));
+        send(mGenerator.next(mEnabled.indices(), std::min(takenNs, nowNs)));
     }
     scheduleTick();
 }

@@ -13,6 +13,7 @@
 #include "base/single_thread_task_runner.h"
 #include "base/time/time.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
+#include "host/common/EnabledChannels.h"
 #include "host/common/HostEventLog.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/SampleGenerator.h"
@@ -104,7 +105,7 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
     SampleGenerator mGenerator;
     SampleGenerator::Sample mRecorded;        // reused by sendRecorded()
-    std::set<int32_t> mEnabled;               // channels the client enabled
+    EnabledChannels mEnabled;                 // channels the client enabled
     std::vector<base::OnceClosure> mStalled;  // replies held back forever, dropped with the device
     base::OnceClosure mSetUp;                 // see whenSetUp()
     double mFrequency = 0.0;                  // the rate last answered

@@ -25,14 +25,10 @@ EmulatedSensorService::EmulatedSensorService(const HostConfig* config, HostEvent
                                              Playback* playback,
                                              scoped_refptr<base::SingleThreadTaskRunner> runner,
                                              mojom::SensorServiceRequest request)
-    : mConfig(config),
-      mLog(log),
+    : HostSensorService(log, std::move(request)),
+      mConfig(config),
       mPlayback(playback),
-      mRunner(std::move(runner)),
-      mBinding(this, std::move(request)) {
-    mBinding.set_connection_error_handler(
-        base::BindOnce(&EmulatedSensorService::onConnectionError, base::Unretained(this)));
-}
+      mRunner(std::move(runner)) {}
 
 EmulatedSensorService::~EmulatedSensorService() {
     for (const auto& d : mDevices) d->whenSetUp(base::OnceClosure());  // may outlive this
@@ -64,21 +60,13 @@ void EmulatedSensorService::closeDevice(int32_t device) {
                    mStalled.end());
 }
 
-void EmulatedSensorService::GetDeviceIds(mojom::DeviceType type, GetDeviceIdsCallback callback) {
-    const int32_t code = static_cast<int32_t>(type);
-    mLog->add(HostEvent(HostEventKind::kDeviceIdsAsked).withValue(code));
-    std::vector<int32_t> ids;
-    for (const VirtualDevice& d : mConfig->devices) {
-        if (std::find(d.types.begin(), d.types.end(), code) != d.types.end()) ids.push_back(d.id);
-    }
-    std::move(callback).Run(ids);
+base::flat_map<int32_t, std::vector<int32_t>> EmulatedSensorService::listing() const {
+    base::flat_map<int32_t, std::vector<int32_t>> devices;
+    for (const VirtualDevice& d : mConfig->devices) devices[d.id] = d.types;
+    return devices;
 }
 
-void EmulatedSensorService::GetAllDeviceIds(GetAllDeviceIdsCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kDeviceListAsked));
-    base::flat_map<int32_t, std::vector<int32_t>> listing;
-    for (const VirtualDevice& d : mConfig->devices) listing[d.id] = d.types;
-    std::move(callback).Run(listing);
+void EmulatedSensorService::listed() {
     if (mListed) return;
     mListed = true;
     for (const VirtualDevice& d : mConfig->devices) {
@@ -124,16 +112,6 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
     mDevices.push_back(std::move(device));
 }
 
-void EmulatedSensorService::RegisterNewDevicesObserver(
-    mojom::SensorServiceNewDevicesObserverPtr observer) {
-    mLog->add(HostEvent(HostEventKind::kNewDevicesObserverAdded));
-    // The device set never changes, so the observer is only kept open.
-    mNewDeviceObservers.push_back(std::move(observer));
-}
-
-void EmulatedSensorService::onConnectionError() {
-    mLog->add(HostEvent(HostEventKind::kClosedByClient).withPipe(HostPipe::kSensorService));
-    setUpEnded();
-}
+void EmulatedSensorService::clientGone() { setUpEnded(); }
 
 }  // namespace kelvane::host

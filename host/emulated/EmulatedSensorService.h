@@ -12,6 +12,7 @@
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "host/common/HostEventLog.h"
+#include "host/common/HostSensorService.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/EmulatedSensorDevice.h"
 #include "mojo/public/cpp/bindings/binding.h"
@@ -19,7 +20,7 @@
 namespace kelvane::host {
 
 // Lives on the host thread: created, called and destroyed there.
-class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
+class EmulatedSensorService : public HostSensorService {
   public:
     // `config`, `log` and `playback` belong to the host and outlive the service.
     EmulatedSensorService(const HostConfig* config, HostEventLog* log, Playback* playback,
@@ -40,28 +41,24 @@ class EmulatedSensorService : public chromeos::sensors::mojom::SensorService {
     void closeDevice(int32_t device);
 
     // chromeos::sensors::mojom::SensorService
-    void GetDeviceIds(chromeos::sensors::mojom::DeviceType type,
-                      GetDeviceIdsCallback callback) override;
-    void GetAllDeviceIds(GetAllDeviceIdsCallback callback) override;
     void GetDevice(int32_t iio_device_id,
                    chromeos::sensors::mojom::SensorDeviceRequest device_request) override;
-    void RegisterNewDevicesObserver(
-        chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr observer) override;
 
   private:
-    void onConnectionError();
+    // HostSensorService
+    base::flat_map<int32_t, std::vector<int32_t>> listing() const override;
+    void listed() override;
+    void clientGone() override;
+
     void deviceSetUp(int32_t device);
     void setUpEnded();
 
     const HostConfig* const mConfig;
-    HostEventLog* const mLog;
     Playback* const mPlayback;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
-    mojo::Binding<chromeos::sensors::mojom::SensorService> mBinding;
     std::vector<std::shared_ptr<EmulatedSensorDevice>> mDevices;
     // GetDevice requests of stalled devices: held open, never bound.
     std::vector<std::pair<int32_t, chromeos::sensors::mojom::SensorDeviceRequest>> mStalled;
-    std::vector<chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr> mNewDeviceObservers;
     base::OnceClosure mSetUp;      // see whenSetUp()
     bool mListed = false;          // the device list was answered
     std::set<int32_t> mSettingUp;  // devices whose handshake is expected or under way

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <future>
 #include <optional>
 #include <string>
 #include <utility>
@@ -83,36 +82,11 @@ std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string
 }
 
 LibiioHost::LibiioHost(iio_context* context)
-    : mContext(context),
-      mThread("libiio-host"),
-      mRunner(mThread.task_runner()),
-      mConnection(kBridgeVersion, &mLog, mRunner,
-                  [this](chromeos::sensors::mojom::SensorServiceRequest request) {
-                      bindService(std::move(request));
-                  }) {
-    mThread.Start();
-}
+    : HostBase("libiio-host", kBridgeVersion, /*autoSetUpChannel=*/true), mContext(context) {}
 
 LibiioHost::~LibiioHost() {
-    mConnection.unregister();
-    std::promise<void> done;
-    std::future<void> tornDown = done.get_future();
-    const bool posted =
-        mRunner->PostTask(FROM_HERE, base::BindOnce(
-                                         [](LibiioHost* host, std::promise<void>* d) {
-                                             host->teardown();
-                                             d->set_value();
-                                         },
-                                         this, &done));
-    if (posted) tornDown.wait();
-    mThread.Stop();
+    stop();
     iio_context_destroy(mContext);
-}
-
-void LibiioHost::registerWithBridge() { mConnection.registerWithBridge(); }
-
-void LibiioHost::setServiceInterposer(HostConnection::ServiceInterposer interposer) {
-    mConnection.setServiceInterposer(std::move(interposer));
 }
 
 void LibiioHost::bindService(chromeos::sensors::mojom::SensorServiceRequest request) {
@@ -120,9 +94,6 @@ void LibiioHost::bindService(chromeos::sensors::mojom::SensorServiceRequest requ
                                                               mRunner, std::move(request)));
 }
 
-void LibiioHost::teardown() {
-    mServices.clear();
-    mConnection.shutDown();
-}
+void LibiioHost::closeDevices() { mServices.clear(); }
 
 }  // namespace kelvane::host::iio

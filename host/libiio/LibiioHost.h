@@ -11,17 +11,14 @@
 #include <string>
 #include <vector>
 
-#include "base/single_thread_task_runner.h"
-#include "base/threading/thread.h"
-#include "host/common/Host.h"
-#include "host/common/HostConnection.h"
-#include "host/common/HostEventLog.h"
+#include "hardware/sensors/mojom/sensor.mojom.h"
+#include "host/common/HostBase.h"
 
 namespace kelvane::host::iio {
 
 class LibiioSensorService;
 
-class LibiioHost : public Host {
+class LibiioHost : public HostBase {
   public:
     // Opens the context of `uri`. Null with a one-line `*error` when libiio cannot open it or it
     // holds no device this host serves (accel, anglvel, illuminance, magn or gravity channels).
@@ -33,26 +30,16 @@ class LibiioHost : public Host {
     LibiioHost(const LibiioHost&) = delete;
     LibiioHost& operator=(const LibiioHost&) = delete;
 
-    void registerWithBridge() override;
-    const HostEventLog& log() const override { return mLog; }
-
-    void setServiceInterposer(HostConnection::ServiceInterposer interposer) override;
-
   private:
     explicit LibiioHost(iio_context* context);
-    void bindService(chromeos::sensors::mojom::SensorServiceRequest request);
-    void teardown();
+    void bindService(chromeos::sensors::mojom::SensorServiceRequest request) override;
+    void closeDevices() override;
 
     iio_context* const mContext;  // freed last, after the thread stopped
-    HostEventLog mLog;
 
     // Host thread only. The thread is stopped before any of these goes.
     std::set<int32_t> mScaleWarned;
     std::vector<std::unique_ptr<LibiioSensorService>> mServices;
-
-    base::Thread mThread;
-    const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
-    HostConnection mConnection;  // used on the host thread
 };
 
 }  // namespace kelvane::host::iio

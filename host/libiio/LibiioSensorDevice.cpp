@@ -40,7 +40,8 @@ LibiioSensorDevice::LibiioSensorDevice(iio_context* context, iio_device* device,
       mChannels(inputChannels(device)),
       mBuffered(std::any_of(mChannels.begin(), mChannels.end(),
                             [](const iio_channel* c) { return iio_channel_is_scan_element(c); })),
-      mBinding(this) {}
+      mBinding(this),
+      mEnabled(log, id) {}
 
 LibiioSensorDevice::~LibiioSensorDevice() { stopReading(); }
 
@@ -165,7 +166,7 @@ void LibiioSensorDevice::startReader() {
         mLog->add(HostEvent(HostEventKind::kStreamStopped, mId));
     }
     std::vector<SampleReader::Channel> channels;
-    for (int32_t index : mEnabled) channels.push_back({index, mChannels[index]});
+    for (int32_t index : mEnabled.indices()) channels.push_back({index, mChannels[index]});
     std::weak_ptr<LibiioSensorDevice> self = weak_from_this();
     auto deliver = [runner = mRunner, self](std::vector<Sample> samples) {
         runner->PostTask(FROM_HERE,
@@ -256,34 +257,15 @@ void LibiioSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
 
 void LibiioSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
                                             SetChannelsEnabledCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kChannelsEnabled, mId)
-                  .withChannels(iio_chn_indices)
-                  .withValue(en ? 1 : 0));
-    std::vector<int32_t> failed;
-    for (int32_t index : iio_chn_indices) {
-        // A buffered device streams its scan elements only; a polled one reads any channel.
-        const bool usable =
-            validIndex(index) && (!mBuffered || iio_channel_is_scan_element(mChannels[index]));
-        if (!usable) {
-            failed.push_back(index);
-        } else if (en) {
-            mEnabled.insert(index);
-        } else {
-            mEnabled.erase(index);
-        }
-    }
-    if (!failed.empty()) {
-        mLog->add(HostEvent(HostEventKind::kChannelsFailed, mId).withChannels(failed));
-    }
-    std::move(callback).Run(failed);
+    // A buffered device streams its scan elements only; a polled one reads any channel.
+    std::move(callback).Run(mEnabled.set(iio_chn_indices, en, [this](int32_t index) {
+        return validIndex(index) && (!mBuffered || iio_channel_is_scan_element(mChannels[index]));
+    }));
 }
 
 void LibiioSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
                                             GetChannelsEnabledCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kChannelsEnabledAsked, mId).withChannels(iio_chn_indices));
-    std::vector<bool> enabled;
-    for (int32_t index : iio_chn_indices) enabled.push_back(mEnabled.count(index) != 0);
-    std::move(callback).Run(enabled);
+    std::move(callback).Run(mEnabled.get(iio_chn_indices));
 }
 
 void LibiioSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,

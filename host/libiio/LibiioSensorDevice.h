@@ -13,6 +13,7 @@
 
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
+#include "host/common/EnabledChannels.h"
 #include "host/common/HostEventLog.h"
 #include "host/libiio/SampleReader.h"
 #include "mojo/public/cpp/bindings/binding.h"
@@ -78,8 +79,8 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
 
     mojo::Binding<chromeos::sensors::mojom::SensorDevice> mBinding;
     chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
-    std::set<int32_t> mEnabled;  // channels the client enabled
-    double mFrequency = 0.0;     // the rate last answered
+    EnabledChannels mEnabled;  // channels the client enabled
+    double mFrequency = 0.0;   // the rate last answered
     std::unique_ptr<SampleReader> mReader;
 };
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/bind.h"
 #include "host/libiio/IioDeviceInfo.h"
 
 namespace kelvane::host::iio {
@@ -14,46 +13,23 @@ LibiioSensorService::LibiioSensorService(iio_context* context, HostEventLog* log
                                          std::set<int32_t>* scaleWarned,
                                          scoped_refptr<base::SingleThreadTaskRunner> runner,
                                          mojom::SensorServiceRequest request)
-    : mContext(context),
-      mLog(log),
+    : HostSensorService(log, std::move(request)),
+      mContext(context),
       mScaleWarned(scaleWarned),
-      mRunner(std::move(runner)),
-      mBinding(this, std::move(request)) {
-    mBinding.set_connection_error_handler(base::BindOnce(
-        [](HostEventLog* l) {
-            l->add(HostEvent(HostEventKind::kClosedByClient).withPipe(HostPipe::kSensorService));
-        },
-        base::Unretained(mLog)));
-}
+      mRunner(std::move(runner)) {}
 
 LibiioSensorService::~LibiioSensorService() = default;
 
-void LibiioSensorService::GetDeviceIds(mojom::DeviceType type, GetDeviceIdsCallback callback) {
-    const int32_t code = static_cast<int32_t>(type);
-    mLog->add(HostEvent(HostEventKind::kDeviceIdsAsked).withValue(code));
-    std::vector<int32_t> ids;
-    const unsigned int count = iio_context_get_devices_count(mContext);
-    for (unsigned int i = 0; i < count; ++i) {
-        const iio_device* device = iio_context_get_device(mContext, i);
-        const std::optional<int32_t> id = deviceNumber(device);
-        const std::vector<int32_t> types = deviceTypes(device);
-        if (id && std::find(types.begin(), types.end(), code) != types.end()) ids.push_back(*id);
-    }
-    std::sort(ids.begin(), ids.end());
-    std::move(callback).Run(ids);
-}
-
-void LibiioSensorService::GetAllDeviceIds(GetAllDeviceIdsCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kDeviceListAsked));
-    base::flat_map<int32_t, std::vector<int32_t>> listing;
+base::flat_map<int32_t, std::vector<int32_t>> LibiioSensorService::listing() const {
+    base::flat_map<int32_t, std::vector<int32_t>> devices;
     const unsigned int count = iio_context_get_devices_count(mContext);
     for (unsigned int i = 0; i < count; ++i) {
         const iio_device* device = iio_context_get_device(mContext, i);
         if (const std::optional<int32_t> id = deviceNumber(device)) {
-            listing[*id] = deviceTypes(device);
+            devices[*id] = deviceTypes(device);
         }
     }
-    std::move(callback).Run(listing);
+    return devices;
 }
 
 void LibiioSensorService::GetDevice(int32_t iio_device_id,
@@ -86,13 +62,6 @@ void LibiioSensorService::GetDevice(int32_t iio_device_id,
     mLog->add(HostEvent(HostEventKind::kStepFailed, iio_device_id)
                   .withStep(HostStep::kGetDevice)
                   .withReason("no such device"));
-}
-
-void LibiioSensorService::RegisterNewDevicesObserver(
-    mojom::SensorServiceNewDevicesObserverPtr observer) {
-    mLog->add(HostEvent(HostEventKind::kNewDevicesObserverAdded));
-    // A libiio context's device set is fixed when it is made, so the observer is only kept open.
-    mNewDeviceObservers.push_back(std::move(observer));
 }
 
 }  // namespace kelvane::host::iio

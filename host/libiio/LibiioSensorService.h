@@ -12,13 +12,14 @@
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "host/common/HostEventLog.h"
+#include "host/common/HostSensorService.h"
 #include "host/libiio/LibiioSensorDevice.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host::iio {
 
 // Lives on the host thread: created, called and destroyed there.
-class LibiioSensorService : public chromeos::sensors::mojom::SensorService {
+class LibiioSensorService : public HostSensorService {
   public:
     // `context`, `log` and `scaleWarned` belong to the host and outlive the service.
     LibiioSensorService(iio_context* context, HostEventLog* log, std::set<int32_t>* scaleWarned,
@@ -29,22 +30,17 @@ class LibiioSensorService : public chromeos::sensors::mojom::SensorService {
     LibiioSensorService& operator=(const LibiioSensorService&) = delete;
 
     // chromeos::sensors::mojom::SensorService
-    void GetDeviceIds(chromeos::sensors::mojom::DeviceType type,
-                      GetDeviceIdsCallback callback) override;
-    void GetAllDeviceIds(GetAllDeviceIdsCallback callback) override;
     void GetDevice(int32_t iio_device_id,
                    chromeos::sensors::mojom::SensorDeviceRequest device_request) override;
-    void RegisterNewDevicesObserver(
-        chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr observer) override;
 
   private:
+    // HostSensorService: the context's devices; its device set is fixed when it is made.
+    base::flat_map<int32_t, std::vector<int32_t>> listing() const override;
+
     iio_context* const mContext;
-    HostEventLog* const mLog;
     std::set<int32_t>* const mScaleWarned;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
-    mojo::Binding<chromeos::sensors::mojom::SensorService> mBinding;
     std::vector<std::shared_ptr<LibiioSensorDevice>> mDevices;
-    std::vector<chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr> mNewDeviceObservers;
 };
 
 }  // namespace kelvane::host::iio
