@@ -128,12 +128,17 @@ int Session::open(const CommonOptions& options) {
     mRemoteClock = !options.iioUri.empty() && options.iioUri.rfind("local:", 0) != 0;
     for (const host::VirtualDevice& device : config.devices) {
         if (!device.timedSamples) continue;
-        RecordedDevice recorded{device.types, {}};
+        RecordedDevice recorded{device.types, {}, device.timedSamples, -1};
         for (const auto& answer : device.frequencyAnswers) {
             recorded.requestedHz.push_back(answer.first);
         }
+        for (size_t i = 0; i < device.channels.size(); ++i) {
+            if (device.channels[i] == "timestamp")
+                recorded.timestampChannel = static_cast<int32_t>(i);
+        }
         mRecorded.push_back(std::move(recorded));
     }
+    mRecordingStart = config.startBootTimeNs;
     if (!options.log) silenceLibraryLogs();
     const uint32_t offeredVersion = config.bridgeVersion;
 
@@ -142,7 +147,8 @@ int Session::open(const CommonOptions& options) {
         mHost = std::make_unique<host::EmulatedHost>(std::move(config));
     }
     if (mRecordFile) {
-        mRecorder = std::make_unique<host::Recorder>();
+        // A replay's timestamps are the recorded host's, not this machine's.
+        mRecorder = std::make_unique<host::Recorder>(!mRemoteClock && mRecorded.empty());
         mHost->setServiceInterposer(mRecorder->interposer());
     }
     mStarted = std::chrono::steady_clock::now();

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 namespace kelvane::host {
 class Host;
 class Recorder;
+struct TimedSamples;
 }  // namespace kelvane::host
 
 namespace kelvane::tools {
@@ -45,6 +47,8 @@ struct CommonOptions {
 struct RecordedDevice {
     std::vector<int32_t> types;       // host device-type codes, host order
     std::vector<double> requestedHz;  // the SetFrequency requests it recorded, in order
+    std::shared_ptr<const host::TimedSamples> samples;
+    int32_t timestampChannel = -1;  // the index of its "timestamp" channel, -1 if none
 };
 
 class Session {
@@ -86,6 +90,8 @@ class Session {
     const std::vector<RecordedDevice>& recordedDevices() const { return mRecorded; }
     // Whether sample timestamps come from another machine's clock (a board reached by libiio).
     bool remoteClock() const { return mRemoteClock; }
+    // A recording's start on the boot-time clock its timestamps were taken on, if it says.
+    std::optional<int64_t> recordingStartBootTimeNs() const { return mRecordingStart; }
 
   private:
     void fetchSensors();
@@ -101,6 +107,7 @@ class Session {
     bool mJson = false;
     std::vector<RecordedDevice> mRecorded;
     bool mRemoteClock = false;
+    std::optional<int64_t> mRecordingStart;
     std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
 };
 

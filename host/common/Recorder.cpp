@@ -1,5 +1,7 @@
 #include "host/common/Recorder.h"
 
+#include <utils/SystemClock.h>
+
 #include <algorithm>
 #include <cstddef>
 
@@ -51,7 +53,7 @@ void appendSample(TimedSamples& t, int64_t atUs, const base::flat_map<int32_t, i
 
 }  // namespace
 
-Recorder::Recorder() = default;
+Recorder::Recorder(bool timestampsOnThisClock) : mTimestampsOnThisClock(timestampsOnThisClock) {}
 Recorder::~Recorder() = default;
 
 HostConnection::ServiceInterposer Recorder::interposer() {
@@ -64,7 +66,10 @@ std::unique_ptr<RecordingTap> Recorder::interpose(
     chromeos::sensors::mojom::SensorServicePtr* service) {
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        if (!mStart) mStart = base::TimeTicks::Now();
+        if (!mStart) {
+            mStart = base::TimeTicks::Now();
+            mStartBootTimeNs = android::elapsedRealtimeNano();
+        }
     }
     chromeos::sensors::mojom::SensorServicePtr client;
     auto tap =
@@ -210,6 +215,7 @@ HostConfig Recorder::description() const {
         config.devices.push_back(std::move(device));
     }
     config.timeline = mTimeline;
+    if (mStart && mTimestampsOnThisClock) config.startBootTimeNs = mStartBootTimeNs;
     return config;
 }
 

@@ -28,7 +28,9 @@ class RecordingTap;
 // Thread-safe: the taps report from the host thread, the description is read from any thread.
 class Recorder {
   public:
-    Recorder();
+    // `timestampsOnThisClock`: the host stamps samples on this machine's boot-time clock (every
+    // host but a remote board), so the recording says when it started on that clock.
+    explicit Recorder(bool timestampsOnThisClock = true);
     ~Recorder();
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
@@ -80,7 +82,9 @@ class Recorder {
     Device& deviceLocked(int32_t id);
 
     mutable std::mutex mMutex;
+    const bool mTimestampsOnThisClock;
     std::optional<base::TimeTicks> mStart;  // guarded by mMutex: the first interpose()
+    int64_t mStartBootTimeNs = 0;           // guarded by mMutex: mStart on the boot-time clock
     std::map<int32_t, Device> mDevices;     // guarded by mMutex
     std::vector<TimelineEvent> mTimeline;   // guarded by mMutex
     uint64_t mObservers = 0;                // guarded by mMutex: serials handed out

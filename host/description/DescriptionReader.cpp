@@ -570,8 +570,19 @@ bool readTimelineEvent(Reader& r, const json& value, const std::string& path,
 }
 
 bool readHost(Reader& r, const json& root, HostConfig* out) {
-    if (!r.object(root, "", {"bridgeVersion", "clientTypes", "devices", "timeline"})) return false;
+    if (!r.object(root, "",
+                  {"bridgeVersion", "clientTypes", "startBootTimeNs", "devices", "timeline"})) {
+        return false;
+    }
     HostConfig config;
+    if (root.contains("startBootTimeNs")) {
+        int64_t ns = 0;
+        if (!r.integer(root["startBootTimeNs"], "/startBootTimeNs", 0,
+                       std::numeric_limits<int64_t>::max(), &ns)) {
+            return false;
+        }
+        config.startBootTimeNs = ns;
+    }
     if (root.contains("bridgeVersion")) {
         int64_t version = 0;
         if (!r.integer(root["bridgeVersion"], "/bridgeVersion", 0, kUint32Max, &version)) {

@@ -182,6 +182,9 @@ void emitDescription(const HostConfig& config, const Emit& emit) {
     if (config.clientTypes != HostConfig().clientTypes) {
         emit("  \"clientTypes\": " + dump(json(config.clientTypes)) + ",\n");
     }
+    if (config.startBootTimeNs) {
+        emit("  \"startBootTimeNs\": " + dump(json(*config.startBootTimeNs)) + ",\n");
+    }
     emit("  \"devices\": [");
     for (size_t i = 0; i < config.devices.size(); ++i) {
         const VirtualDevice& d = config.devices[i];

@@ -101,6 +101,10 @@ struct HostConfig {
     // light, magnetometer, gravity) unless a description models another client. The timeline and
     // recorded samples start once every listed device of one of these types is set up.
     std::vector<int32_t> clientTypes = {1, 2, 3, 5, 11};
+    // A recording's: the boot-time clock of the machine that recorded it at the moment its times
+    // count from, so that a sample's send time reads on that clock. Only where the samples'
+    // timestamps were on that clock too (not a remote board's).
+    std::optional<int64_t> startBootTimeNs;
     std::vector<VirtualDevice> devices;
     std::vector<TimelineEvent> timeline;
     bool autoSetUpChannel = true;  // call SetUpChannel as soon as RegisterSensorHalClient arrives
@@ -141,8 +145,9 @@ inline bool operator==(const TimelineEvent& a, const TimelineEvent& b) {
 
 inline bool operator==(const HostConfig& a, const HostConfig& b) {
     return a.bridgeVersion == b.bridgeVersion && a.clientTypes == b.clientTypes &&
-           a.devices == b.devices && a.timeline == b.timeline &&
-           a.autoSetUpChannel == b.autoSetUpChannel && a.stream == b.stream && a.speed == b.speed;
+           a.startBootTimeNs == b.startBootTimeNs && a.devices == b.devices &&
+           a.timeline == b.timeline && a.autoSetUpChannel == b.autoSetUpChannel &&
+           a.stream == b.stream && a.speed == b.speed;
 }
 
 }  // namespace kelvane::host

@@ -265,8 +265,8 @@ TEST(CheckTest, LibraryDescriptionsAndFlushFailTheStaticAndFlushCompatibilityRul
     expectFail(run, "cts.flush", "2 completions for 1 flush within 10 s, needs exactly 1");
 }
 
-// A recording is judged at the rate it was recorded at, on the timestamps it holds, the same at
-// any replay speed.
+// A recording is judged at the rate it was recorded at, on the timestamps and send times it holds,
+// the same at any replay speed.
 TEST(CheckTest, RecordingIsJudgedAtItsRateTheSameAtAnySpeed) {
     TempFile recording;
     std::string out;
@@ -278,22 +278,27 @@ TEST(CheckTest, RecordingIsJudgedAtItsRateTheSameAtAnySpeed) {
         0)
         << err;
     std::map<std::string, std::string> verdicts[2];  // rule and subject -> verdict
+    std::string ages[2];
     const char* speeds[] = {"1", "0"};
     for (int i = 0; i < 2; ++i) {
         const CheckRun run = runCheck(
             {"--host", recording.path(), "--speed", speeds[i], "--quick", "--rule", "cts.*"});
         EXPECT_EQ(run.exitCode, 0) << describe(run);
         for (const json& r : run.results) {
-            verdicts[i][r["rule"].get<std::string>() + " " + r["subject"].get<std::string>()] =
-                r["verdict"];
+            const std::string key =
+                r["rule"].get<std::string>() + " " + r["subject"].get<std::string>();
+            verdicts[i][key] = r["verdict"];
+            if (key == "cts.timestamp-age Accelerometer (lid) @ 50 Hz") ages[i] = r["detail"];
         }
     }
     EXPECT_EQ(verdicts[0], verdicts[1]);
+    EXPECT_EQ(ages[0], ages[1]) << "the age comes from the recorded send times";
     std::map<std::string, std::string>& v = verdicts[1];
     EXPECT_EQ(v["cts.frequency Accelerometer (lid) @ 50 Hz"], "PASS");
     EXPECT_EQ(v["cts.gaps Gyroscope (lid) @ 50 Hz"], "PASS");
     EXPECT_EQ(v["cts.frequency Accelerometer (lid) @ FASTEST"], "SKIP");
-    EXPECT_EQ(v["cts.timestamp-age Accelerometer (lid) @ 50 Hz"], "SKIP");
+    EXPECT_EQ(v["cts.timestamp-age Accelerometer (lid) @ 50 Hz"], "PASS");
+    EXPECT_EQ(v["cts.timestamp-future Light (base)"], "PASS");
     EXPECT_EQ(v["cts.event-count Accelerometer (lid) @ FASTEST, latency 10 s"], "SKIP");
 }
 

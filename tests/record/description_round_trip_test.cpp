@@ -31,6 +31,7 @@ class Generator {
             config.clientTypes.clear();
             for (int i = below(4); i > 0; --i) config.clientTypes.push_back(pick<int32_t>({1, 9}));
         }
+        if (chance()) config.startBootTimeNs = pick<int64_t>({0, 1}) & 0x7fffffffffffffff;
         std::set<int32_t> ids;
         const int devices = below(5);
         for (int i = 0; i < devices; ++i) {

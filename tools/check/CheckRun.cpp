@@ -7,6 +7,7 @@
 #include <set>
 
 #include "check/RuleCatalogue.h"
+#include "host/description/HostConfig.h"
 
 namespace kelvane::tools::check {
 
@@ -200,6 +201,34 @@ std::vector<double> CheckRun::recordedRates(const SensorInfo& sensor) const {
         }
     }
     return rates;
+}
+
+std::optional<int64_t> CheckRun::recordedSendTimeNs(const SensorInfo& sensor,
+                                                    int64_t timestampNs) const {
+    const std::optional<int64_t> start = mSession.recordingStartBootTimeNs();
+    if (!start) return std::nullopt;
+    const int32_t type = static_cast<int32_t>(sensor.type);
+    auto index = mSendTimes.find(type);
+    if (index == mSendTimes.end()) {
+        std::map<int64_t, int64_t>& times = mSendTimes[type];
+        for (const RecordedDevice& device : mSession.recordedDevices()) {
+            if (!publishedAs(device, sensor.type) || !device.samples) continue;
+            const host::TimedSamples& t = *device.samples;
+            const auto column =
+                std::find(t.channels.begin(), t.channels.end(), device.timestampChannel);
+            if (device.timestampChannel < 0 || column == t.channels.end()) continue;
+            const size_t width = t.channels.size();
+            const size_t c = static_cast<size_t>(column - t.channels.begin());
+            for (size_t row = 0; row < t.size(); ++row) {
+                if (!t.present[row * width + c]) continue;
+                times.emplace(t.values[row * width + c], *start + t.atUs[row] * 1000);
+            }
+        }
+        index = mSendTimes.find(type);
+    }
+    const auto found = index->second.find(timestampNs);
+    if (found == index->second.end()) return std::nullopt;
+    return found->second;
 }
 
 const SensorInfo* CheckRun::defaultSensor(SensorType type) const {

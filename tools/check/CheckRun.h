@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,10 @@ class CheckRun {
     std::vector<double> recordedRates(const SensorInfo& sensor) const;
     // Whether event timestamps are on another machine's clock than the receive times.
     bool remoteClock() const { return mSession.remoteClock(); }
+    // For a replayed event of `sensor`: when the recorded host sent the sample stamped
+    // `timestampNs`, on the boot-time clock of the recording; nullopt when the recording does not
+    // say (no start on that clock, or no recorded sample with that timestamp).
+    std::optional<int64_t> recordedSendTimeNs(const SensorInfo& sensor, int64_t timestampNs) const;
 
     // Whether --rule selected `rule`.
     bool wants(const std::string& rule) const;
@@ -101,6 +106,8 @@ class CheckRun {
     std::map<int32_t, uint64_t> mEventsPerHandle;
     std::map<int32_t, std::string> mViolations;
     uint64_t mSensorEvents = 0;
+    // recordedSendTimeNs()'s index, built on first use: per sensor type, timestamp -> send time.
+    mutable std::map<int32_t, std::map<int64_t, int64_t>> mSendTimes;
 };
 
 // Shared helpers of the rule files.

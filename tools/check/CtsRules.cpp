@@ -240,7 +240,7 @@ class CtsRunner {
                          mine.size() < 2 && replay ? skip("fewer than 2 recorded events")
                                                    : stats::ordering(mine));
                 mRun.add("cts.timestamp-future", s.sensor, "",
-                         timestampRule(s.sensor, [&] { return stats::notInFuture(mine); }));
+                         timestampRule(s.sensor, mine, stats::notInFuture));
                 continue;
             }
             if (isReplay(s.sensor)) {
@@ -298,18 +298,25 @@ class CtsRunner {
         return "not recorded: the recording holds " + held;
     }
 
-    // Timestamp rules compare the event's timestamp with this machine's boot-time clock: that
-    // needs both on the same clock.
-    Outcome timestampRule(const SensorInfo& sensor, const std::function<Outcome()>& judge) const {
-        if (isReplay(sensor)) {
-            return skip(
-                "a replay's timestamps are the recorded board's, and the recording holds "
-                "no send times on that clock");
-        }
+    // Timestamp rules compare an event's timestamp with when it arrived, on the boot-time clock
+    // of the host's machine: for a replay, the recorded send time on the recording's clock.
+    Outcome timestampRule(const SensorInfo& sensor, const std::vector<Sample>& mine,
+                          const std::function<Outcome(const std::vector<Sample>&)>& judge) const {
         if (mRun.remoteClock()) {
             return skip("the board's timestamps are on its own clock, not this machine's");
         }
-        return judge();
+        if (!isReplay(sensor)) return judge(mine);
+        std::vector<Sample> sent = mine;
+        for (Sample& s : sent) {
+            const std::optional<int64_t> at = mRun.recordedSendTimeNs(sensor, s.timestampNs);
+            if (!at) {
+                return skip(
+                    "a replay's timestamps are the recorded host's, and the recording "
+                    "holds no send times on that clock");
+            }
+            s.receivedNs = *at;
+        }
+        return judge(sent);
     }
 
     void stream(const std::vector<Streamed>& streams, const Rate& rate) {
@@ -394,11 +401,11 @@ class CtsRunner {
             sensor.type == SensorType::MAGNETIC_FIELD || sensor.type == SensorType::GRAVITY;
         add("cts.jitter", jitterType ? stats::jitter(mine, s.expected, mRun.hifi())
                                      : skip("judged for motion sensors only"));
-        add("cts.timestamp-future", timestampRule(sensor, [&] {
-                return needs(1, [&] { return stats::notInFuture(mine); });
+        add("cts.timestamp-future", timestampRule(sensor, mine, [&](const std::vector<Sample>& m) {
+                return needs(1, [&] { return stats::notInFuture(m); });
             }));
-        add("cts.timestamp-age", timestampRule(sensor, [&] {
-                return needs(1, [&] { return stats::age(mine, s.expected); });
+        add("cts.timestamp-age", timestampRule(sensor, mine, [&](const std::vector<Sample>& m) {
+                return needs(1, [&] { return stats::age(m, s.expected); });
             }));
         if (atRestType(sensor.type)) {
             add("cts.magnitude", needs(1, [&] { return stats::magnitude(mine, sensor.type); }));
