@@ -126,4 +126,97 @@ std::string unexpectedArguments(const std::vector<std::string>& leftover, const 
     return line + helpHint;
 }
 
+namespace {
+
+// The apps whose options may appear on the command line: the tool's and the subcommand's.
+std::vector<const CLI::App*> optionOwners(const CLI::App& main, const CLI::App* chosen) {
+    std::vector<const CLI::App*> apps{&main};
+    if (chosen != nullptr) apps.push_back(chosen);
+    return apps;
+}
+
+std::string valueName(const CLI::Option& option) {
+    return option.get_type_name().empty() ? std::string("VALUE") : option.get_type_name();
+}
+
+}  // namespace
+
+std::string parseErrorLine(const CLI::ParseError& error, const CLI::App& main,
+                           const CLI::App* chosen, const std::vector<std::string>& args) {
+    const std::string where = chosen != nullptr ? chosen->get_name() + ": " : std::string();
+    const std::string hint = chosen != nullptr ? " (iio-subhal help " + chosen->get_name() + ")"
+                                               : " (iio-subhal --help)";
+    const std::vector<const CLI::App*> apps = optionOwners(main, chosen);
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        for (const CLI::App* app : apps) {
+            for (const CLI::Option* option : app->get_options()) {
+                const std::string name = longName(*option);
+                if (option->count() > 1 && option->get_items_expected_max() == 1) {
+                    return where + name + " is given " + std::to_string(option->count()) +
+                           " times; give it once" + hint;
+                }
+                // An option at the end of the line, or followed by another option, has no value.
+                for (size_t i = 0; i < args.size() && !name.empty(); ++i) {
+                    if (args[i] != name || option->get_type_size() == 0) continue;
+                    if (i + 1 == args.size() || args[i + 1].rfind("--", 0) == 0) {
+                        return where + name + " needs a value (" + name + " " + valueName(*option) +
+                               ")" + hint;
+                    }
+                }
+            }
+        }
+    }
+    if (dynamic_cast<const CLI::ExcludesError*>(&error) != nullptr) {
+        for (const CLI::App* app : apps) {
+            for (const CLI::Option* option : app->get_options()) {
+                if (option->count() == 0) continue;
+                for (const CLI::Option* other : option->get_excludes()) {
+                    if (other->count() == 0) continue;
+                    return where + longName(*option) + " and " + longName(*other) +
+                           " cannot be given together; choose one" + hint;
+                }
+            }
+        }
+    }
+    if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && chosen != nullptr) {
+        for (const CLI::Option* option : chosen->get_options()) {
+            if (option->get_required() && option->count() == 0 &&
+                option->nonpositional() == false) {
+                return where + valueName(*option) + " is missing" + hint;
+            }
+        }
+    }
+    return where + error.what() + hint;
+}
+
+std::optional<std::vector<std::string>> helpWords(const std::vector<std::string>& args,
+                                                  const std::vector<std::string>& valueOptions) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& word = args[i];
+        if (word.size() > 1 && word[0] == '-') {
+            if (std::find(valueOptions.begin(), valueOptions.end(), word) != valueOptions.end()) {
+                ++i;  // its value
+            }
+            continue;
+        }
+        if (word != "help") return std::nullopt;
+        std::vector<std::string> rest;
+        for (size_t j = i + 1; j < args.size(); ++j) {
+            if (args[j].empty() || args[j][0] != '-') rest.push_back(args[j]);
+        }
+        return rest;
+    }
+    return std::nullopt;
+}
+
+std::string dropEndOfOptions(std::vector<std::string>* args) {
+    auto end = std::find(args->begin(), args->end(), "--");
+    if (end == args->end()) return {};
+    end = args->erase(end);
+    for (auto it = end; it != args->end(); ++it) {
+        if (it->size() > 1 && (*it)[0] == '-') return *it;
+    }
+    return {};
+}
+
 }  // namespace kelvane::tools

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,5 +27,20 @@ std::string exitCodesHelp();
 // tool, `chosen` the subcommand given (null if none).
 std::string unexpectedArguments(const std::vector<std::string>& leftover, const CLI::App& main,
                                 const CLI::App* chosen);
+
+// The one-line error for a CLI11 parse error, in the tool's words instead of CLI11's: a repeated
+// option, an option missing its value, options that exclude each other, a missing operand.
+// `args` are the words parsed (without the program name). Falls back to CLI11's text.
+std::string parseErrorLine(const CLI::ParseError& error, const CLI::App& main,
+                           const CLI::App* chosen, const std::vector<std::string>& args);
+
+// Where `help` is the subcommand, the words after it (the topic, if any); nullopt otherwise.
+// `valueOptions` are the common options that take a value ("--host"), whose value is skipped.
+std::optional<std::vector<std::string>> helpWords(const std::vector<std::string>& args,
+                                                  const std::vector<std::string>& valueOptions);
+
+// Removes "--" (the end of options) from `args`. The tool's operands (the subcommand and flush's
+// handle) never start with '-', so a word after "--" that does is an error: returns it, or "".
+std::string dropEndOfOptions(std::vector<std::string>* args);
 
 }  // namespace kelvane::tools

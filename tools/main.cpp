@@ -10,6 +10,7 @@
 #include "Arguments.h"
 #include "Command.h"
 #include "CommandLine.h"
+#include "Output.h"
 #include "Session.h"
 #include "Stdout.h"
 #include "StopSignals.h"
@@ -38,13 +39,27 @@ int usageError(const std::string& message) {
     return kExitUsage;
 }
 
-// CLI11's own errors, in the tool's one-line form.
-int parseError(CLI::App& app, const CLI::ParseError& e) {
-    if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
-    const CLI::App* chosen = app.get_subcommands().empty() ? nullptr : app.get_subcommands()[0];
-    const std::string hint = chosen != nullptr ? " (iio-subhal help " + chosen->get_name() + ")"
-                                               : " (iio-subhal --help)";
-    return usageError(e.what() + hint);
+int helpOf(CLI::App& app, const std::vector<Subcommand>& subcommands, const CLI::App* help,
+           const std::vector<std::string>& words) {
+    if (words.size() > 1) {
+        return usageError("help takes one subcommand, got " + std::to_string(words.size()) +
+                          " (iio-subhal help)");
+    }
+    if (words.empty()) {
+        writeStdout(app.get_formatter()->make_help(&app, "iio-subhal", CLI::AppFormatMode::Normal));
+        return finishStdout(kExitOk);
+    }
+    if (words[0] == "help") {
+        writeStdout(help->help("iio-subhal"));
+        return finishStdout(kExitOk);
+    }
+    for (const Subcommand& s : subcommands) {
+        if (s.app->get_name() == words[0]) {
+            writeStdout(s.app->help("iio-subhal"));
+            return finishStdout(kExitOk);
+        }
+    }
+    return usageError(unexpectedArguments(words, app, nullptr));
 }
 
 }  // namespace
@@ -99,7 +114,7 @@ int main(int argc, char** argv) {
         subcommands.push_back({sub, std::move(command)});
     }
     CLI::App* help = app.add_subcommand("help", "print the help of a subcommand");
-    std::string helpTopic;
+    std::string helpTopic;  // read by helpWords() below, before CLI11 parses
     help->add_option("subcommand", helpTopic)->type_name("SUBCOMMAND");
 
     app.add_option("--record", common.recordFile,
@@ -113,10 +128,23 @@ int main(int argc, char** argv) {
     app.footer("Run `iio-subhal help SUBCOMMAND` for a subcommand's options.\n\n" +
                exitCodesHelp());
 
+    std::vector<std::string> args(argv + 1, argv + argc);
+    if (std::string word = dropEndOfOptions(&args); !word.empty()) {
+        return usageError("\"" + printable(word) +
+                          "\" comes after --, where options are not read (iio-subhal --help)");
+    }
+    // "help flush" is answered here: CLI11 would parse it as the flush subcommand, missing its
+    // handle.
+    if (auto words = helpWords(args, {"--host", "--iio", "--library", "--speed", "--record"})) {
+        return helpOf(app, subcommands, help, *words);
+    }
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> reversed(args.rbegin(), args.rend());  // CLI11 pops from the back
+        app.parse(reversed);
     } catch (const CLI::ParseError& e) {
-        return parseError(app, e);
+        if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version
+        const CLI::App* chosen = app.get_subcommands().empty() ? nullptr : app.get_subcommands()[0];
+        return usageError(parseErrorLine(e, app, chosen, args));
     }
 
     const std::vector<CLI::App*> chosen = app.get_subcommands();
@@ -127,24 +155,14 @@ int main(int argc, char** argv) {
         return usageError(
             "no subcommand given: list, stream, flush, dump, check or help (iio-subhal --help)");
     }
-
-    if (sub == help) {
-        // "help stream" may reach CLI11 as the help subcommand followed by the stream one.
-        const std::string topic = !helpTopic.empty()  ? helpTopic
-                                  : chosen.size() > 1 ? chosen[1]->get_name()
-                                                      : "";
-        if (topic.empty()) {
-            writeStdout(
-                app.get_formatter()->make_help(&app, "iio-subhal", CLI::AppFormatMode::Normal));
-            return finishStdout(kExitOk);
+    // An empty value would mean the default (`--iio ""` the built-in emulated host), which is
+    // never what an unset variable in a script meant.
+    for (const char* name : {"--host", "--iio", "--library", "--record"}) {
+        const CLI::Option* option = app.get_option(name);
+        if (option->count() != 0 && option->as<std::string>().empty()) {
+            return usageError(std::string(name) + " is empty; give a " + option->get_type_name() +
+                              " or leave the option out (iio-subhal --help)");
         }
-        for (Subcommand& s : subcommands) {
-            if (s.app->get_name() == topic) {
-                writeStdout(s.app->help("iio-subhal"));
-                return finishStdout(kExitOk);
-            }
-        }
-        return usageError(unexpectedArguments({topic}, app, nullptr));
     }
 
     Command* command = nullptr;

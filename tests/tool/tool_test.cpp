@@ -324,7 +324,22 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
          "help flush)"},
         {{"--json", "dump"}, "dump prints text only; drop --json"},
         {{"stream", "--rate", "10", "--period-ns", "1000"},
-         "--rate excludes --period-ns (iio-subhal help stream)"},
+         "stream: --rate and --period-ns cannot be given together; choose one (iio-subhal help "
+         "stream)"},
+        // CLI11's own texts never reach the user.
+        {{"stream", "--count"},
+         "stream: --count needs a value (--count N) (iio-subhal help stream)"},
+        {{"stream", "--rate", "1", "--rate", "2"},
+         "stream: --rate is given 2 times; give it once (iio-subhal help stream)"},
+        {{"flush"}, "flush: HANDLE is missing (iio-subhal help flush)"},
+        // An empty value (an unset variable in a script) is not the default.
+        {{"--iio", "", "list"},
+         "--iio is empty; give a URI or leave the option out (iio-subhal --help)"},
+        {{"--host", "", "list"},
+         "--host is empty; give a FILE or leave the option out (iio-subhal --help)"},
+        {{"stream", "--", "--count", "1"},
+         "\"--count\" comes after --, where options are not read (iio-subhal --help)"},
+        {{"help", "stream", "list"}, "help takes one subcommand, got 2 (iio-subhal help)"},
     };
     for (const auto& c : cases) {
         ToolRun run = runTool(c.args);
@@ -348,6 +363,13 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
         }
     }
     EXPECT_NE(runTool({"help", "stream"}).out.find("--follow"), std::string::npos);
+    // A subcommand with a required operand, and help itself, have help too.
+    EXPECT_NE(runTool({"help", "flush"}).out.find("Usage: iio-subhal flush"), std::string::npos);
+    EXPECT_NE(runTool({"help", "help"}).out.find("Usage: iio-subhal help"), std::string::npos);
+    // "--" ends the options; the operands after it are read as usual.
+    ToolRun flushed = runTool({"--", "flush", "1"});
+    EXPECT_EQ(flushed.exitCode, 0) << flushed.err;
+    EXPECT_NE(flushed.out.find("flush complete"), std::string::npos) << flushed.out;
 }
 
 TEST_F(ToolTest, LibraryProblemsExitOne) {
