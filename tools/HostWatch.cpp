@@ -1,5 +1,7 @@
 #include "HostWatch.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -37,6 +39,13 @@ std::string stepWords(host::HostStep step) {
     return "setup";
 }
 
+// "400 Hz", "0.5 Hz", "1000000000 Hz"
+std::string hertz(double hz) {
+    char text[48];
+    std::snprintf(text, sizeof(text), "%.10g Hz", hz);
+    return text;
+}
+
 }  // namespace
 
 HostWatch::HostWatch(const host::HostEventLog& log)
@@ -61,6 +70,35 @@ void HostWatch::run() {
         drainLocked();
         mWake.wait_for(lock, kReadInterval, [this] { return mStopping; });
     }
+}
+
+void HostWatch::setAskedRate(double hz) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mAskedHz = hz;
+}
+
+std::optional<std::string> HostWatch::hostLost() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    std::string why;
+    for (const auto& [id, device] : mDevices) {
+        if (!device.streamed) continue;
+        if (device.lost.empty()) return std::nullopt;
+        why += (why.empty() ? "" : "; ") + ("device " + std::to_string(id) + " " + device.lost);
+    }
+    if (why.empty()) return std::nullopt;
+    return "the host is lost: it closed every device that was streaming (" + why + ")";
+}
+
+bool HostWatch::replayOver() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mReplayOver;
+}
+
+size_t HostWatch::samplesSent() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    size_t sent = 0;
+    for (const auto& entry : mDevices) sent += mLog.samplesSent(entry.first);
+    return sent;
 }
 
 std::vector<std::string> HostWatch::problems() const {
@@ -145,6 +183,33 @@ void HostWatch::handleLocked(const host::HostEvent& e) {
             }
             break;
         }
+        case Kind::kStreamStarted:
+            mDevices[e.device].streamed = true;
+            break;
+        case Kind::kFrequencyAsked:
+            mDevices[e.device].libraryAskedHz = e.value;
+            break;
+        case Kind::kFrequencyAnswered: {
+            Device& d = mDevices[e.device];
+            if (!mAskedHz || e.value <= 0 || std::fabs(e.value - *mAskedHz) <= 1e-6 * *mAskedHz ||
+                std::find(d.answersSaid.begin(), d.answersSaid.end(), e.value) !=
+                    d.answersSaid.end()) {
+                break;
+            }
+            d.answersSaid.push_back(e.value);
+            std::string line =
+                device + ": " + hertz(*mAskedHz) + " asked, the host answered " + hertz(e.value);
+            if (std::fabs(d.libraryAskedHz - *mAskedHz) > 1e-6 * *mAskedHz) {
+                line += " (the library asked it for " + hertz(d.libraryAskedHz) + ")";
+            }
+            printWarning(line);
+            break;
+        }
+        case Kind::kReplayOver:
+            mReplayOver = true;
+            noteLocked("the replay is over " + atLocked() +
+                       ": every recorded sample was sent and the timeline has run");
+            break;
         case Kind::kStartReadingAsked: {
             auto it = mDevices.find(e.device);
             if (it != mDevices.end() && it->second.restartDue) {
@@ -157,6 +222,8 @@ void HostWatch::handleLocked(const host::HostEvent& e) {
             if (e.pipe == host::HostPipe::kSensorDevice) {
                 Device& d = mDevices[e.device];
                 d.closed = true;
+                const std::string why = !e.reason.empty() ? e.reason : d.lastError;
+                d.lost = atLocked() + (why.empty() ? "" : ": " + why);
                 if (d.ready) {
                     problemLocked(device + ": the host closed its pipe " + atLocked() +
                                   (e.reason.empty() ? "" : " (" + e.reason + ")") +
@@ -177,6 +244,7 @@ void HostWatch::handleLocked(const host::HostEvent& e) {
         case Kind::kObserverError: {
             const int error = static_cast<int>(e.value);
             mDevices[e.device].restartDue = true;
+            mDevices[e.device].lastError = e.reason.empty() ? observerErrorName(error) : e.reason;
             problemLocked(device + ": observer error " + std::to_string(error) + " (" +
                           (e.reason.empty() ? observerErrorName(error) : e.reason) + ") " +
                           atLocked());

@@ -37,6 +37,15 @@ class HostWatch {
     void enumerationDone(size_t published, std::optional<uint32_t> offeredBridgeVersion);
     // The problems seen so far, one line each, without the "warning: " prefix.
     std::vector<std::string> problems() const;
+    // The rate the user asked every streamed sensor for: a device whose host answers another
+    // rate gets a line saying both.
+    void setAskedRate(double hz);
+    // Once the host has closed every device that was streaming: one line saying so and why.
+    std::optional<std::string> hostLost() const;
+    // Whether the host has served every recorded sample and run its timeline (a replay).
+    bool replayOver() const;
+    // Samples the host sent so far, every device together.
+    size_t samplesSent() const;
     // Reads the log to its end one last time, then stops the thread. Idempotent.
     void stop();
 
@@ -44,10 +53,15 @@ class HostWatch {
     struct Device {
         host::HostStep step = host::HostStep::kNone;  // asked last, until the device is ready
         bool answered = false;                        // the host answered `step`
-        std::string failure;      // why the host could not answer `step`, if it said so
-        bool ready = false;       // the host answered the last setup step
-        bool closed = false;      // the host closed its pipe
-        bool restartDue = false;  // an observer error came; the next start is a restart
+        std::string failure;              // why the host could not answer `step`, if it said so
+        bool ready = false;               // the host answered the last setup step
+        bool closed = false;              // the host closed its pipe
+        bool restartDue = false;          // an observer error came; the next start is a restart
+        bool streamed = false;            // the host streamed it at some point
+        std::string lost;                 // "at 4.5 s (read failed: ...)" once the host closed it
+        std::string lastError;            // the reason of its last observer error
+        double libraryAskedHz = 0;        // the last SetFrequency
+        std::vector<double> answersSaid;  // rates answered that got their line
     };
 
     void run();
@@ -69,6 +83,8 @@ class HostWatch {
     bool mConnected = false;             // guarded by mMutex
     std::map<int32_t, Device> mDevices;  // guarded by mMutex: by host device id
     std::vector<std::string> mProblems;  // guarded by mMutex
+    std::optional<double> mAskedHz;      // guarded by mMutex
+    bool mReplayOver = false;            // guarded by mMutex
     std::thread mThread;                 // last: starts once everything above exists
 };
 

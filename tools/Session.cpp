@@ -128,6 +128,7 @@ int Session::open(const CommonOptions& options) {
     mRemoteClock = !options.iioUri.empty() && options.iioUri.rfind("local:", 0) != 0;
     for (const host::VirtualDevice& device : config.devices) {
         if (!device.timedSamples) continue;
+        mReplays = mReplays || device.timedSamples->size() != 0;
         RecordedDevice recorded{device.types, {}, device.timedSamples, -1};
         for (const auto& answer : device.frequencyAnswers) {
             recorded.requestedHz.push_back(answer.first);

@@ -86,6 +86,10 @@ class Session {
     std::chrono::steady_clock::time_point started() const { return mStarted; }
     // What went wrong on the host side so far, one line each.
     std::vector<std::string> hostProblems() const;
+    // The host side as the stream needs it (HostWatch).
+    HostWatch& hostWatch() const { return *mWatch; }
+    // Whether the host replays recorded samples (a --host description with timedSamples).
+    bool replays() const { return mReplays; }
     // The devices of the host description that replay recorded samples.
     const std::vector<RecordedDevice>& recordedDevices() const { return mRecorded; }
     // Whether sample timestamps come from another machine's clock (a board reached by libiio).
@@ -108,6 +112,7 @@ class Session {
     std::vector<RecordedDevice> mRecorded;
     bool mRemoteClock = false;
     std::optional<int64_t> mRecordingStart;
+    bool mReplays = false;
     std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
 };
 

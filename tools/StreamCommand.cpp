@@ -9,6 +9,7 @@
 
 #include "Arguments.h"
 #include "Command.h"
+#include "HostWatch.h"
 #include "Output.h"
 #include "SensorSelection.h"
 #include "StallWatch.h"
@@ -28,6 +29,8 @@ using android::hardware::sensors::V2_1::SensorInfo;
 
 // How often the main loop looks at the stop flag while no event arrives.
 constexpr std::chrono::milliseconds kPollInterval{100};
+// How long the samples of a replay that is over may take to come out of the library.
+constexpr std::chrono::seconds kReplayGrace{2};
 
 // "[1] Accelerometer (lid)"
 std::string label(const SensorInfo& sensor) {
@@ -136,6 +139,8 @@ int StreamCommand::run(Session& session) {
     }
     // A stop that came while the library enumerated ends the run before anything streams.
     const bool streaming = stopSignal() == 0;
+    HostWatch& host = session.hostWatch();
+    if (mPeriodNs) host.setAskedRate(1e9 / static_cast<double>(*mPeriodNs));
     for (const SensorInfo& sensor : streaming ? sensors : std::vector<SensorInfo>()) {
         const int32_t handle = sensor.sensorHandle;
         if (mPeriodNs) {
@@ -158,15 +163,21 @@ int StreamCommand::run(Session& session) {
     StdoutWriter writer(STDOUT_FILENO);
     StreamStats stats;
     uint64_t counted = 0;
+    uint64_t received = 0;  // sensor events, beyond the count too
     bool countReached = false;
     // Takes what the library posted by `deadline`, or what it posted already.
     auto take = [&](std::chrono::steady_clock::time_point deadline) {
         for (const Event& event : session.callback().queue().takeUntil(deadline)) {
             auto name = names.find(event.sensorHandle);
-            if (name == names.end() || countReached) continue;  // not asked for, or one too many
+            if (name == names.end()) continue;  // not a sensor this run asked for
+            if (countReached) {
+                received += isMeta(event) ? 0 : 1;
+                continue;
+            }
             writer.append((session.json() ? eventJson(event) : eventText(event, name->second)) +
                           "\n");
             if (isMeta(event)) continue;
+            ++received;
             stats.add(event);
             const std::string resumed =
                 stalls.arrived(event.sensorHandle, std::chrono::steady_clock::now());
@@ -175,15 +186,31 @@ int StreamCommand::run(Session& session) {
         }
     };
 
+    // A replay of every sensor ends with the replay unless a duration was given; one of some
+    // sensors may never be over (the others' samples wait for a reader) and keeps the default.
+    std::optional<double> duration = mDurationSeconds;
+    const bool untilReplayOver = session.replays() && !*mDurationOption && !mFollow &&
+                                 sensors.size() == session.sensors().size();
+    if (untilReplayOver) duration.reset();
     std::optional<std::chrono::steady_clock::time_point> end;
-    if (mDurationSeconds) {
+    if (duration) {
         end = std::chrono::steady_clock::now() +
               std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                  std::chrono::duration<double>(*mDurationSeconds));
+                  std::chrono::duration<double>(*duration));
     }
+    std::optional<std::chrono::steady_clock::time_point> replayOverSeen;
+    std::optional<std::string> hostLost;
     while (streaming && !countReached && writer.failed() == 0 && stopSignal() == 0) {
         const auto now = std::chrono::steady_clock::now();
         if (end && now >= *end) break;
+        if (!replayOverSeen && host.replayOver()) replayOverSeen = now;
+        // What the host sent is still on its way through the library: the stream ends once it
+        // all came, or after a grace for samples the library did not turn into events.
+        if (replayOverSeen &&
+            (received >= host.samplesSent() || now - *replayOverSeen >= kReplayGrace)) {
+            break;
+        }
+        if ((hostLost = host.hostLost())) break;
         take(end ? std::min(*end, now + kPollInterval) : now + kPollInterval);
         for (const std::string& line : stalls.check(std::chrono::steady_clock::now())) {
             printWarning(line);
@@ -211,6 +238,15 @@ int StreamCommand::run(Session& session) {
                      " posts held the wake lock when they should not have, or the reverse");
     }
     int result = kExitOk;
+    if (hostLost) {
+        printError(*hostLost);
+        result = kExitFailure;
+    } else if (session.replays() && !host.replayOver() && streaming && !countReached &&
+               stopSignal() == 0 && drained != StdoutWriter::Drained::kWriteFailed) {
+        printWarning(
+            "the stream ended before the replay was over: recorded samples or timeline "
+            "entries were left (a longer --duration, --speed 0 or every sensor plays them)");
+    }
     if (drained == StdoutWriter::Drained::kWriteFailed) {
         reportStdoutError(writer.failed());  // said on the way out
         return kExitOk;

@@ -130,6 +130,8 @@ std::string toText(const HostEvent& e) {
         case HostEventKind::kTimelineNotApplied:
             return "timeline " + number(e.value) + " " + e.detail + " not applied" +
                    because(e.reason);
+        case HostEventKind::kReplayOver:
+            return "replay over";
     }
     return "?";
 }

@@ -47,6 +47,8 @@ enum class HostEventKind {
     kClosedByClient,  // the host saw the client's end go
     // The emulated host's timeline.
     kTimelineNotApplied,  // detail: the action; value: its time in ms; reason: why not
+    // A replay: every recorded sample was sent and every timeline entry run.
+    kReplayOver,
 };
 
 enum class HostStep { kNone, kGetDevice, kGetAllChannelIds, kGetAttributes };

@@ -24,7 +24,11 @@ EmulatedHost::EmulatedHost(HostConfig config, scoped_refptr<base::SingleThreadTa
                 if (d.reading()) fn(d);
             });
         },
-        [this](const TimelineEvent& event) { runTimelineEvent(event); });
+        [this](const TimelineEvent& event) { runTimelineEvent(event); },
+        [this] {
+            mPlayedOut = true;
+            noteReplayProgress();
+        });
 }
 
 EmulatedHost::~EmulatedHost() { stop(); }
@@ -104,7 +108,14 @@ void EmulatedHost::startTimeline() {
     }
 }
 
+void EmulatedHost::noteReplayProgress() {
+    if (mReplayOver || !mPlayedOut || mTimelineRun < mConfig.timeline.size()) return;
+    mReplayOver = true;
+    mLog.add(HostEvent(HostEventKind::kReplayOver));
+}
+
 void EmulatedHost::runTimelineEvent(TimelineEvent event) {
+    ++mTimelineRun;  // applied or not, it has had its turn
     // An entry that finds nothing to act on says so in the log rather than vanish.
     auto skipped = [this, &event](const std::string& action, const std::string& why) {
         const auto atMs = std::chrono::duration_cast<std::chrono::milliseconds>(event.at);
@@ -139,6 +150,7 @@ void EmulatedHost::runTimelineEvent(TimelineEvent event) {
             mConnection.setTabletMode(event.on);
             break;
     }
+    noteReplayProgress();
 }
 
 void EmulatedHost::doSendObserverError(int32_t device, int32_t errorType) {

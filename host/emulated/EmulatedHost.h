@@ -79,6 +79,8 @@ class EmulatedHost : public HostBase {
     void doCloseObserver(int32_t device);
     void startTimeline();
     void runTimelineEvent(TimelineEvent event);
+    // A replay is over once its samples are played out and its timeline has run.
+    void noteReplayProgress();
     void forEachDevice(int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn);
 
     const HostConfig mConfig;
@@ -86,7 +88,10 @@ class EmulatedHost : public HostBase {
     // Host thread only. They go after the teardown ran there.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
     std::unique_ptr<Playback> mPlayback;
-    Lifetime mLifetime;  // ended by the teardown; guards the timeline's entries
+    Lifetime mLifetime;        // ended by the teardown; guards the timeline's entries
+    size_t mTimelineRun = 0;   // entries run so far
+    bool mPlayedOut = false;   // every recorded sample sent
+    bool mReplayOver = false;  // kReplayOver logged
 };
 
 }  // namespace kelvane::host

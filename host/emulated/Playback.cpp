@@ -22,11 +22,13 @@ constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 }  // namespace
 
 Playback::Playback(const HostConfig* config, scoped_refptr<base::SingleThreadTaskRunner> runner,
-                   ForEachReader forEachReader, RunTimeline runTimeline)
+                   ForEachReader forEachReader, RunTimeline runTimeline,
+                   std::function<void()> playedOut)
     : mConfig(config),
       mRunner(std::move(runner)),
       mForEachReader(std::move(forEachReader)),
-      mRunTimeline(std::move(runTimeline)) {
+      mRunTimeline(std::move(runTimeline)),
+      mPlayedOut(std::move(playedOut)) {
     for (const VirtualDevice& device : mConfig->devices) {
         if (device.timedSamples && device.timedSamples->size() > 0) {
             mTracks.push_back(Track{device.id, device.timedSamples});
@@ -139,6 +141,10 @@ void Playback::step(uint64_t generation) {
     if (!sendDue(nowUs())) {
         post(base::TimeDelta());
         return;
+    }
+    if (mPlayedOut && !mTracks.empty() &&
+        std::all_of(mTracks.begin(), mTracks.end(), [](const Track& t) { return t.done(); })) {
+        std::exchange(mPlayedOut, nullptr)();
     }
     if (mConfig->speed <= 0.0) {
         if (advanceVirtualTime()) post(base::TimeDelta());

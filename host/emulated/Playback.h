@@ -34,9 +34,14 @@ class Playback {
     using RunTimeline = std::function<void(const TimelineEvent&)>;
 
     // `config` belongs to the host and outlives this. At speed 0 the timeline is run from here
-    // through `runTimeline`; otherwise the host schedules it itself.
+    // through `runTimeline`; otherwise the host schedules it itself. `playedOut` is called once,
+    // when the last recorded sample of every device has been sent.
     Playback(const HostConfig* config, scoped_refptr<base::SingleThreadTaskRunner> runner,
-             ForEachReader forEachReader, RunTimeline runTimeline);
+             ForEachReader forEachReader, RunTimeline runTimeline,
+             std::function<void()> playedOut = {});
+
+    // Whether there are recorded samples to play at all.
+    bool hasSamples() const { return !mTracks.empty(); }
     Playback(const Playback&) = delete;
     Playback& operator=(const Playback&) = delete;
 
@@ -76,6 +81,7 @@ class Playback {
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     const ForEachReader mForEachReader;
     const RunTimeline mRunTimeline;
+    std::function<void()> mPlayedOut;  // emptied once called
     std::vector<Track> mTracks;
     std::vector<EmulatedSensorDevice*> mReaders;  // scratch, reused
     bool mStarted = false;

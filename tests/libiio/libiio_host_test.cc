@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -336,6 +337,40 @@ TEST_F(IiodTest, ToolSetsUpEveryDeviceWithoutAWarningLocallyAndOverTheNetwork) {
             EXPECT_EQ(run.err.find("iio-subhal: warning"), std::string::npos) << run.err;
         }
     }
+}
+
+// iiod killed mid-stream: the tool says the host is lost, ends the stream with exit code 1 and
+// writes its recording; it used to go quiet and then die of SIGPIPE (141) with no recording.
+TEST_F(IiodTest, IiodKilledMidStreamIsALostHostWithTheRecordingWritten) {
+    ASSERT_TRUE(startIiod()) << "iiod did not start on 127.0.0.1:" << mPort;
+    char dir[] = "/tmp/iiod-lost-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string recording = std::string(dir) + "/field.json";
+    testing::ProcessOptions options;
+    options.onOutput = [this](pid_t, const testing::ProcessRun& run) {
+        if (mIiod > 0 && std::count(run.out.begin(), run.out.end(), '\n') >= 2) {
+            kill(mIiod, SIGKILL);
+            waitpid(mIiod, nullptr, 0);
+            mIiod = -1;
+        }
+    };
+    // The light is polled and never runs out, so only the lost host can end this stream.
+    const testing::ProcessRun run =
+        testing::runProcess({KELVANE_TOOL, "--iio", "ip:127.0.0.1:" + std::to_string(mPort),
+                             "stream", "--sensor", "3", "--follow", "--record", recording},
+                            options);
+    ASSERT_TRUE(run.finished) << run.err;
+    EXPECT_EQ(mIiod, -1);
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    EXPECT_NE(run.err.find("iio-subhal: the host is lost: it closed every device that was "
+                           "streaming (device 2 at "),
+              std::string::npos)
+        << run.err;
+    std::ifstream written(recording);
+    const nlohmann::json replay = nlohmann::json::parse(written, nullptr, false);
+    EXPECT_TRUE(replay.is_object() && replay["devices"].size() == 5u) << run.err;
+    std::remove(recording.c_str());
+    rmdir(dir);
 }
 
 // What the board served, recorded by the tool, replays through the library as the same events:

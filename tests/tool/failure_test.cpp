@@ -177,8 +177,9 @@ TEST_F(ToolFailureTest, ARecordingPathIsCheckedBeforeAnythingStreams) {
 TEST_F(ToolFailureTest, AFailedRecordingLeavesTheFileThereUntouched) {
     const std::string old = write("field.json", R"({"devices": []})");
     // A file size limit of 4 KiB stands in for a full disk; SIGXFSZ ignored turns it into EFBIG.
-    ProcessRun run = runToolInShell(R"(ulimit -f 4; trap '' XFSZ; exec "$0" "$@")",
-                                    {"stream", "--sensor", "1", "--rate", "400", "--count", "400", "--record", old});
+    ProcessRun run = runToolInShell(
+        R"(ulimit -f 4; trap '' XFSZ; exec "$0" "$@")",
+        {"stream", "--sensor", "1", "--rate", "400", "--count", "400", "--record", old});
     EXPECT_EQ(run.exitCode, 1) << run.err;
     EXPECT_TRUE(contains(run.err, "iio-subhal: " + old +
                                       ": recording not written: File too large (the file there "
@@ -220,6 +221,53 @@ TEST_F(ToolFailureTest, ADeviceThatStopsDeliveringIsSaidAndFailsTheStream) {
         << run.err;
     EXPECT_TRUE(contains(run.err, "iio-subhal: [1] Accelerometer stalled: nothing from "))
         << run.err;
+}
+
+// Item: a replay at --speed 0 stopped at the default 3 s with samples unplayed, and took as long
+// as at speed 1 when short.
+TEST_F(ToolFailureTest, AReplayEndsWhenEverySampleIsServed) {
+    // Two devices, 20,000 samples, an hour of recorded time.
+    std::string rows;
+    for (int i = 0; i < 10000; ++i) {
+        rows += std::string(i ? ", " : "") + "[360000, " + std::to_string(i) + ", 2, 3]";
+    }
+    std::string devices;
+    for (int id = 0; id < 2; ++id) {
+        devices += std::string(id ? ", " : "") + R"({"id": )" + std::to_string(id) +
+                   R"(, "types": [)" + (id ? "2" : "1") + R"(], "channels": )" +
+                   (id ? R"(["anglvel_x", "anglvel_y", "anglvel_z"])"
+                       : R"(["accel_x", "accel_y", "accel_z"])") +
+                   R"(, "timedSamples": {"channels": [0, 1, 2], "samples": [)" + rows + "]}}";
+    }
+    const std::string host = write("hour.json", R"({"devices": [)" + devices + "]}");
+    ProcessRun run = runTool({"--host", host, "--speed", "0", "stream", "--json"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(countLines(run.out), 20000u) << run.err;
+    EXPECT_TRUE(contains(run.err, "host: the replay is over at ")) << run.err;
+    EXPECT_EQ(summaryEvents(run.err, "[1] Accelerometer"), 10000u) << run.err;
+
+    // Some of the sensors: the others' samples wait for a reader, so the replay is never over;
+    // the stream ends at its duration and says so.
+    ProcessRun some =
+        runTool({"--host", host, "--speed", "0", "stream", "--sensor", "1", "--duration", "0.5"});
+    EXPECT_EQ(some.exitCode, 0) << some.err;
+    EXPECT_TRUE(contains(some.err,
+                         "iio-subhal: warning: the stream ended before the replay was "
+                         "over"))
+        << some.err;
+}
+
+// Item: --rate 1e9 streamed at the host's 400 Hz without a word.
+TEST_F(ToolFailureTest, ARateTheHostDoesNotHonourIsSaid) {
+    ProcessRun run = runTool({"stream", "--sensor", "1", "--rate", "1e9", "--count", "5"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(contains(run.err,
+                         "iio-subhal: warning: device 0: 1000000000 Hz asked, the host "
+                         "answered 400 Hz\n"))
+        << run.err;
+    ProcessRun honoured = runTool({"stream", "--sensor", "1", "--rate", "100", "--count", "5"});
+    EXPECT_EQ(honoured.exitCode, 0) << honoured.err;
+    EXPECT_FALSE(contains(honoured.err, " asked, the host answered ")) << honoured.err;
 }
 
 TEST_F(ToolFailureTest, SpeedWithoutAnythingToSpeedUpIsSaid) {
