@@ -58,12 +58,13 @@ std::vector<std::string> StallWatch::check(Clock::time_point now) {
         }
         sensor.stalled = true;
         std::string line = sensor.label + ": no event since " + at(sensor.last);
-        if (sensor.arrivals > 1) {
-            line +=
-                " (they came every " +
-                interval((sensor.last - sensor.first) / static_cast<int64_t>(sensor.arrivals - 1)) +
-                ")";
-        }
+        const Clock::duration mean =
+            sensor.arrivals > 1
+                ? (sensor.last - sensor.first) / static_cast<int64_t>(sensor.arrivals - 1)
+                : Clock::duration::zero();
+        // A burst (a replay's backlog, a FIFO emptied at once) has no period worth saying.
+        if (mean >= std::chrono::microseconds(100))
+            line += " (they came every " + interval(mean) + ")";
         lines.push_back(line + "; the device stopped delivering");
     }
     return lines;
