@@ -1,5 +1,6 @@
 // A Chrome OS host backend as the tool sees it: it offers itself to the process's container bridge
-// and then serves the client on its own thread(s), keeping a log of what it saw and did.
+// and then serves the client on its own thread(s), reporting what it did and answered as host
+// events. Every backend is a HostBase.
 #pragma once
 
 #include "host/common/HostConnection.h"
