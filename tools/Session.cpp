@@ -1,6 +1,7 @@
 #include "Session.h"
 
 #include <base/logging.h>
+#include <base/strings/string_number_conversions.h>
 #include <log/log_capture.h>
 
 #include <cstdio>
@@ -87,6 +88,20 @@ int Session::close() {
     return kExitOk;
 }
 
+// The library reads "scale" with base::StringToDouble and publishes raw values when it cannot;
+// a description that does this on purpose still deserves a word.
+static void warnUnreadableScales(const host::HostConfig& config) {
+    for (const host::VirtualDevice& device : config.devices) {
+        auto scale = device.attributes.find("scale");
+        if (scale == device.attributes.end() || !scale->second.has_value()) continue;
+        double value = 0.0;
+        if (base::StringToDouble(*scale->second, &value)) continue;
+        printWarning("device " + std::to_string(device.id) + ": scale \"" +
+                     printable(*scale->second) +
+                     "\" is not a number the library reads; its values are published unscaled");
+    }
+}
+
 int Session::open(const CommonOptions& options) {
     mJson = options.json;
     if (options.speedGiven && (!options.iioUri.empty() || options.hostFile.empty())) {
@@ -124,6 +139,7 @@ int Session::open(const CommonOptions& options) {
                      printable(options.hostFile == "-" ? "<stdin>" : options.hostFile) +
                      " has no recorded samples (timedSamples) and no timeline");
     }
+    warnUnreadableScales(config);
     // Every context but this machine's reads a board with its own clock.
     mRemoteClock = !options.iioUri.empty() && options.iioUri.rfind("local:", 0) != 0;
     for (const host::VirtualDevice& device : config.devices) {

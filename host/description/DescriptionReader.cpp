@@ -441,6 +441,30 @@ bool readDevice(Reader& r, const json& value, const std::string& path, VirtualDe
             return false;
         }
     }
+    // Sample columns and keys name channels by index: an index the device lacks would be a
+    // column the host never sends (a timestamp column lost, events stamped on arrival instead).
+    const int64_t channelCount = static_cast<int64_t>(device.channels.size());
+    const std::string known =
+        channelCount == 0 ? "the device lists no channels"
+                          : "the device's channels are 0.." + std::to_string(channelCount - 1);
+    if (device.timedSamples != nullptr) {
+        const std::vector<int32_t>& columns = device.timedSamples->channels;
+        for (size_t i = 0; i < columns.size(); ++i) {
+            if (columns[i] < 0 || columns[i] >= channelCount) {
+                return r.fail(
+                    child(child(child(path, "timedSamples"), "channels"), i),
+                    "channel " + std::to_string(columns[i]) + " does not exist; " + known);
+            }
+        }
+    }
+    for (size_t i = 0; i < device.samples.size(); ++i) {
+        for (const auto& [channel, raw] : device.samples[i]) {
+            if (channel < 0 || channel >= channelCount) {
+                return r.fail(child(child(child(path, "samples"), i), std::to_string(channel)),
+                              "channel " + std::to_string(channel) + " does not exist; " + known);
+            }
+        }
+    }
     if (value.contains("frequencyAnswers") &&
         !readFrequencyAnswers(r, value["frequencyAnswers"], child(path, "frequencyAnswers"),
                               &device.frequencyAnswers)) {

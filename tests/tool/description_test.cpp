@@ -36,7 +36,7 @@ TEST(HostDescriptionTest, FullDescription) {
         { "id": 3, "types": [2, 1],
           "channels": ["anglvel_x", "anglvel_y", "anglvel_z", "timestamp"],
           "attributes": { "name": "bmi160", "scale": "0.0010652", "location": null },
-          "samples": [ { "0": 100, "1": -5, "2": 7, "3": 1000000 }, { "-1": -9223372036854775808 } ],
+          "samples": [ { "0": 100, "1": -5, "2": 7, "3": 1000000 }, { "3": -9223372036854775808 } ],
           "maxFrequency": 400.0, "failChannels": [1], "stall": "attributes",
           "closeAt": "afterAttributes", "replyDelayMs": 250 },
         { "id": -4, "types": [] }
@@ -61,7 +61,7 @@ TEST(HostDescriptionTest, FullDescription) {
     EXPECT_EQ(d.attributes.count("location"), 0u);
     ASSERT_EQ(d.samples.size(), 2u);
     EXPECT_EQ(d.samples[0], (std::map<int32_t, int64_t>{{0, 100}, {1, -5}, {2, 7}, {3, 1000000}}));
-    EXPECT_EQ(d.samples[1].at(-1), INT64_MIN);
+    EXPECT_EQ(d.samples[1].at(3), INT64_MIN);
     EXPECT_EQ(d.maxFrequency, std::optional<double>(400.0));
     EXPECT_EQ(d.failChannels, (std::vector<int32_t>{1}));
     EXPECT_EQ(d.stall, Stall::kAttributes);
@@ -128,6 +128,16 @@ TEST(HostDescriptionTest, ErrorsNameThePathAndTheProblem) {
          "/devices/0/attributes/scale: expected a string or null"},
         {dev + R"("attributes": {"a/b~": true}}]})",
          "/devices/0/attributes/a~1b~0: expected a string or null"},
+        // Indices that name no channel: the column or value would never reach the library.
+        {dev +
+             R"("channels": ["x", "timestamp"], "timedSamples": {"channels": [0, 2], "samples": []}}]})",
+         "/devices/0/timedSamples/channels/1: channel 2 does not exist; the device's channels are "
+         "0..1"},
+        {dev + R"("channels": ["x"], "timedSamples": {"channels": [-1], "samples": []}}]})",
+         "/devices/0/timedSamples/channels/0: channel -1 does not exist; the device's channels "
+         "are 0..0"},
+        {dev + R"("samples": [{"0": 1}]}]})",
+         "/devices/0/samples/0/0: channel 0 does not exist; the device lists no channels"},
         {dev + R"("samples": [{"x": 1}]}]})",
          "/devices/0/samples/0/x: key \"x\" is not a channel index (a decimal int32)"},
         {dev + R"("samples": [{"01": 1}]}]})",
