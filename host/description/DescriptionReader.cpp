@@ -648,12 +648,34 @@ bool readHost(Reader& r, const json& root, HostConfig* out) {
     return true;
 }
 
+// Keys and values quoted in a refusal may hold control characters ("\n" in a key): written as
+// \xNN so that the refusal stays one line.
+std::string oneLine(const std::string& text) {
+    std::string line;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7f) {
+            line += c;
+            continue;
+        }
+        static const char kHex[] = "0123456789abcdef";
+        line += "\\x";
+        line += kHex[byte >> 4];
+        line += kHex[byte & 0xf];
+    }
+    return line;
+}
+
 bool parseSource(JsonSource& source, HostConfig* out, std::string* error) {
     JsonDocument doc;
-    if (!readJson(source, kTimedRows, &doc, error)) return false;
+    std::string problem;
     Reader reader(doc);
+    if (!readJson(source, kTimedRows, &doc, &problem)) {
+        *error = oneLine(problem);
+        return false;
+    }
     if (!readHost(reader, doc.root, out)) {
-        *error = reader.error();
+        *error = oneLine(reader.error());
         return false;
     }
     return true;
