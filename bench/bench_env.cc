@@ -1,6 +1,6 @@
 #include "bench/bench_env.h"
 
-#include <log/log_capture.h>
+#include <android/log.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -88,14 +88,13 @@ HostConfig fiveDevices(bool stream) {
     return config;
 }
 
-QuietLogs::QuietLogs() {
-    android_log_set_sink([](int, const std::string&, const std::string&) {});
+QuietLogs::QuietLogs() : mPreviousPriority(__android_log_set_minimum_priority(ANDROID_LOG_SILENT)) {
     logging::SetLogMessageHandler(&discardLibchromeLog);
 }
 
 QuietLogs::~QuietLogs() {
     logging::SetLogMessageHandler(nullptr);
-    android_log_set_sink(nullptr);
+    __android_log_set_minimum_priority(mPreviousPriority);
 }
 
 System::System(bool stream, android::sp<CountingProxyCallback> proxy) : mProxy(std::move(proxy)) {

@@ -65,6 +65,9 @@ class QuietLogs {
     ~QuietLogs();
     QuietLogs(const QuietLogs&) = delete;
     QuietLogs& operator=(const QuietLogs&) = delete;
+
+  private:
+    const int mPreviousPriority;  // liblog's minimum priority before, put back on destruction
 };
 
 // Emulated host with five devices, registered with the container bridge, and a sub-HAL that has

@@ -1,8 +1,8 @@
 #include "Session.h"
 
+#include <android/log.h>
 #include <base/logging.h>
 #include <base/strings/string_number_conversions.h>
-#include <log/log_capture.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -28,8 +28,9 @@ using android::hardware::sensors::V1_0::SensorFlagBits;
 bool dropLogMessage(int, const char*, int, size_t, const std::string&) { return true; }
 
 // Both of the library's log channels go quiet, so that stderr carries only the tool's own words.
+// Until then liblog writes the Android log's lines to stderr in its own format.
 void silenceLibraryLogs() {
-    android_log_set_sink([](int, const std::string&, const std::string&) {});
+    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
     logging::SetLogMessageHandler(&dropLogMessage);
 }
 

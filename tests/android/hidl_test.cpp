@@ -162,16 +162,6 @@ TEST(HidlHandle, OwnershipOfDescriptors) {
     EXPECT_FALSE(isOpen(fds[0]));
 }
 
-TEST(NativeHandle, RejectsBadCounts) {
-    EXPECT_EQ(nullptr, native_handle_create(-1, 0));
-    EXPECT_EQ(nullptr, native_handle_create(0, NATIVE_HANDLE_MAX_INTS + 1));
-    native_handle_t* h = native_handle_create(0, 0);
-    ASSERT_NE(nullptr, h);
-    EXPECT_EQ(static_cast<int>(sizeof(native_handle_t)), h->version);
-    EXPECT_EQ(0, native_handle_close(h));
-    EXPECT_EQ(0, native_handle_delete(h));
-}
-
 TEST(HidlReturn, AlwaysOkAndConverts) {
     Return<sensors::V1_0::Result> result = sensors::V1_0::Result::BAD_VALUE;
     EXPECT_TRUE(result.isOk());

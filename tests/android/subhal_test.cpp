@@ -64,8 +64,8 @@ class TestProxyCallback : public HalProxyCallbackBase {
 };
 
 TEST(ScopedWakelock, LockedHoldIsReleasedOnce) {
-    sp<CountingRefCounter> counter = sp<CountingRefCounter>::make();
-    sp<TestProxyCallback> callback = sp<TestProxyCallback>::make(counter.get());
+    sp<CountingRefCounter> counter = sp<CountingRefCounter>(new CountingRefCounter());
+    sp<TestProxyCallback> callback = sp<TestProxyCallback>(new TestProxyCallback(counter.get()));
     {
         ScopedWakelock lock = callback->createScopedWakelock(true);
         EXPECT_TRUE(lock.isLocked());
@@ -91,8 +91,8 @@ TEST(ScopedWakelock, LockedHoldIsReleasedOnce) {
 }
 
 TEST(ScopedWakelock, MovingTransfersTheHold) {
-    sp<CountingRefCounter> counter = sp<CountingRefCounter>::make();
-    sp<TestProxyCallback> callback = sp<TestProxyCallback>::make(counter.get());
+    sp<CountingRefCounter> counter = sp<CountingRefCounter>(new CountingRefCounter());
+    sp<TestProxyCallback> callback = sp<TestProxyCallback>(new TestProxyCallback(counter.get()));
 
     ScopedWakelock first = callback->createScopedWakelock(true);
     ScopedWakelock second(std::move(first));
@@ -158,7 +158,7 @@ class MinimalSubHal : public ISensorsSubHal {
 
 TEST(SubHal, FixedAnswersForTheProxysOperations) {
     EXPECT_EQ(0x02010000u, V2_1::implementation::SUB_HAL_2_1_VERSION);
-    sp<MinimalSubHal> subHal = sp<MinimalSubHal>::make();
+    sp<MinimalSubHal> subHal = sp<MinimalSubHal>(new MinimalSubHal());
     sp<ISensorsSubHal> asSubHal = subHal;
 
     bool called = false;
@@ -175,7 +175,7 @@ TEST(SubHal, FixedAnswersForTheProxysOperations) {
     EXPECT_EQ(Result::INVALID_OPERATION, asSubHal->injectSensorData(V1_0::Event{}));
 
     CountingRefCounter counter;
-    sp<TestProxyCallback> callback = sp<TestProxyCallback>::make(&counter);
+    sp<TestProxyCallback> callback = sp<TestProxyCallback>(new TestProxyCallback(&counter));
     EXPECT_EQ(Result::OK, asSubHal->initialize(callback));
     EXPECT_EQ(callback, subHal->mCallback);
     EXPECT_EQ("minimal", asSubHal->getName());
@@ -183,7 +183,7 @@ TEST(SubHal, FixedAnswersForTheProxysOperations) {
 }
 
 TEST(SubHal, BaseAnswersAsAnInProcessObject) {
-    sp<ISensorsSubHal> subHal = sp<MinimalSubHal>::make();
+    sp<ISensorsSubHal> subHal = sp<MinimalSubHal>(new MinimalSubHal());
     std::vector<std::string> chain;
     subHal->interfaceChain([&](const hidl_vec<hidl_string>& descriptors) {
         for (const auto& d : descriptors) chain.push_back(d);
@@ -203,7 +203,7 @@ TEST(SubHal, BaseAnswersAsAnInProcessObject) {
     EXPECT_TRUE(subHal->ping().isOk());
 
     CountingRefCounter counter;
-    sp<IHalProxyCallback> callback = sp<TestProxyCallback>::make(&counter);
+    sp<IHalProxyCallback> callback = sp<TestProxyCallback>(new TestProxyCallback(&counter));
     chain.clear();
     callback->interfaceChain([&](const hidl_vec<hidl_string>& descriptors) {
         for (const auto& d : descriptors) chain.push_back(d);

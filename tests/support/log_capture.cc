@@ -1,6 +1,6 @@
 #include "tests/support/log_capture.h"
 
-#include <log/log_capture.h>
+#include <android/log.h>
 
 #include <cstdlib>
 
@@ -21,6 +21,21 @@ bool deliver(LogLine line) {
     return true;
 }
 
+// liblog's logger is a plain pointer that its writers read without a lock, so it is set once,
+// before main() starts any thread, and decides per line where the line goes.
+void onAndroidLog(const __android_logger_data* data, const char* message) {
+    std::string text = message;
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    if (!deliver(LogLine{LogLine::kAndroid, data->priority, data->tag ? data->tag : "", text})) {
+        __android_log_stderr_logger(data, message);
+    }
+}
+
+[[maybe_unused]] const bool gLoggerSet = [] {
+    __android_log_set_logger(&onAndroidLog);
+    return true;
+}();
+
 bool onChromeLog(int severity, const char* file, int, size_t messageStart, const std::string& str) {
     std::string text = str.substr(messageStart);
     if (!text.empty() && text.back() == '\n') text.pop_back();
@@ -36,9 +51,6 @@ LogCapture::LogCapture() {
         gActive = this;
     }
     logging::SetLogMessageHandler(&onChromeLog);
-    android_log_set_sink([](int prio, const std::string& tag, const std::string& text) {
-        deliver(LogLine{LogLine::kAndroid, prio, tag, text});
-    });
 }
 
 LogCapture::~LogCapture() {
@@ -46,8 +58,6 @@ LogCapture::~LogCapture() {
         std::lock_guard<std::mutex> lock(gMutex);
         gActive = nullptr;
     }
-    // Not under gMutex: the Android log holds its own lock while calling the sink.
-    android_log_set_sink(nullptr);
     logging::SetLogMessageHandler(nullptr);
 }
 

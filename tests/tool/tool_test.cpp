@@ -172,7 +172,8 @@ TEST_F(ToolTest, TableAndDumpOfTheBuiltInHost) {
     ToolRun dump = runTool({"--log", "dump"});
     ASSERT_EQ(dump.exitCode, 0) << dump.err;
     EXPECT_NE(dump.err.find("IioSensorBridge"), std::string::npos) << dump.err;
-    for (const char* fault : {"WARNING", "W/", "lost", "warning"}) {
+    // liblog writes "tag W date time pid tid text" for a warning.
+    for (const char* fault : {"WARNING", " W ", " E ", "lost", "warning"}) {
         EXPECT_EQ(dump.err.find(fault), std::string::npos) << fault << " in " << dump.err;
     }
     EXPECT_EQ(dump.out,
