@@ -10,14 +10,13 @@
 
 #include "base/bind.h"
 #include "base/location.h"
+#include "hardware/sensors/mojom/vel.mojom.h"
 #include "host/libiio/IioDeviceInfo.h"
 #include "host/libiio/LibiioSensorService.h"
 
 namespace kelvane::host::iio {
 
 namespace {
-
-constexpr uint32_t kBridgeVersion = 54;
 
 bool servesAnyDevice(const iio_context* context) {
     const unsigned int count = iio_context_get_devices_count(context);
@@ -82,7 +81,8 @@ std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string
 }
 
 LibiioHost::LibiioHost(iio_context* context)
-    : HostBase("libiio-host", kBridgeVersion, /*autoSetUpChannel=*/true), mContext(context) {}
+    : HostBase("libiio-host", vel::mojom::kBridgeVersion, /*autoSetUpChannel=*/true),
+      mContext(context) {}
 
 LibiioHost::~LibiioHost() {
     stop();

@@ -14,7 +14,6 @@ using android::hardware::sensors::V2_1::SensorType;
 
 namespace {
 
-constexpr uint32_t kRequiredBridgeVersion = 54;
 constexpr int64_t kEnumerationGraceUs = 2000000;
 
 // Host device-type codes 1, 2, 3, 5 and 11: bit (code - 1) of this mask.
@@ -61,7 +60,7 @@ IioSensorBridge::~IioSensorBridge() {
 void IioSensorBridge::start() {
     mBridgeSupport = std::make_unique<vel::VelBridgeSupport>(mProcessSupport);
     mBridgeSupport->requestVelBridgeProxyAsync(android::wp<vel::VelService>(this),
-                                               kRequiredBridgeVersion);
+                                               vel::mojom::kBridgeVersion);
     LOG(INFO) << "IioSensorBridge: connecting to VEL bridge (async)";
 }
 
@@ -79,7 +78,7 @@ void IioSensorBridge::ready(mojo::InterfacePtr<vel::mojom::VelBridgeHost>* host)
 
 void IioSensorBridge::versionMismatch(uint32_t version) {
     LOG(ERROR) << "IioSensorBridge: version mismatch - Chrome supports v" << version << ", need v"
-               << kRequiredBridgeVersion;
+               << vel::mojom::kBridgeVersion;
     completeEnumeration();
 }
 

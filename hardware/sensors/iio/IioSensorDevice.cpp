@@ -20,8 +20,6 @@ namespace {
 
 constexpr uint32_t kDeviceTimeoutMs = 5000;
 constexpr double kDefaultFrequencyHz = 50.0;
-constexpr int32_t kReadFailedError = 5;  // ObserverErrorType READ_FAILED: restart sampling
-constexpr uint8_t kStatusAccuracyHigh = 3;
 
 const char* sensorTypeName(SensorType type) {
     static constexpr const char* kNames[] = {
@@ -61,8 +59,10 @@ struct TypeDescription {
 
 constexpr float kPowerMa = 0.001f;
 constexpr int32_t kMaxDelayUs = 200000;
-constexpr uint32_t kContinuous = 0;
-constexpr uint32_t kOnChange = 2;
+constexpr uint32_t kContinuous =
+    static_cast<uint32_t>(android::hardware::sensors::V1_0::SensorFlagBits::CONTINUOUS_MODE);
+constexpr uint32_t kOnChange =
+    static_cast<uint32_t>(android::hardware::sensors::V1_0::SensorFlagBits::ON_CHANGE_MODE);
 
 constexpr TypeDescription kTypeDescriptions[] = {
     {SensorType::ACCELEROMETER, "android.sensor.accelerometer", 78.4532f, 0.0023928226f, 10000,
@@ -253,9 +253,10 @@ void IioSensorDevice::batch(int64_t samplingPeriodNs) {
 }
 
 void IioSensorDevice::OnErrorOccurred(ObserverErrorType errorType) {
-    int32_t error = static_cast<int32_t>(errorType);
-    LOG(WARNING) << "IioSensorDevice " << mDeviceId << ": observer error " << error;
-    if (error == kReadFailedError && mActive) {
+    LOG(WARNING) << "IioSensorDevice " << mDeviceId << ": observer error "
+                 << static_cast<int32_t>(errorType);
+    // A failed read is the one error sampling recovers from: the host reads again once restarted.
+    if (errorType == ObserverErrorType::READ_FAILED && mActive) {
         if (mObserverBinding.is_bound()) mObserverBinding.Close();
         startSampling();
     }
@@ -279,8 +280,7 @@ void IioSensorDevice::OnSampleUpdated(const base::flat_map<int32_t, int64_t>& sa
         event.u.vec3.x = scaled(sample, mXIndex, mScale);
         event.u.vec3.y = scaled(sample, mYIndex, mScale);
         event.u.vec3.z = scaled(sample, mZIndex, mScale);
-        event.u.vec3.status =
-            static_cast<android::hardware::sensors::V1_0::SensorStatus>(kStatusAccuracyHigh);
+        event.u.vec3.status = android::hardware::sensors::V1_0::SensorStatus::ACCURACY_HIGH;
     } else {
         event.u.scalar = scaled(sample, mLightIndex, mScale);
     }

@@ -40,14 +40,23 @@ class IioSensorSubHal : public android::hardware::sensors::V2_1::implementation:
         const android::hardware::hidl_vec<android::hardware::hidl_string>& args) override;
     Return<Result> setOperationMode(OperationMode mode) override;
     Return<Result> activate(int32_t sensorHandle, bool enabled) override;
+    // Passes the period through as asked, unclamped: the host answers with the rate it can do.
+    // maxReportLatencyNs is ignored (nothing is batched). BAD_VALUE for an unpublished handle.
     Return<Result> batch(int32_t sensorHandle, int64_t samplingPeriodNs,
                          int64_t maxReportLatencyNs) override;
+    // OK with exactly one META_DATA_FLUSH_COMPLETE for any published sensor, active or not (an
+    // inactive sensor has nothing queued, so its flush is complete at once). Before initialize
+    // nothing is posted. BAD_VALUE for an unpublished handle.
     Return<Result> flush(int32_t sensorHandle) override;
     Return<void> registerDirectChannel(const SharedMemInfo& mem,
                                        registerDirectChannel_cb callback) override;
     Return<Result> unregisterDirectChannel(int32_t channelHandle) override;
     Return<void> configDirectReport(int32_t sensorHandle, int32_t channelHandle, RateLevel rate,
                                     configDirectReport_cb callback) override;
+    // A call before the list is published (the first one, normally) may block up to 10 s
+    // (kSensorListWaitMs) waiting for the host's sensors. The list is published once, by the first
+    // call that finds sensors, and never changes afterwards; a call that finds none answers an
+    // empty list and a later call asks again.
     Return<void> getSensorsList_2_1(getSensorsList_2_1_cb callback) override;
     Return<Result> injectSensorData_2_1(const Event& event) override;
     const std::string getName() override;

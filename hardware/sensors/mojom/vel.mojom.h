@@ -15,6 +15,9 @@
 namespace vel {
 namespace mojom {
 
+// The bridge version both sides speak: the container needs at least this one, the hosts offer it.
+constexpr uint32_t kBridgeVersion = 54;
+
 class VelBridgeHost;
 class VelBridgeHostProxy;
 class VelBridgeHostStub;
@@ -45,12 +48,12 @@ constexpr uint32_t kIioSensorHost_RegisterSensorHalClient_Name = 0;
 class VelBridgeHost {
   public:
     static constexpr char Name_[] = "vel.mojom.VelBridgeHost";
-    static constexpr uint32_t Version_ = 54;
+    static constexpr uint32_t Version_ = kBridgeVersion;
     using Proxy_ = VelBridgeHostProxy;
     using Stub_ = VelBridgeHostStub;
 
     enum MethodMinVersions : uint32_t {
-        kOnIioSensorInstanceReadyMinVersion = 54,
+        kOnIioSensorInstanceReadyMinVersion = kBridgeVersion,
     };
 
     virtual ~VelBridgeHost() = default;
