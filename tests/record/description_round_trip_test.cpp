@@ -85,14 +85,16 @@ class Generator {
         for (int i = below(4); i > 0; --i) d.types.push_back(pick<int32_t>({1, 2, 3, 5, 11}));
         for (int i = below(5); i > 0; --i) d.channels.push_back(text());
         for (int i = below(4); i > 0; --i) d.attributes[text()] = text();
-        if (chance()) {
+        // Samples name channels by index, so they only come with channels to name.
+        const int channelCount = static_cast<int>(d.channels.size());
+        if (channelCount > 0 && chance()) {
             for (int i = below(4); i > 0; --i) {
                 std::map<int32_t, int64_t> sample;
-                for (int j = below(4); j > 0; --j) sample[pick<int32_t>({0, -1, 10})] = raw();
+                for (int j = below(4); j > 0; --j) sample[below(channelCount)] = raw();
                 d.samples.push_back(std::move(sample));
             }
-        } else if (chance()) {
-            d.timedSamples = timedSamples();
+        } else if (channelCount > 0 && chance()) {
+            d.timedSamples = timedSamples(channelCount);
         }
         for (int i = below(3); i > 0; --i) d.frequencyAnswers.emplace_back(number(), number());
         if (chance()) d.maxFrequency = std::abs(number()) + 1e-300;
@@ -126,11 +128,11 @@ class Generator {
         return f;
     }
 
-    std::shared_ptr<const TimedSamples> timedSamples() {
+    std::shared_ptr<const TimedSamples> timedSamples(int channelCount) {
         auto t = std::make_shared<TimedSamples>();
         std::set<int32_t> channels;
         for (int i = below(5); i > 0; --i) {
-            const int32_t channel = pick<int32_t>({0, 1, 2, 3, -1});
+            const int32_t channel = below(channelCount);
             if (channels.insert(channel).second) t->channels.push_back(channel);
         }
         int64_t at = 0;

@@ -52,8 +52,9 @@ TEST(RecordingDescriptionTest, TimedSamplesAccumulateTimesAndKeepMissingChannels
     HostConfig config;
     std::string error;
     ASSERT_TRUE(parseHostDescription(R"({"devices": [{"id": 3, "types": [1],
+        "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
         "frequencyAnswers": [[100, 50], [0.5, 0.5]],
-        "timedSamples": {"channels": [0, 3, -1], "restarts": [1],
+        "timedSamples": {"channels": [0, 3, 2], "restarts": [1],
                          "samples": [[2000, 1, null, -9223372036854775808],
                                      [0, 9223372036854775807, 5, 0],
                                      [2500, -1, 6, null]]}}],
@@ -61,7 +62,7 @@ TEST(RecordingDescriptionTest, TimedSamplesAccumulateTimesAndKeepMissingChannels
                                      &config, &error))
         << error;
     const TimedSamples& t = *config.devices[0].timedSamples;
-    EXPECT_EQ(t.channels, (std::vector<int32_t>{0, 3, -1}));
+    EXPECT_EQ(t.channels, (std::vector<int32_t>{0, 3, 2}));
     EXPECT_EQ(t.atUs, (std::vector<int64_t>{2000, 2000, 4500}));
     EXPECT_EQ(t.values[2], INT64_MIN);
     EXPECT_EQ(t.values[3], INT64_MAX);
