@@ -174,8 +174,8 @@ TEST(SubHal, FixedAnswersForTheProxysOperations) {
                                        MQDescriptorSync<uint32_t>(), nullptr));
     EXPECT_EQ(Result::INVALID_OPERATION, asSubHal->injectSensorData(V1_0::Event{}));
 
-    CountingRefCounter counter;
-    sp<TestProxyCallback> callback = sp<TestProxyCallback>(new TestProxyCallback(&counter));
+    sp<CountingRefCounter> counter = sp<CountingRefCounter>(new CountingRefCounter());
+    sp<TestProxyCallback> callback = sp<TestProxyCallback>(new TestProxyCallback(counter.get()));
     EXPECT_EQ(Result::OK, asSubHal->initialize(callback));
     EXPECT_EQ(callback, subHal->mCallback);
     EXPECT_EQ("minimal", asSubHal->getName());
@@ -202,8 +202,8 @@ TEST(SubHal, BaseAnswersAsAnInProcessObject) {
     EXPECT_TRUE(subHal->linkToDeath(nullptr, 0));
     EXPECT_TRUE(subHal->ping().isOk());
 
-    CountingRefCounter counter;
-    sp<IHalProxyCallback> callback = sp<TestProxyCallback>(new TestProxyCallback(&counter));
+    sp<CountingRefCounter> counter = sp<CountingRefCounter>(new CountingRefCounter());
+    sp<IHalProxyCallback> callback = sp<TestProxyCallback>(new TestProxyCallback(counter.get()));
     chain.clear();
     callback->interfaceChain([&](const hidl_vec<hidl_string>& descriptors) {
         for (const auto& d : descriptors) chain.push_back(d);
