@@ -106,7 +106,7 @@ void BM_ResidentFiveStreaming(benchmark::State& state) {
         QuietLogs quiet;
         const size_t rssStart = residentKiB();
         const Snapshot start;
-        auto host = std::make_unique<host::EmulatedHost>(fiveDevices(true));
+        auto host = std::make_unique<host::emulated::EmulatedHost>(fiveDevices(true));
         host->registerWithBridge();
         const size_t rssHost = residentKiB();
         const Snapshot withHost;
@@ -121,12 +121,13 @@ void BM_ResidentFiveStreaming(benchmark::State& state) {
             subHal->batch(System::handleOf(id), 1000000, 0);  // 1 kHz
             subHal->activate(System::handleOf(id), true);
         }
-        const bool streaming = host->waitFor([&](const std::vector<kelvane::host::HostEvent>&) {
-            for (int32_t id : kDeviceIds) {
-                if (!host->streaming(id)) return false;
-            }
-            return true;
-        });
+        const bool streaming =
+            host->waitFor([&](const std::vector<kelvane::host::common::HostEvent>&) {
+                for (int32_t id : kDeviceIds) {
+                    if (!host->streaming(id)) return false;
+                }
+                return true;
+            });
         const uint64_t eventsBefore = proxy->events();
         std::this_thread::sleep_for(std::chrono::seconds(3));
         const uint64_t streamed = proxy->events() - eventsBefore;

@@ -16,8 +16,8 @@
 namespace kelvane::bench {
 
 using android::hardware::hidl_vec;
-using host::HostConfig;
-using host::VirtualDevice;
+using host::description::HostConfig;
+using host::description::VirtualDevice;
 
 class CountingProxyCallback::Counter
     : public android::hardware::sensors::V2_0::implementation::IScopedWakelockRefCounter {
@@ -98,7 +98,7 @@ QuietLogs::~QuietLogs() {
 }
 
 System::System(bool stream, android::sp<CountingProxyCallback> proxy) : mProxy(std::move(proxy)) {
-    mHost = std::make_unique<host::EmulatedHost>(fiveDevices(stream));
+    mHost = std::make_unique<host::emulated::EmulatedHost>(fiveDevices(stream));
     mHost->registerWithBridge();
 
     mSubHal = new IioSensorSubHal();
@@ -124,7 +124,7 @@ bool System::activate(int32_t deviceId, int64_t samplingPeriodNs) {
     mSubHal->batch(handle, samplingPeriodNs, 0);
     mSubHal->activate(handle, true);
     return mHost->waitFor(
-        [&](const std::vector<host::HostEvent>&) { return mHost->streaming(deviceId); });
+        [&](const std::vector<host::common::HostEvent>&) { return mHost->streaming(deviceId); });
 }
 
 bool System::burst(int32_t deviceId, size_t count) {

@@ -56,7 +56,7 @@ enum DeviceId : int32_t { kAccel = 1, kGyro = 2, kLight = 3, kMagn = 4, kGravity
 constexpr int32_t kDeviceIds[] = {kAccel, kGyro, kLight, kMagn, kGravity};
 
 // Five devices, one of each supported kind, in the order of kDeviceIds.
-host::HostConfig fiveDevices(bool stream);
+host::description::HostConfig fiveDevices(bool stream);
 
 // Keeps both logs quiet while it lives: log lines would dominate what is measured.
 class QuietLogs {
@@ -81,7 +81,7 @@ class System {
     System(const System&) = delete;
     System& operator=(const System&) = delete;
 
-    host::EmulatedHost& host() { return *mHost; }
+    host::emulated::EmulatedHost& host() { return *mHost; }
     IioSensorSubHal& subHal() { return *mSubHal; }
     CountingProxyCallback& proxy() { return *mProxy; }
     const std::vector<SensorInfo>& sensors() const { return mSensors; }
@@ -96,7 +96,7 @@ class System {
 
   private:
     QuietLogs mQuiet;
-    std::unique_ptr<host::EmulatedHost> mHost;
+    std::unique_ptr<host::emulated::EmulatedHost> mHost;
     android::sp<IioSensorSubHal> mSubHal;
     android::sp<CountingProxyCallback> mProxy;
     std::vector<SensorInfo> mSensors;

@@ -278,8 +278,9 @@ Figures runSubHal(System& sys, const Load& load, double seconds, LatencyLog* lat
                         [&] { return sys.proxy().events(); });
     for (const Stream& s : load.streams) sys.subHal().activate(System::handleOf(s.device), false);
     for (const Stream& s : load.streams) {
-        sys.host().waitFor(
-            [&](const std::vector<host::HostEvent>&) { return !sys.host().streaming(s.device); });
+        sys.host().waitFor([&](const std::vector<host::common::HostEvent>&) {
+            return !sys.host().streaming(s.device);
+        });
     }
     flushMojoThread();
     return f;
@@ -288,7 +289,7 @@ Figures runSubHal(System& sys, const Load& load, double seconds, LatencyLog* lat
 // The five devices of the in-process system, as a host description for the tool.
 std::string hostDescription(const std::vector<Stream>& streams) {
     nlohmann::json devices = nlohmann::json::array();
-    for (const host::VirtualDevice& d : fiveDevices(true).devices) {
+    for (const host::description::VirtualDevice& d : fiveDevices(true).devices) {
         nlohmann::json attributes = nlohmann::json::object();
         for (const auto& [key, value] : d.attributes) attributes[key] = *value;
         double hz = 0;

@@ -15,7 +15,7 @@
 
 namespace {
 
-using kelvane::host::HostConfig;
+using kelvane::host::description::HostConfig;
 
 constexpr int kDevices = 5;
 constexpr int kRateHz = 400;
@@ -31,14 +31,14 @@ const HostConfig& recording() {
         std::uniform_int_distribution<int> noise(-40, 40);
         HostConfig out;
         for (int d = 0; d < kDevices; ++d) {
-            kelvane::host::VirtualDevice device;
+            kelvane::host::description::VirtualDevice device;
             device.id = d;
             device.types = {1};
             device.channels = {"accel_x", "accel_y", "accel_z", "timestamp"};
             device.attributes = {
                 {"location", "lid"}, {"name", "cros-ec-accel"}, {"scale", "0.0023928226"}};
             device.frequencyAnswers = {{400.0, 400.0}};
-            auto timed = std::make_shared<kelvane::host::TimedSamples>();
+            auto timed = std::make_shared<kelvane::host::description::TimedSamples>();
             timed->channels = {0, 1, 2, 3};
             int64_t at = 0;
             int64_t timestamp = 2583233498094 + d * 1000;
@@ -79,7 +79,7 @@ const TempPath& recordingFile() {
     static const TempPath file = [] {
         TempPath f;
         std::string error;
-        if (!kelvane::host::saveHostDescription(recording(), f.path, &error)) {
+        if (!kelvane::host::description::saveHostDescription(recording(), f.path, &error)) {
             std::fprintf(stderr, "recording bench: %s\n", error.c_str());
         }
         return f;
@@ -103,7 +103,7 @@ void BM_WriteRecording(benchmark::State& state) {
     TempPath file;
     for (auto _ : state) {
         std::string error;
-        if (!kelvane::host::saveHostDescription(config, file.path, &error)) {
+        if (!kelvane::host::description::saveHostDescription(config, file.path, &error)) {
             state.SkipWithError(error.c_str());
             return;
         }
@@ -117,7 +117,7 @@ void BM_LoadRecording(benchmark::State& state) {
     for (auto _ : state) {
         HostConfig config;
         std::string error;
-        if (!kelvane::host::loadHostDescription(path, &config, &error)) {
+        if (!kelvane::host::description::loadHostDescription(path, &config, &error)) {
             state.SkipWithError(error.c_str());
             return;
         }

@@ -10,26 +10,26 @@
 #include "host/description/DescriptionReader.h"
 #include "host/description/DescriptionWriter.h"
 
-using kelvane::host::HostConfig;
+using kelvane::host::description::HostConfig;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     HostConfig config;
     std::string error;
-    if (!kelvane::host::parseHostDescription(text, &config, &error)) {
+    if (!kelvane::host::description::parseHostDescription(text, &config, &error)) {
         if (error.empty() || error.find('\n') != std::string::npos) {
             std::fprintf(stderr, "refusal is not one line: \"%s\"\n", error.c_str());
             std::abort();
         }
         return 0;
     }
-    const std::string written = kelvane::host::hostDescriptionText(config);
+    const std::string written = kelvane::host::description::hostDescriptionText(config);
     HostConfig again;
-    if (!kelvane::host::parseHostDescription(written, &again, &error)) {
+    if (!kelvane::host::description::parseHostDescription(written, &again, &error)) {
         std::fprintf(stderr, "written description refused: %s\n", error.c_str());
         std::abort();
     }
-    if (kelvane::host::hostDescriptionText(again) != written) {
+    if (kelvane::host::description::hostDescriptionText(again) != written) {
         std::fprintf(stderr, "description changed on a second round trip\n");
         std::abort();
     }

@@ -38,13 +38,13 @@ namespace {
 using android::hardware::sensors::V2_1::Event;
 using android::hardware::sensors::V2_1::SensorInfo;
 using android::hardware::sensors::V2_1::SensorType;
-using kelvane::host::CloseAt;
-using kelvane::host::EmulatedHost;
-using kelvane::host::HostConfig;
-using kelvane::host::Stall;
-using kelvane::host::TimelineAction;
-using kelvane::host::TimelineEvent;
-using kelvane::host::VirtualDevice;
+using kelvane::host::description::CloseAt;
+using kelvane::host::description::HostConfig;
+using kelvane::host::description::Stall;
+using kelvane::host::description::TimelineAction;
+using kelvane::host::description::TimelineEvent;
+using kelvane::host::description::VirtualDevice;
+using kelvane::host::emulated::EmulatedHost;
 using kelvane::sensors::IioSensorBridge;
 
 constexpr size_t kMaxSteps = 32;

@@ -25,15 +25,15 @@ const char* observerErrorName(int error) {
 }
 
 // What a setup step is, for "the host never answered its ...".
-std::string stepWords(host::HostStep step) {
+std::string stepWords(host::common::HostStep step) {
     switch (step) {
-        case host::HostStep::kGetDevice:
+        case host::common::HostStep::kGetDevice:
             return "device request (GetDevice)";
-        case host::HostStep::kGetAllChannelIds:
+        case host::common::HostStep::kGetAllChannelIds:
             return "channel list (GetAllChannelIds)";
-        case host::HostStep::kGetAttributes:
+        case host::common::HostStep::kGetAttributes:
             return "attributes (GetAttributes)";
-        case host::HostStep::kNone:
+        case host::common::HostStep::kNone:
             break;
     }
     return "setup";
@@ -48,7 +48,7 @@ std::string hertz(double hz) {
 
 }  // namespace
 
-HostWatch::HostWatch(const host::HostEventLog& log)
+HostWatch::HostWatch(const host::common::HostEventLog& log)
     : mLog(log), mStart(std::chrono::steady_clock::now()), mThread([this] { run(); }) {}
 
 HostWatch::~HostWatch() { stop(); }
@@ -142,13 +142,13 @@ void HostWatch::enumerationDone(size_t published, std::optional<uint32_t> offere
 }
 
 void HostWatch::drainLocked() {
-    const std::vector<host::HostEvent> events = mLog.events(mSeen);
+    const std::vector<host::common::HostEvent> events = mLog.events(mSeen);
     mSeen += events.size();
-    for (const host::HostEvent& event : events) handleLocked(event);
+    for (const host::common::HostEvent& event : events) handleLocked(event);
 }
 
-void HostWatch::handleLocked(const host::HostEvent& e) {
-    using Kind = host::HostEventKind;
+void HostWatch::handleLocked(const host::common::HostEvent& e) {
+    using Kind = host::common::HostEventKind;
     const std::string device = "device " + std::to_string(e.device);
     switch (e.kind) {
         case Kind::kInstanceReady:
@@ -168,7 +168,7 @@ void HostWatch::handleLocked(const host::HostEvent& e) {
         case Kind::kStepAsked:
         case Kind::kStepAnswered:
         case Kind::kStepFailed: {
-            if (e.kind == Kind::kStepAsked && e.step == host::HostStep::kGetDevice) {
+            if (e.kind == Kind::kStepAsked && e.step == host::common::HostStep::kGetDevice) {
                 mDevices[e.device] = Device();
             }
             auto it = mDevices.find(e.device);
@@ -177,7 +177,7 @@ void HostWatch::handleLocked(const host::HostEvent& e) {
             d.step = e.step;
             d.answered = e.kind == Kind::kStepAnswered;
             if (e.kind == Kind::kStepFailed) d.failure = e.reason;
-            if (d.step == host::HostStep::kGetAttributes && d.answered) {
+            if (d.step == host::common::HostStep::kGetAttributes && d.answered) {
                 d.ready = true;
                 progressLocked(device + " set up");
             }
@@ -219,7 +219,7 @@ void HostWatch::handleLocked(const host::HostEvent& e) {
             break;
         }
         case Kind::kClosedByHost:
-            if (e.pipe == host::HostPipe::kSensorDevice) {
+            if (e.pipe == host::common::HostPipe::kSensorDevice) {
                 Device& d = mDevices[e.device];
                 d.closed = true;
                 const std::string why = !e.reason.empty() ? e.reason : d.lastError;
@@ -229,7 +229,7 @@ void HostWatch::handleLocked(const host::HostEvent& e) {
                                   (e.reason.empty() ? "" : " (" + e.reason + ")") +
                                   "; its sensor stops");
                 }
-            } else if (e.pipe == host::HostPipe::kSensorService) {
+            } else if (e.pipe == host::common::HostPipe::kSensorService) {
                 std::string line = "the host closed the sensor service " + atLocked() +
                                    " (reason " + std::to_string(static_cast<uint32_t>(e.value));
                 if (!e.detail.empty()) line += ": " + printable(e.detail);
@@ -237,7 +237,7 @@ void HostWatch::handleLocked(const host::HostEvent& e) {
             }
             break;
         case Kind::kClosedByClient:
-            if (e.pipe == host::HostPipe::kSensorDevice) {
+            if (e.pipe == host::common::HostPipe::kSensorDevice) {
                 problemLocked(device + ": the library closed its pipe " + atLocked());
             }
             break;

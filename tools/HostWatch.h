@@ -27,7 +27,7 @@ namespace kelvane::tools {
 class HostWatch {
   public:
     // Starts reading at once. `log` outlives this watch. Times are counted from here.
-    explicit HostWatch(const host::HostEventLog& log);
+    explicit HostWatch(const host::common::HostEventLog& log);
     ~HostWatch();  // stop()
     HostWatch(const HostWatch&) = delete;
     HostWatch& operator=(const HostWatch&) = delete;
@@ -51,28 +51,29 @@ class HostWatch {
 
   private:
     struct Device {
-        host::HostStep step = host::HostStep::kNone;  // asked last, until the device is ready
-        bool answered = false;                        // the host answered `step`
-        std::string failure;              // why the host could not answer `step`, if it said so
-        bool ready = false;               // the host answered the last setup step
-        bool closed = false;              // the host closed its pipe
-        bool restartDue = false;          // an observer error came; the next start is a restart
-        bool streamed = false;            // the host streamed it at some point
-        std::string lost;                 // "at 4.5 s (read failed: ...)" once the host closed it
-        std::string lastError;            // the reason of its last observer error
-        double libraryAskedHz = 0;        // the last SetFrequency
-        std::vector<double> answersSaid;  // rates answered that got their line
+        host::common::HostStep step =
+            host::common::HostStep::kNone;  // asked last, until the device is ready
+        bool answered = false;              // the host answered `step`
+        std::string failure;                // why the host could not answer `step`, if it said so
+        bool ready = false;                 // the host answered the last setup step
+        bool closed = false;                // the host closed its pipe
+        bool restartDue = false;            // an observer error came; the next start is a restart
+        bool streamed = false;              // the host streamed it at some point
+        std::string lost;                   // "at 4.5 s (read failed: ...)" once the host closed it
+        std::string lastError;              // the reason of its last observer error
+        double libraryAskedHz = 0;          // the last SetFrequency
+        std::vector<double> answersSaid;    // rates answered that got their line
     };
 
     void run();
     void drainLocked();
-    void handleLocked(const host::HostEvent& event);
+    void handleLocked(const host::common::HostEvent& event);
     void progressLocked(const std::string& line);  // "host: <line>" while enumerating
     void noteLocked(const std::string& line);      // "host: <line>"
     void problemLocked(const std::string& line);
     std::string atLocked() const;  // "at 4.5 s"
 
-    const host::HostEventLog& mLog;
+    const host::common::HostEventLog& mLog;
     const std::chrono::steady_clock::time_point mStart;
 
     mutable std::mutex mMutex;

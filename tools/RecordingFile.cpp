@@ -87,7 +87,7 @@ RecordingFile::~RecordingFile() {
     if (!mCommitted) unlink(mTemporary.c_str());
 }
 
-bool RecordingFile::commit(const host::HostConfig& config, std::string* error) {
+bool RecordingFile::commit(const host::description::HostConfig& config, std::string* error) {
     int failure = 0;
     std::FILE* file = fdopen(mFd, "w");
     if (file == nullptr) {
@@ -95,7 +95,7 @@ bool RecordingFile::commit(const host::HostConfig& config, std::string* error) {
     } else {
         mFd = -1;  // the stream owns it now
         errno = 0;
-        if (!host::writeHostDescription(config, file) || std::fflush(file) != 0 ||
+        if (!host::description::writeHostDescription(config, file) || std::fflush(file) != 0 ||
             fsync(fileno(file)) != 0) {
             failure = errno != 0 ? errno : EIO;
         }

@@ -28,7 +28,7 @@ class RecordingFile {
     // Writes `config` to the temporary file, syncs it to disk and renames it over the target.
     // On failure the target is untouched, the temporary file removed, and *error is one line.
     // Once only.
-    bool commit(const host::HostConfig& config, std::string* error);
+    bool commit(const host::description::HostConfig& config, std::string* error);
 
     const std::string& target() const { return mTarget; }
 

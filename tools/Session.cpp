@@ -35,10 +35,11 @@ void silenceLibraryLogs() {
 }
 
 // "-" is standard input, read through the same reader as a file; errors name it "<stdin>".
-bool loadDescription(const std::string& file, host::HostConfig* config) {
+bool loadDescription(const std::string& file, host::description::HostConfig* config) {
     const bool stdinput = file == "-";
     std::string error;
-    if (host::loadHostDescription(stdinput ? "/dev/stdin" : file, config, &error)) return true;
+    if (host::description::loadHostDescription(stdinput ? "/dev/stdin" : file, config, &error))
+        return true;
     if (stdinput && error.rfind("/dev/stdin", 0) == 0) error = "<stdin>" + error.substr(10);
     printError(printable(error));
     return false;
@@ -51,9 +52,9 @@ std::string libraryPath(const std::string& option) {
     return option.find('/') == std::string::npos ? "./" + option : option;
 }
 
-bool hasTimedParts(const host::HostConfig& config) {
+bool hasTimedParts(const host::description::HostConfig& config) {
     if (!config.timeline.empty()) return true;
-    for (const host::VirtualDevice& device : config.devices) {
+    for (const host::description::VirtualDevice& device : config.devices) {
         if (device.timedSamples && device.timedSamples->size() != 0) return true;
     }
     return false;
@@ -71,17 +72,17 @@ int Session::close() {
     mWatch.reset();
     mHost.reset();  // every pipe through the recorder is closed with it
     // Written once, whatever ended the run.
-    const std::unique_ptr<host::Recorder> recorder = std::move(mRecorder);
+    const std::unique_ptr<host::common::Recorder> recorder = std::move(mRecorder);
     const std::unique_ptr<RecordingFile> file = std::move(mRecordFile);
     if (!recorder || !file) return kExitOk;
-    const host::HostConfig recording = recorder->description();
+    const host::description::HostConfig recording = recorder->description();
     std::string error;
     if (!file->commit(recording, &error)) {
         printError(printable(error));
         return kExitFailure;
     }
     size_t samples = 0;
-    for (const host::VirtualDevice& device : recording.devices) {
+    for (const host::description::VirtualDevice& device : recording.devices) {
         if (device.timedSamples) samples += device.timedSamples->size();
     }
     std::fprintf(stderr, "iio-subhal: recorded %zu samples of %zu devices to %s\n", samples,
@@ -91,8 +92,8 @@ int Session::close() {
 
 // The library reads "scale" with base::StringToDouble and publishes raw values when it cannot;
 // a description that does this on purpose still deserves a word.
-static void warnUnreadableScales(const host::HostConfig& config) {
-    for (const host::VirtualDevice& device : config.devices) {
+static void warnUnreadableScales(const host::description::HostConfig& config) {
+    for (const host::description::VirtualDevice& device : config.devices) {
         auto scale = device.attributes.find("scale");
         if (scale == device.attributes.end() || !scale->second.has_value()) continue;
         double value = 0.0;
@@ -121,7 +122,7 @@ int Session::open(const CommonOptions& options) {
             return kExitUsage;
         }
     }
-    host::HostConfig config;
+    host::description::HostConfig config;
     if (!options.iioUri.empty()) {
         std::string error;
         std::unique_ptr<host::iio::LibiioHost> iioHost =
@@ -132,7 +133,7 @@ int Session::open(const CommonOptions& options) {
         }
         mHost = std::move(iioHost);
     } else if (options.hostFile.empty()) {
-        config = host::builtInHost();
+        config = host::description::builtInHost();
     } else if (!loadDescription(options.hostFile, &config)) {
         return kExitUsage;
     } else if (options.speedGiven && !hasTimedParts(config)) {
@@ -143,7 +144,7 @@ int Session::open(const CommonOptions& options) {
     warnUnreadableScales(config);
     // Every context but this machine's reads a board with its own clock.
     mRemoteClock = !options.iioUri.empty() && options.iioUri.rfind("local:", 0) != 0;
-    for (const host::VirtualDevice& device : config.devices) {
+    for (const host::description::VirtualDevice& device : config.devices) {
         if (!device.timedSamples) continue;
         mReplays = mReplays || device.timedSamples->size() != 0;
         RecordedDevice recorded{device.types, {}, device.timedSamples, -1};
@@ -162,11 +163,11 @@ int Session::open(const CommonOptions& options) {
 
     if (!mHost) {
         config.speed = options.speed;
-        mHost = std::make_unique<host::EmulatedHost>(std::move(config));
+        mHost = std::make_unique<host::emulated::EmulatedHost>(std::move(config));
     }
     if (mRecordFile) {
         // A replay's timestamps are the recorded host's, not this machine's.
-        mRecorder = std::make_unique<host::Recorder>(!mRemoteClock && mRecorded.empty());
+        mRecorder = std::make_unique<host::common::Recorder>(!mRemoteClock && mRecorded.empty());
         mHost->setServiceInterposer(mRecorder->interposer());
     }
     mStarted = std::chrono::steady_clock::now();

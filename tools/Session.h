@@ -16,11 +16,13 @@
 #include "ProxyCallback.h"
 #include "SubHalLoader.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 class Host;
 class Recorder;
+}  // namespace kelvane::host::common
+namespace kelvane::host::description {
 struct TimedSamples;
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description
 
 namespace kelvane::tools {
 
@@ -47,7 +49,7 @@ struct CommonOptions {
 struct RecordedDevice {
     std::vector<int32_t> types;       // host device-type codes, host order
     std::vector<double> requestedHz;  // the SetFrequency requests it recorded, in order
-    std::shared_ptr<const host::TimedSamples> samples;
+    std::shared_ptr<const host::description::TimedSamples> samples;
     int32_t timestampChannel = -1;  // the index of its "timestamp" channel, -1 if none
 };
 
@@ -100,9 +102,9 @@ class Session {
   private:
     void fetchSensors();
 
-    std::unique_ptr<RecordingFile> mRecordFile;  // with --record, from the start of open()
-    std::unique_ptr<host::Recorder> mRecorder;   // outlives mHost, which reports to it
-    std::unique_ptr<host::Host> mHost;
+    std::unique_ptr<RecordingFile> mRecordFile;         // with --record, from the start of open()
+    std::unique_ptr<host::common::Recorder> mRecorder;  // outlives mHost, which reports to it
+    std::unique_ptr<host::common::Host> mHost;
     std::unique_ptr<HostWatch> mWatch;  // reads mHost's log; goes before it
     ISensorsSubHal* mSubHal = nullptr;  // owned by the library
     android::sp<ProxyCallback> mCallback;

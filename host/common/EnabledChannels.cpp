@@ -1,6 +1,6 @@
 #include "host/common/EnabledChannels.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 std::vector<int32_t> EnabledChannels::set(const std::vector<int32_t>& indices, bool enable,
                                           const Usable& usable) {
@@ -30,4 +30,4 @@ std::vector<bool> EnabledChannels::get(const std::vector<int32_t>& indices) cons
     return enabled;
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

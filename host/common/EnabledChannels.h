@@ -9,7 +9,7 @@
 
 #include "host/common/HostEventLog.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 class EnabledChannels {
   public:
@@ -35,4 +35,4 @@ class EnabledChannels {
     std::set<int32_t> mEnabled;
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

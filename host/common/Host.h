@@ -6,7 +6,7 @@
 #include "host/common/HostConnection.h"
 #include "host/common/HostEventLog.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 class Host {
   public:
@@ -23,4 +23,4 @@ class Host {
     virtual const HostEventLog& log() const = 0;
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -6,7 +6,7 @@
 #include "base/bind.h"
 #include "base/location.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 HostBase::HostBase(const char* threadName, uint32_t bridgeVersion, bool autoSetUpChannel,
                    scoped_refptr<base::SingleThreadTaskRunner> runner)
@@ -57,4 +57,4 @@ void HostBase::teardown() {
     closeDevices();
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -13,7 +13,7 @@
 #include "host/common/HostConnection.h"
 #include "host/common/HostEventLog.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 class HostBase : public Host {
   public:
@@ -57,4 +57,4 @@ class HostBase : public Host {
     bool mStopped = false;  // the thread calling stop() only
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -7,7 +7,7 @@
 #include "mojo/public/cpp/bindings/interface_ptr.h"
 #include "vel/VelHostRegistry.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 namespace mojom = chromeos::sensors::mojom;
 
@@ -122,4 +122,4 @@ void HostConnection::recordError(HostPipe pipe) {
     mLog->add(HostEvent(HostEventKind::kClosedByClient).withPipe(pipe));
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -17,7 +17,7 @@
 #include "host/common/Lifetime.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 // Lives on the host thread: everything but registerWithBridge()/unregister() runs there. The
 // owner runs shutDown() on that thread before destroying it; the thread may be shared and go on
@@ -85,4 +85,4 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
     chromeos::sensors::mojom::SensorHalClientPtr mHalClient;
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

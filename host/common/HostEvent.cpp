@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 namespace {
 
@@ -141,4 +141,4 @@ bool HostEventPattern::matches(const HostEvent& e) const {
            (!pipe || e.pipe == *pipe) && (!value || e.value == *value);
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -10,7 +10,7 @@
 
 #include "base/time/time.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 enum class HostEventKind {
     // The connection with the container.
@@ -107,4 +107,4 @@ struct HostEventPattern {
     std::optional<double> value;
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

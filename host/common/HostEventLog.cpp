@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 void HostEventLog::add(HostEvent event) {
     event.time = base::TimeTicks::Now();
@@ -94,4 +94,4 @@ bool HostEventLog::waitFor(const Predicate& pred, std::chrono::milliseconds limi
     }
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -15,7 +15,7 @@
 
 #include "host/common/HostEvent.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 class HostEventLog {
   public:
@@ -56,4 +56,4 @@ class HostEventLog {
     uint64_t mVersion = 0;               // guarded by mMutex: bumped on every change
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -5,7 +5,7 @@
 
 #include "base/bind.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 namespace mojom = chromeos::sensors::mojom;
 
@@ -44,4 +44,4 @@ void HostSensorService::RegisterNewDevicesObserver(
     mNewDeviceObservers.push_back(std::move(observer));
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -11,7 +11,7 @@
 #include "host/common/HostEventLog.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 // Lives on the host thread: created, called and destroyed there.
 class HostSensorService : public chromeos::sensors::mojom::SensorService {
@@ -44,4 +44,4 @@ class HostSensorService : public chromeos::sensors::mojom::SensorService {
     std::vector<chromeos::sensors::mojom::SensorServiceNewDevicesObserverPtr> mNewDeviceObservers;
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -12,7 +12,7 @@
 #include "base/bind.h"
 #include "base/callback.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 using LifetimeToken = std::weak_ptr<const void>;
 
@@ -38,4 +38,4 @@ class Lifetime {
     std::shared_ptr<const void> mAlive = std::make_shared<char>();
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

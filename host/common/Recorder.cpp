@@ -9,12 +9,12 @@
 #include "host/description/DescriptionWriter.h"
 #include "mojo/public/cpp/bindings/interface_ptr.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 namespace {
 
 // Adds a column for `channel` at its place in index order; earlier samples lack it.
-void addColumn(TimedSamples& t, int32_t channel) {
+void addColumn(description::TimedSamples& t, int32_t channel) {
     const size_t width = t.channels.size();
     const size_t at =
         std::lower_bound(t.channels.begin(), t.channels.end(), channel) - t.channels.begin();
@@ -35,7 +35,8 @@ void addColumn(TimedSamples& t, int32_t channel) {
     t.present = std::move(present);
 }
 
-void appendSample(TimedSamples& t, int64_t atUs, const base::flat_map<int32_t, int64_t>& sample) {
+void appendSample(description::TimedSamples& t, int64_t atUs,
+                  const base::flat_map<int32_t, int64_t>& sample) {
     for (const auto& entry : sample) {
         if (!std::binary_search(t.channels.begin(), t.channels.end(), entry.first)) {
             addColumn(t, entry.first);
@@ -171,9 +172,9 @@ void Recorder::sample(int32_t device, uint64_t observer,
 
 void Recorder::observerError(int32_t device, int32_t type) {
     std::lock_guard<std::mutex> lock(mMutex);
-    TimelineEvent event;
+    description::TimelineEvent event;
     event.at = std::chrono::microseconds(nowUsLocked());
-    event.action = TimelineAction::kObserverError;
+    event.action = description::TimelineAction::kObserverError;
     event.device = device;
     event.error = type;
     mTimeline.push_back(std::move(event));
@@ -182,36 +183,37 @@ void Recorder::observerError(int32_t device, int32_t type) {
 void Recorder::deviceLost(int32_t device) {
     std::lock_guard<std::mutex> lock(mMutex);
     deviceLocked(device).lost = true;
-    TimelineEvent event;
+    description::TimelineEvent event;
     event.at = std::chrono::microseconds(nowUsLocked());
-    event.action = TimelineAction::kCloseDevice;
+    event.action = description::TimelineAction::kCloseDevice;
     event.device = device;
     mTimeline.push_back(std::move(event));
 }
 
 void Recorder::serviceClosed(uint32_t reason, const std::string& description) {
     std::lock_guard<std::mutex> lock(mMutex);
-    TimelineEvent event;
+    description::TimelineEvent event;
     event.at = std::chrono::microseconds(nowUsLocked());
-    event.action = TimelineAction::kCloseService;
+    event.action = description::TimelineAction::kCloseService;
     event.reason = reason;
     event.description = description;
     mTimeline.push_back(std::move(event));
 }
 
-HostConfig Recorder::description() const {
+description::HostConfig Recorder::description() const {
     std::lock_guard<std::mutex> lock(mMutex);
-    HostConfig config;
+    description::HostConfig config;
     for (const auto& [id, d] : mDevices) {
-        VirtualDevice device = d.served;
+        description::VirtualDevice device = d.served;
         device.failChannels.assign(d.failChannels.begin(), d.failChannels.end());
         // A handshake step the host never answered, while the device was still there.
         if (!d.lost && d.channelsPending) {
-            device.stall = Stall::kChannels;
+            device.stall = description::Stall::kChannels;
         } else if (!d.lost && d.attributesPending) {
-            device.stall = Stall::kAttributes;
+            device.stall = description::Stall::kAttributes;
         }
-        if (d.samples.size() != 0) device.timedSamples = std::make_shared<TimedSamples>(d.samples);
+        if (d.samples.size() != 0)
+            device.timedSamples = std::make_shared<description::TimedSamples>(d.samples);
         config.devices.push_back(std::move(device));
     }
     config.timeline = mTimeline;
@@ -220,7 +222,7 @@ HostConfig Recorder::description() const {
 }
 
 bool Recorder::write(const std::string& path, std::string* error) const {
-    return saveHostDescription(description(), path, error);
+    return description::saveHostDescription(description(), path, error);
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

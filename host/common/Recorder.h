@@ -21,7 +21,7 @@
 #include "host/common/HostConnection.h"
 #include "host/description/HostConfig.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 class RecordingTap;
 
@@ -44,7 +44,7 @@ class Recorder {
     HostConnection::ServiceInterposer interposer();
 
     // The recording so far, as a host description: devices in id order, a copy of every sample.
-    HostConfig description() const;
+    description::HostConfig description() const;
     // Writes description() to `path` through the description writer. On failure returns false
     // and sets *error to one line.
     bool write(const std::string& path, std::string* error) const;
@@ -69,12 +69,13 @@ class Recorder {
 
   private:
     struct Device {
-        VirtualDevice served;            // id, types, channels, attributes, frequency answers
-        std::set<int32_t> failChannels;  // every channel ever reported failed to enable
-        bool channelsPending = false;    // asked, not answered yet
-        bool attributesPending = false;  // asked, not answered yet
+        description::VirtualDevice served;  // id, types, channels, attributes, frequency answers
+        std::set<int32_t> failChannels;     // every channel ever reported failed to enable
+        bool channelsPending = false;       // asked, not answered yet
+        bool attributesPending = false;     // asked, not answered yet
         bool lost = false;
-        TimedSamples samples;       // columns: every channel any sample held, in index order
+        description::TimedSamples
+            samples;                // columns: every channel any sample held, in index order
         uint64_t lastObserver = 0;  // the observer of the last sample
     };
 
@@ -86,8 +87,8 @@ class Recorder {
     std::optional<base::TimeTicks> mStart;  // guarded by mMutex: the first interpose()
     int64_t mStartBootTimeNs = 0;           // guarded by mMutex: mStart on the boot-time clock
     std::map<int32_t, Device> mDevices;     // guarded by mMutex
-    std::vector<TimelineEvent> mTimeline;   // guarded by mMutex
-    uint64_t mObservers = 0;                // guarded by mMutex: serials handed out
+    std::vector<description::TimelineEvent> mTimeline;  // guarded by mMutex
+    uint64_t mObservers = 0;                            // guarded by mMutex: serials handed out
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

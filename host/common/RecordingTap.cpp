@@ -7,7 +7,7 @@
 #include "host/common/Recorder.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 namespace mojom = chromeos::sensors::mojom;
 
@@ -203,4 +203,4 @@ RecordingTap::RecordingTap(Recorder* recorder, mojom::SensorServicePtr host,
 
 RecordingTap::~RecordingTap() = default;
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

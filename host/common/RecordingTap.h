@@ -9,7 +9,7 @@
 
 #include "hardware/sensors/mojom/sensor.mojom.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 class Recorder;
 
@@ -37,4 +37,4 @@ class RecordingTap {
     std::vector<std::unique_ptr<Observer>> mObservers;
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

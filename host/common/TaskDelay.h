@@ -7,7 +7,7 @@
 
 #include "base/time/time.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 
 inline base::TimeDelta boundedDelay(base::TimeDelta delay) {
     return std::min(delay, base::TimeDelta::FromSeconds(24 * 60 * 60));
@@ -17,4 +17,4 @@ inline base::TimeDelta boundedDelay(std::chrono::milliseconds delay) {
     return boundedDelay(base::TimeDelta::FromMilliseconds(delay.count()));
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 
 HostConfig builtInHost() {
     auto device = [](int32_t id, int32_t type, const std::string& prefix, const char* name,
@@ -34,4 +34,4 @@ HostConfig builtInHost() {
     return config;
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

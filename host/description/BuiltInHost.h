@@ -3,10 +3,10 @@
 
 #include "host/description/HostConfig.h"
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 
 // Accelerometer, gyroscope and magnetometer in the lid, ambient light in the base and a gravity
 // sensor, all streaming generated samples.
 HostConfig builtInHost();
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

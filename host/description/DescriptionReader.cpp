@@ -15,7 +15,7 @@
 
 #include "host/description/JsonReader.h"
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 
 namespace {
 
@@ -714,4 +714,4 @@ bool loadHostDescription(const std::string& path, HostConfig* out, std::string* 
     return ok || failed(reason);
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

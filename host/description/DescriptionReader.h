@@ -7,7 +7,7 @@
 
 #include "host/description/HostConfig.h"
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 
 // Parses a description. On failure returns false, leaves *out untouched and sets *error to one
 // line naming the JSON path and the problem ("/devices/0/types/1: expected an integer") or, for
@@ -24,4 +24,4 @@ constexpr size_t kMaxDescriptionBytes = size_t{512} << 20;
 bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error,
                          size_t limit = kMaxDescriptionBytes);
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

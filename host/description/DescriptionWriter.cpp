@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 
 namespace {
 
@@ -249,4 +249,4 @@ bool saveHostDescription(const HostConfig& config, const std::string& path, std:
     return true;
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

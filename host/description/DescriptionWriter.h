@@ -8,7 +8,7 @@
 
 #include "host/description/HostConfig.h"
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 
 // The description as text. Strings that are not UTF-8 (attribute values of a real host, say) are
 // written with U+FFFD in place of their bad bytes; a frequency answer that is not a finite number
@@ -23,4 +23,4 @@ bool writeHostDescription(const HostConfig& config, std::FILE* file);
 // *error to one line ("out.json: cannot write: No space left on device").
 bool saveHostDescription(const HostConfig& config, const std::string& path, std::string* error);
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 
 // A handshake step the device never answers.
 enum class Stall { kNone, kDevice, kChannels, kAttributes };
@@ -150,4 +150,4 @@ inline bool operator==(const HostConfig& a, const HostConfig& b) {
            a.stream == b.stream && a.speed == b.speed;
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

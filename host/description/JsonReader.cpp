@@ -9,7 +9,7 @@
 #include <unordered_set>
 #include <utility>
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 
 namespace {
 
@@ -376,4 +376,4 @@ std::string jsonPointerToken(const std::string& key) {
     return token;
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

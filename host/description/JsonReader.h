@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 
 // The rows of one array captured flat: every row is an array of integers and nulls.
 struct JsonRows {
@@ -102,4 +102,4 @@ std::string tooLargeError(size_t limit);
 // A JSON pointer token: '~' and '/' escaped so that a path reads back unambiguously.
 std::string jsonPointerToken(const std::string& key);
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

@@ -10,12 +10,14 @@
 #include "host/emulated/EmulatedSensorDevice.h"
 #include "host/emulated/EmulatedSensorService.h"
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 
 namespace mojom = chromeos::sensors::mojom;
 
-EmulatedHost::EmulatedHost(HostConfig config, scoped_refptr<base::SingleThreadTaskRunner> runner)
-    : HostBase("emulated-host", config.bridgeVersion, config.autoSetUpChannel, std::move(runner)),
+EmulatedHost::EmulatedHost(description::HostConfig config,
+                           scoped_refptr<base::SingleThreadTaskRunner> runner)
+    : common::HostBase("emulated-host", config.bridgeVersion, config.autoSetUpChannel,
+                       std::move(runner)),
       mConfig(std::move(config)) {
     mPlayback = std::make_unique<Playback>(
         &mConfig, mRunner,
@@ -24,7 +26,7 @@ EmulatedHost::EmulatedHost(HostConfig config, scoped_refptr<base::SingleThreadTa
                 if (d.reading()) fn(d);
             });
         },
-        [this](const TimelineEvent& event) { runTimelineEvent(event); },
+        [this](const description::TimelineEvent& event) { runTimelineEvent(event); },
         [this] {
             mPlayedOut = true;
             noteReplayProgress();
@@ -45,9 +47,11 @@ void EmulatedHost::post(Method method, Args... args) {
                       base::BindOnce(method, base::Unretained(this), std::move(args)...));
 }
 
-void EmulatedHost::setUpChannel() { postToConnection(&HostConnection::setUpChannel); }
-void EmulatedHost::callInit() { postToConnection(&HostConnection::callInit); }
-void EmulatedHost::setTabletMode(bool on) { postToConnection(&HostConnection::setTabletMode, on); }
+void EmulatedHost::setUpChannel() { postToConnection(&common::HostConnection::setUpChannel); }
+void EmulatedHost::callInit() { postToConnection(&common::HostConnection::callInit); }
+void EmulatedHost::setTabletMode(bool on) {
+    postToConnection(&common::HostConnection::setTabletMode, on);
+}
 void EmulatedHost::sendObserverError(int32_t device, int32_t errorType) {
     post(&EmulatedHost::doSendObserverError, device, errorType);
 }
@@ -57,31 +61,37 @@ void EmulatedHost::pushSample(int32_t device, std::map<int32_t, int64_t> sample)
 void EmulatedHost::emitBurst(int32_t device, size_t count) {
     post(&EmulatedHost::doEmitBurst, device, count);
 }
-void EmulatedHost::closeInstance() { postToConnection(&HostConnection::closeInstance); }
-void EmulatedHost::closeHalClient() { postToConnection(&HostConnection::closeHalClient); }
-void EmulatedHost::closeIioSensorHost() { postToConnection(&HostConnection::closeIioSensorHost); }
+void EmulatedHost::closeInstance() { postToConnection(&common::HostConnection::closeInstance); }
+void EmulatedHost::closeHalClient() { postToConnection(&common::HostConnection::closeHalClient); }
+void EmulatedHost::closeIioSensorHost() {
+    postToConnection(&common::HostConnection::closeIioSensorHost);
+}
 void EmulatedHost::closeService(uint32_t reason, const std::string& description) {
     post(&EmulatedHost::doCloseService, reason, description);
 }
 void EmulatedHost::closeDevice(int32_t device) { post(&EmulatedHost::doCloseDevice, device); }
 void EmulatedHost::closeObserver(int32_t device) { post(&EmulatedHost::doCloseObserver, device); }
 
-std::vector<HostEvent> EmulatedHost::events() const { return mLog.events(); }
+std::vector<common::HostEvent> EmulatedHost::events() const { return mLog.events(); }
 
-bool EmulatedHost::waitFor(const HostEventLog::Predicate& pred, std::chrono::milliseconds limit) {
+bool EmulatedHost::waitFor(const common::HostEventLog::Predicate& pred,
+                           std::chrono::milliseconds limit) {
     return mLog.waitFor(pred, limit);
 }
 
-bool EmulatedHost::waitForEvent(const HostEventPattern& pattern, std::chrono::milliseconds limit) {
+bool EmulatedHost::waitForEvent(const common::HostEventPattern& pattern,
+                                std::chrono::milliseconds limit) {
     return mLog.waitFor(
-        [&pattern](const std::vector<HostEvent>& events) {
+        [&pattern](const std::vector<common::HostEvent>& events) {
             return std::any_of(events.begin(), events.end(),
-                               [&](const HostEvent& e) { return pattern.matches(e); });
+                               [&](const common::HostEvent& e) { return pattern.matches(e); });
         },
         limit);
 }
 
-size_t EmulatedHost::count(const HostEventPattern& pattern) const { return mLog.count(pattern); }
+size_t EmulatedHost::count(const common::HostEventPattern& pattern) const {
+    return mLog.count(pattern);
+}
 size_t EmulatedHost::samplesSent(int32_t device) const { return mLog.samplesSent(device); }
 double EmulatedHost::frequency(int32_t device) const { return mLog.frequency(device); }
 bool EmulatedHost::streaming(int32_t device) const { return mLog.streaming(device); }
@@ -98,12 +108,12 @@ void EmulatedHost::bindService(mojom::SensorServiceRequest request) {
 void EmulatedHost::startTimeline() {
     mPlayback->start();
     if (mConfig.speed <= 0.0) return;  // the playback runs the timeline among the samples
-    for (const TimelineEvent& event : mConfig.timeline) {
+    for (const description::TimelineEvent& event : mConfig.timeline) {
         const double delayUs = static_cast<double>(event.at.count()) / mConfig.speed;
         mRunner->PostDelayedTask(FROM_HERE,
                                  mLifetime.guard(base::BindOnce(&EmulatedHost::runTimelineEvent,
                                                                 base::Unretained(this), event)),
-                                 boundedDelay(base::TimeDelta::FromMicroseconds(
+                                 common::boundedDelay(base::TimeDelta::FromMicroseconds(
                                      static_cast<int64_t>(std::min(delayUs, 9.0e18)))));
     }
 }
@@ -111,22 +121,22 @@ void EmulatedHost::startTimeline() {
 void EmulatedHost::noteReplayProgress() {
     if (mReplayOver || !mPlayedOut || mTimelineRun < mConfig.timeline.size()) return;
     mReplayOver = true;
-    mLog.add(HostEvent(HostEventKind::kReplayOver));
+    mLog.add(common::HostEvent(common::HostEventKind::kReplayOver));
 }
 
-void EmulatedHost::runTimelineEvent(TimelineEvent event) {
+void EmulatedHost::runTimelineEvent(description::TimelineEvent event) {
     ++mTimelineRun;  // applied or not, it has had its turn
     // An entry that finds nothing to act on says so in the log rather than vanish.
     auto skipped = [this, &event](const std::string& action, const std::string& why) {
         const auto atMs = std::chrono::duration_cast<std::chrono::milliseconds>(event.at);
-        mLog.add(HostEvent(HostEventKind::kTimelineNotApplied, event.device)
+        mLog.add(common::HostEvent(common::HostEventKind::kTimelineNotApplied, event.device)
                      .withValue(static_cast<double>(atMs.count()))
                      .withDetail(action)
                      .withReason(why));
     };
     const std::string device = "device " + std::to_string(event.device);
     switch (event.action) {
-        case TimelineAction::kObserverError: {
+        case description::TimelineAction::kObserverError: {
             bool sent = false;
             forEachDevice(event.device, [&](EmulatedSensorDevice& d) {
                 sent = d.sendObserverError(event.error) || sent;
@@ -134,18 +144,18 @@ void EmulatedHost::runTimelineEvent(TimelineEvent event) {
             if (!sent) skipped("observerError", device + " has no observer");
             break;
         }
-        case TimelineAction::kCloseDevice: {
+        case description::TimelineAction::kCloseDevice: {
             bool open = false;
             forEachDevice(event.device, [&open](EmulatedSensorDevice&) { open = true; });
             if (!open) skipped("closeDevice", device + " is not open");
             doCloseDevice(event.device);
             break;
         }
-        case TimelineAction::kCloseService:
+        case description::TimelineAction::kCloseService:
             if (mServices.empty()) skipped("closeService", "no sensor service yet");
             doCloseService(event.reason, event.description);
             break;
-        case TimelineAction::kTabletMode:
+        case description::TimelineAction::kTabletMode:
             if (!mConnection.hasInstance()) skipped("tabletMode", "no sensors instance");
             mConnection.setTabletMode(event.on);
             break;
@@ -191,4 +201,4 @@ void EmulatedHost::closeDevices() {
     mServices.clear();
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

@@ -18,18 +18,18 @@
 #include "host/description/HostConfig.h"
 #include "host/emulated/Playback.h"
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 
 class EmulatedSensorDevice;
 class EmulatedSensorService;
 
 // Every call returns at once: the work is posted to the host thread. What the host saw and did is
 // kept as host events, readable from any thread.
-class EmulatedHost : public HostBase {
+class EmulatedHost : public common::HostBase {
   public:
     // Starts the host thread, or runs on `runner` when one is given: it must run tasks until the
     // host is destroyed, on a thread other than the one that destroys it. Does not register yet.
-    explicit EmulatedHost(HostConfig config,
+    explicit EmulatedHost(description::HostConfig config,
                           scoped_refptr<base::SingleThreadTaskRunner> runner = nullptr);
     // Unregisters, destroys every endpoint on the host thread, then stops it.
     ~EmulatedHost() override;
@@ -52,13 +52,13 @@ class EmulatedHost : public HostBase {
     void closeDevice(int32_t device);
     void closeObserver(int32_t device);
 
-    std::vector<HostEvent> events() const;
+    std::vector<common::HostEvent> events() const;
     // Waits up to `limit` for `pred(events())` to hold; `pred` may query this host.
-    bool waitFor(const HostEventLog::Predicate& pred,
+    bool waitFor(const common::HostEventLog::Predicate& pred,
                  std::chrono::milliseconds limit = std::chrono::seconds(10));
-    bool waitForEvent(const HostEventPattern& pattern,
+    bool waitForEvent(const common::HostEventPattern& pattern,
                       std::chrono::milliseconds limit = std::chrono::seconds(10));
-    size_t count(const HostEventPattern& pattern) const;
+    size_t count(const common::HostEventPattern& pattern) const;
     size_t samplesSent(int32_t device) const;  // OnSampleUpdated sent for that device
     double frequency(int32_t device) const;    // last rate set for that device, 0 if none
     bool streaming(int32_t device) const;
@@ -78,20 +78,20 @@ class EmulatedHost : public HostBase {
     void doCloseDevice(int32_t device);
     void doCloseObserver(int32_t device);
     void startTimeline();
-    void runTimelineEvent(TimelineEvent event);
+    void runTimelineEvent(description::TimelineEvent event);
     // A replay is over once its samples are played out and its timeline has run.
     void noteReplayProgress();
     void forEachDevice(int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn);
 
-    const HostConfig mConfig;
+    const description::HostConfig mConfig;
 
     // Host thread only. They go after the teardown ran there.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
     std::unique_ptr<Playback> mPlayback;
-    Lifetime mLifetime;        // ended by the teardown; guards the timeline's entries
-    size_t mTimelineRun = 0;   // entries run so far
-    bool mPlayedOut = false;   // every recorded sample sent
-    bool mReplayOver = false;  // kReplayOver logged
+    common::Lifetime mLifetime;  // ended by the teardown; guards the timeline's entries
+    size_t mTimelineRun = 0;     // entries run so far
+    bool mPlayedOut = false;     // every recorded sample sent
+    bool mReplayOver = false;    // kReplayOver logged
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

@@ -12,7 +12,7 @@
 #include "host/common/TaskDelay.h"
 #include "host/emulated/Playback.h"
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 
 namespace mojom = chromeos::sensors::mojom;
 
@@ -32,8 +32,8 @@ std::string join(const std::vector<std::string>& items) {
 
 }  // namespace
 
-EmulatedSensorDevice::EmulatedSensorDevice(const VirtualDevice& config, bool stream,
-                                           HostEventLog* log,
+EmulatedSensorDevice::EmulatedSensorDevice(const description::VirtualDevice& config, bool stream,
+                                           common::HostEventLog* log,
                                            scoped_refptr<base::SingleThreadTaskRunner> runner,
                                            Playback* playback)
     : mConfig(config),
@@ -55,8 +55,8 @@ void EmulatedSensorDevice::bind(mojom::SensorDeviceRequest request) {
 
 void EmulatedSensorDevice::close() {
     if (mBinding.is_bound()) {
-        mLog->add(
-            HostEvent(HostEventKind::kClosedByHost, mConfig.id).withPipe(HostPipe::kSensorDevice));
+        mLog->add(common::HostEvent(common::HostEventKind::kClosedByHost, mConfig.id)
+                      .withPipe(common::HostPipe::kSensorDevice));
     }
     mBinding.Close();
     mStalled.clear();
@@ -72,14 +72,15 @@ void EmulatedSensorDevice::closeObserver() { stopReading(); }
 
 bool EmulatedSensorDevice::sendObserverError(int32_t errorType) {
     if (!mObserver) return false;
-    mLog->add(HostEvent(HostEventKind::kObserverError, mConfig.id).withValue(errorType));
+    mLog->add(
+        common::HostEvent(common::HostEventKind::kObserverError, mConfig.id).withValue(errorType));
     mObserver->OnErrorOccurred(static_cast<mojom::ObserverErrorType>(errorType));
     return true;
 }
 
 void EmulatedSensorDevice::pushSample(const SampleGenerator::Sample& sample) { send(sample); }
 
-void EmulatedSensorDevice::sendRecorded(const TimedSamples& samples, size_t index) {
+void EmulatedSensorDevice::sendRecorded(const description::TimedSamples& samples, size_t index) {
     // Keys go in ascending order of column; the columns are usually sorted, so inserting mostly
     // appends to the reused buffer.
     mRecorded.clear();
@@ -96,7 +97,8 @@ void EmulatedSensorDevice::emitBurst(size_t count) {
     // before the first sample goes out, as send() counts each sample before sending it.
     const bool live = mObserver && !mObserver.encountered_error();
     if (live && count > 0)
-        mLog->add(HostEvent(HostEventKind::kSamplesSent, mConfig.id).withValue(count));
+        mLog->add(
+            common::HostEvent(common::HostEventKind::kSamplesSent, mConfig.id).withValue(count));
     for (size_t i = 0; i < count; ++i) {
         const SampleGenerator::Sample& sample =
             mGenerator.next(mEnabled.indices(), android::elapsedRealtimeNano());
@@ -105,38 +107,38 @@ void EmulatedSensorDevice::emitBurst(size_t count) {
 }
 
 void EmulatedSensorDevice::SetTimeout(uint32_t timeout) {
-    mLog->add(HostEvent(HostEventKind::kTimeoutSet, mConfig.id).withValue(timeout));
+    mLog->add(common::HostEvent(common::HostEventKind::kTimeoutSet, mConfig.id).withValue(timeout));
 }
 
 void EmulatedSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
-    mLog->add(
-        HostEvent(HostEventKind::kStepAsked, mConfig.id).withStep(HostStep::kGetAllChannelIds));
-    if (mConfig.closeAt == CloseAt::kOnChannels) {
+    mLog->add(common::HostEvent(common::HostEventKind::kStepAsked, mConfig.id)
+                  .withStep(common::HostStep::kGetAllChannelIds));
+    if (mConfig.closeAt == description::CloseAt::kOnChannels) {
         close();
         return;
     }
-    if (mConfig.stall == Stall::kChannels) {
-        mLog->add(HostEvent(HostEventKind::kStepStalled, mConfig.id)
-                      .withStep(HostStep::kGetAllChannelIds));
+    if (mConfig.stall == description::Stall::kChannels) {
+        mLog->add(common::HostEvent(common::HostEventKind::kStepStalled, mConfig.id)
+                      .withStep(common::HostStep::kGetAllChannelIds));
         mStalled.push_back(base::BindOnce([](GetAllChannelIdsCallback) {}, std::move(callback)));
         setUpEnded();
         return;
     }
-    reply(HostStep::kGetAllChannelIds, std::move(callback), mConfig.channels, false);
+    reply(common::HostStep::kGetAllChannelIds, std::move(callback), mConfig.channels, false);
 }
 
 void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_names,
                                          GetAttributesCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kStepAsked, mConfig.id)
-                  .withStep(HostStep::kGetAttributes)
+    mLog->add(common::HostEvent(common::HostEventKind::kStepAsked, mConfig.id)
+                  .withStep(common::HostStep::kGetAttributes)
                   .withDetail(join(attr_names)));
-    if (mConfig.closeAt == CloseAt::kOnAttributes) {
+    if (mConfig.closeAt == description::CloseAt::kOnAttributes) {
         close();
         return;
     }
-    if (mConfig.stall == Stall::kAttributes) {
-        mLog->add(
-            HostEvent(HostEventKind::kStepStalled, mConfig.id).withStep(HostStep::kGetAttributes));
+    if (mConfig.stall == description::Stall::kAttributes) {
+        mLog->add(common::HostEvent(common::HostEventKind::kStepStalled, mConfig.id)
+                      .withStep(common::HostStep::kGetAttributes));
         mStalled.push_back(base::BindOnce([](GetAttributesCallback) {}, std::move(callback)));
         setUpEnded();
         return;
@@ -147,19 +149,20 @@ void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_na
         auto it = mConfig.attributes.find(attr);
         values.push_back(it == mConfig.attributes.end() ? base::nullopt : it->second);
     }
-    reply(HostStep::kGetAttributes, std::move(callback), std::move(values),
-          mConfig.closeAt == CloseAt::kAfterAttributes, true);
+    reply(common::HostStep::kGetAttributes, std::move(callback), std::move(values),
+          mConfig.closeAt == description::CloseAt::kAfterAttributes, true);
 }
 
 template <typename Callback, typename Value>
-void EmulatedSensorDevice::reply(HostStep step, Callback callback, Value value, bool closeAfter,
-                                 bool last) {
+void EmulatedSensorDevice::reply(common::HostStep step, Callback callback, Value value,
+                                 bool closeAfter, bool last) {
     // The log says when the answer went out, so that readers can tell a late answer from none.
-    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, HostStep answered, Callback cb,
-                     Value v, bool close, bool lastStep) {
+    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, common::HostStep answered,
+                     Callback cb, Value v, bool close, bool lastStep) {
         std::shared_ptr<EmulatedSensorDevice> d = device.lock();
         if (d)
-            d->mLog->add(HostEvent(HostEventKind::kStepAnswered, d->mConfig.id).withStep(answered));
+            d->mLog->add(common::HostEvent(common::HostEventKind::kStepAnswered, d->mConfig.id)
+                             .withStep(answered));
         std::move(cb).Run(v);
         if (!d) return;
         if (close) d->close();
@@ -172,7 +175,7 @@ void EmulatedSensorDevice::reply(HostStep step, Callback callback, Value value, 
     mRunner->PostDelayedTask(FROM_HERE,
                              base::BindOnce(answer, weak_from_this(), step, std::move(callback),
                                             std::move(value), closeAfter, last),
-                             boundedDelay(mConfig.replyDelay));
+                             common::boundedDelay(mConfig.replyDelay));
 }
 
 void EmulatedSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
@@ -193,7 +196,7 @@ void EmulatedSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_ch
 void EmulatedSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
                                                  const std::string& attr_name,
                                                  GetChannelsAttributesCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kChannelAttributeAsked, mConfig.id)
+    mLog->add(common::HostEvent(common::HostEventKind::kChannelAttributeAsked, mConfig.id)
                   .withChannels(iio_chn_indices)
                   .withDetail(attr_name));
     // Virtual channels carry no attributes of their own.
@@ -211,9 +214,11 @@ double EmulatedSensorDevice::answerFrequency(double requested) const {
 }
 
 void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kFrequencyAsked, mConfig.id).withValue(frequency));
+    mLog->add(
+        common::HostEvent(common::HostEventKind::kFrequencyAsked, mConfig.id).withValue(frequency));
     mFrequency = answerFrequency(frequency);
-    mLog->add(HostEvent(HostEventKind::kFrequencyAnswered, mConfig.id).withValue(mFrequency));
+    mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAnswered, mConfig.id)
+                  .withValue(mFrequency));
     if (mReading && mStream && mPlayback == nullptr) {
         if (mFrequency > 0.0) {
             startTimer();
@@ -225,7 +230,7 @@ void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback c
 }
 
 void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverPtr observer) {
-    mLog->add(HostEvent(HostEventKind::kStartReadingAsked, mConfig.id));
+    mLog->add(common::HostEvent(common::HostEventKind::kStartReadingAsked, mConfig.id));
     stopReading();  // the previous observer is closed
     mObserver = std::move(observer);
     mObserver.set_connection_error_handler(
@@ -245,27 +250,29 @@ void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserve
 }
 
 void EmulatedSensorDevice::StopReadingSamples() {
-    mLog->add(HostEvent(HostEventKind::kStopReadingAsked, mConfig.id));
+    mLog->add(common::HostEvent(common::HostEventKind::kStopReadingAsked, mConfig.id));
     stopReading();
 }
 
 void EmulatedSensorDevice::onConnectionError() {
-    mLog->add(
-        HostEvent(HostEventKind::kClosedByClient, mConfig.id).withPipe(HostPipe::kSensorDevice));
+    mLog->add(common::HostEvent(common::HostEventKind::kClosedByClient, mConfig.id)
+                  .withPipe(common::HostPipe::kSensorDevice));
     // The client is gone: so is its stream.
     stopReading();
 }
 
 void EmulatedSensorDevice::onObserverError() {
-    mLog->add(HostEvent(HostEventKind::kClosedByClient, mConfig.id).withPipe(HostPipe::kObserver));
+    mLog->add(common::HostEvent(common::HostEventKind::kClosedByClient, mConfig.id)
+                  .withPipe(common::HostPipe::kObserver));
     stopReading();
 }
 
 void EmulatedSensorDevice::setReading(bool reading) {
     if (mReading == reading) return;
     mReading = reading;
-    mLog->add(HostEvent(reading ? HostEventKind::kStreamStarted : HostEventKind::kStreamStopped,
-                        mConfig.id));
+    mLog->add(common::HostEvent(
+        reading ? common::HostEventKind::kStreamStarted : common::HostEventKind::kStreamStopped,
+        mConfig.id));
 }
 
 void EmulatedSensorDevice::stopReading() {
@@ -287,7 +294,7 @@ void EmulatedSensorDevice::scheduleTick() {
     // Due times are absolute, start + k / rate, so the stream does not drift.
     const base::TimeTicks due =
         mStreamStart + base::TimeDelta::FromSecondsD(static_cast<double>(mNextIndex) / mStreamRate);
-    const base::TimeDelta delay = boundedDelay(due - base::TimeTicks::Now());
+    const base::TimeDelta delay = common::boundedDelay(due - base::TimeTicks::Now());
     mRunner->PostDelayedTask(
         FROM_HERE,
         base::BindOnce(
@@ -316,7 +323,7 @@ void EmulatedSensorDevice::onTick(uint64_t generation) {
 }
 
 bool EmulatedSensorDevice::dropped(uint64_t index) const {
-    const StreamFaults& f = mConfig.faults;
+    const description::StreamFaults& f = mConfig.faults;
     if (f.dropEvery != 0 && (index + 1) % f.dropEvery == 0) return true;
     const double dueUs = static_cast<double>(index) * 1e6 / mStreamRate;
     const double fromUs = static_cast<double>(f.dropFrom.count());
@@ -326,8 +333,8 @@ bool EmulatedSensorDevice::dropped(uint64_t index) const {
 void EmulatedSensorDevice::send(const SampleGenerator::Sample& sample) {
     if (!mObserver || mObserver.encountered_error()) return;
     // Counted first, so a client that has a sample always finds it counted.
-    mLog->add(HostEvent(HostEventKind::kSamplesSent, mConfig.id).withValue(1));
+    mLog->add(common::HostEvent(common::HostEventKind::kSamplesSent, mConfig.id).withValue(1));
     mObserver->OnSampleUpdated(sample);
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

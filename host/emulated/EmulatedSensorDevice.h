@@ -19,7 +19,7 @@
 #include "host/emulated/SampleGenerator.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 
 // Lives on the host thread: created, called and destroyed there. Held by shared_ptr so that
 // delayed tasks can hold it weakly.
@@ -30,7 +30,8 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
   public:
     // `playback` (owned by the host, outliving every device) plays the device's recorded
     // samples; it is told when this endpoint starts reading.
-    EmulatedSensorDevice(const VirtualDevice& config, bool stream, HostEventLog* log,
+    EmulatedSensorDevice(const description::VirtualDevice& config, bool stream,
+                         common::HostEventLog* log,
                          scoped_refptr<base::SingleThreadTaskRunner> runner, Playback* playback);
     ~EmulatedSensorDevice() override;
     EmulatedSensorDevice(const EmulatedSensorDevice&) = delete;
@@ -56,7 +57,7 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     // Counts the client's reading sessions on this endpoint (successful StartReadingSamples).
     uint64_t readingSession() const { return mSessions; }
     // Sends recorded sample `index` of `samples`.
-    void sendRecorded(const TimedSamples& samples, size_t index);
+    void sendRecorded(const description::TimedSamples& samples, size_t index);
 
     // chromeos::sensors::mojom::SensorDevice
     void SetTimeout(uint32_t timeout) override;
@@ -81,7 +82,8 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     // "SensorDevice[<id>].<step> reply"; closes the pipe after it if asked. The `last` reply of
     // the handshake ends the setup (whenSetUp()).
     template <typename Callback, typename Value>
-    void reply(HostStep step, Callback callback, Value value, bool closeAfter, bool last = false);
+    void reply(common::HostStep step, Callback callback, Value value, bool closeAfter,
+               bool last = false);
 
     void setUpEnded();
     void onConnectionError();
@@ -95,9 +97,9 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     bool dropped(uint64_t index) const;
     void send(const SampleGenerator::Sample& sample);
 
-    const VirtualDevice mConfig;
+    const description::VirtualDevice mConfig;
     const bool mStream;
-    HostEventLog* const mLog;  // owned by the host, outlives every device
+    common::HostEventLog* const mLog;  // owned by the host, outlives every device
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     Playback* const mPlayback;  // null when the device has no recorded samples
 
@@ -105,7 +107,7 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
     SampleGenerator mGenerator;
     SampleGenerator::Sample mRecorded;        // reused by sendRecorded()
-    EnabledChannels mEnabled;                 // channels the client enabled
+    common::EnabledChannels mEnabled;         // channels the client enabled
     std::vector<base::OnceClosure> mStalled;  // replies held back forever, dropped with the device
     base::OnceClosure mSetUp;                 // see whenSetUp()
     double mFrequency = 0.0;                  // the rate last answered
@@ -118,4 +120,4 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     uint64_t mNextIndex = 0;     // the next sample of the stream, counted from mStreamStart
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

@@ -4,14 +4,14 @@
 
 #include "base/bind.h"
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 
 namespace mojom = chromeos::sensors::mojom;
 
 namespace {
 
 // Whether the client opens `d`: it has one of the types the configuration says the client opens.
-bool clientOpens(const HostConfig& config, const VirtualDevice& d) {
+bool clientOpens(const description::HostConfig& config, const description::VirtualDevice& d) {
     for (int32_t type : d.types) {
         const auto& opened = config.clientTypes;
         if (std::find(opened.begin(), opened.end(), type) != opened.end()) return true;
@@ -21,11 +21,11 @@ bool clientOpens(const HostConfig& config, const VirtualDevice& d) {
 
 }  // namespace
 
-EmulatedSensorService::EmulatedSensorService(const HostConfig* config, HostEventLog* log,
-                                             Playback* playback,
+EmulatedSensorService::EmulatedSensorService(const description::HostConfig* config,
+                                             common::HostEventLog* log, Playback* playback,
                                              scoped_refptr<base::SingleThreadTaskRunner> runner,
                                              mojom::SensorServiceRequest request)
-    : HostSensorService(log, std::move(request)),
+    : common::HostSensorService(log, std::move(request)),
       mConfig(config),
       mPlayback(playback),
       mRunner(std::move(runner)) {}
@@ -36,8 +36,8 @@ EmulatedSensorService::~EmulatedSensorService() {
 
 void EmulatedSensorService::close(uint32_t reason, const std::string& description) {
     if (!mBinding.is_bound()) return;
-    mLog->add(HostEvent(HostEventKind::kClosedByHost)
-                  .withPipe(HostPipe::kSensorService)
+    mLog->add(common::HostEvent(common::HostEventKind::kClosedByHost)
+                  .withPipe(common::HostPipe::kSensorService)
                   .withValue(reason)
                   .withDetail(description));
     mBinding.CloseWithReason(reason, description);
@@ -62,14 +62,14 @@ void EmulatedSensorService::closeDevice(int32_t device) {
 
 base::flat_map<int32_t, std::vector<int32_t>> EmulatedSensorService::listing() const {
     base::flat_map<int32_t, std::vector<int32_t>> devices;
-    for (const VirtualDevice& d : mConfig->devices) devices[d.id] = d.types;
+    for (const description::VirtualDevice& d : mConfig->devices) devices[d.id] = d.types;
     return devices;
 }
 
 void EmulatedSensorService::listed() {
     if (mListed) return;
     mListed = true;
-    for (const VirtualDevice& d : mConfig->devices) {
+    for (const description::VirtualDevice& d : mConfig->devices) {
         if (clientOpens(*mConfig, d)) mSettingUp.insert(d.id);
     }
     if (mSettingUp.empty()) setUpEnded();
@@ -85,19 +85,21 @@ void EmulatedSensorService::setUpEnded() {
 
 void EmulatedSensorService::GetDevice(int32_t iio_device_id,
                                       mojom::SensorDeviceRequest device_request) {
-    mLog->add(HostEvent(HostEventKind::kStepAsked, iio_device_id).withStep(HostStep::kGetDevice));
-    auto config = std::find_if(mConfig->devices.begin(), mConfig->devices.end(),
-                               [&](const VirtualDevice& d) { return d.id == iio_device_id; });
+    mLog->add(common::HostEvent(common::HostEventKind::kStepAsked, iio_device_id)
+                  .withStep(common::HostStep::kGetDevice));
+    auto config =
+        std::find_if(mConfig->devices.begin(), mConfig->devices.end(),
+                     [&](const description::VirtualDevice& d) { return d.id == iio_device_id; });
     // Unknown devices and devices set to close here get their request closed unanswered.
-    if (config == mConfig->devices.end() || config->closeAt == CloseAt::kOnGetDevice) {
-        mLog->add(HostEvent(HostEventKind::kClosedByHost, iio_device_id)
-                      .withPipe(HostPipe::kSensorDevice));
+    if (config == mConfig->devices.end() || config->closeAt == description::CloseAt::kOnGetDevice) {
+        mLog->add(common::HostEvent(common::HostEventKind::kClosedByHost, iio_device_id)
+                      .withPipe(common::HostPipe::kSensorDevice));
         deviceSetUp(iio_device_id);
         return;
     }
-    if (config->stall == Stall::kDevice) {
-        mLog->add(
-            HostEvent(HostEventKind::kStepStalled, iio_device_id).withStep(HostStep::kGetDevice));
+    if (config->stall == description::Stall::kDevice) {
+        mLog->add(common::HostEvent(common::HostEventKind::kStepStalled, iio_device_id)
+                      .withStep(common::HostStep::kGetDevice));
         mStalled.emplace_back(iio_device_id, std::move(device_request));
         deviceSetUp(iio_device_id);
         return;
@@ -107,11 +109,11 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
     device->whenSetUp(
         base::BindOnce(&EmulatedSensorService::deviceSetUp, base::Unretained(this), iio_device_id));
     device->bind(std::move(device_request));
-    mLog->add(
-        HostEvent(HostEventKind::kStepAnswered, iio_device_id).withStep(HostStep::kGetDevice));
+    mLog->add(common::HostEvent(common::HostEventKind::kStepAnswered, iio_device_id)
+                  .withStep(common::HostStep::kGetDevice));
     mDevices.push_back(std::move(device));
 }
 
 void EmulatedSensorService::clientGone() { setUpEnded(); }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

@@ -17,14 +17,14 @@
 #include "host/emulated/EmulatedSensorDevice.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 
 // Lives on the host thread: created, called and destroyed there.
-class EmulatedSensorService : public HostSensorService {
+class EmulatedSensorService : public common::HostSensorService {
   public:
     // `config`, `log` and `playback` belong to the host and outlive the service.
-    EmulatedSensorService(const HostConfig* config, HostEventLog* log, Playback* playback,
-                          scoped_refptr<base::SingleThreadTaskRunner> runner,
+    EmulatedSensorService(const description::HostConfig* config, common::HostEventLog* log,
+                          Playback* playback, scoped_refptr<base::SingleThreadTaskRunner> runner,
                           chromeos::sensors::mojom::SensorServiceRequest request);
     ~EmulatedSensorService() override;
     EmulatedSensorService(const EmulatedSensorService&) = delete;
@@ -53,7 +53,7 @@ class EmulatedSensorService : public HostSensorService {
     void deviceSetUp(int32_t device);
     void setUpEnded();
 
-    const HostConfig* const mConfig;
+    const description::HostConfig* const mConfig;
     Playback* const mPlayback;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     std::vector<std::shared_ptr<EmulatedSensorDevice>> mDevices;
@@ -64,4 +64,4 @@ class EmulatedSensorService : public HostSensorService {
     std::set<int32_t> mSettingUp;  // devices whose handshake is expected or under way
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

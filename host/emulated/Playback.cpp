@@ -10,7 +10,7 @@
 #include "host/common/TaskDelay.h"
 #include "host/emulated/EmulatedSensorDevice.h"
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 
 namespace {
 
@@ -21,15 +21,15 @@ constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
 }  // namespace
 
-Playback::Playback(const HostConfig* config, scoped_refptr<base::SingleThreadTaskRunner> runner,
-                   ForEachReader forEachReader, RunTimeline runTimeline,
-                   std::function<void()> playedOut)
+Playback::Playback(const description::HostConfig* config,
+                   scoped_refptr<base::SingleThreadTaskRunner> runner, ForEachReader forEachReader,
+                   RunTimeline runTimeline, std::function<void()> playedOut)
     : mConfig(config),
       mRunner(std::move(runner)),
       mForEachReader(std::move(forEachReader)),
       mRunTimeline(std::move(runTimeline)),
       mPlayedOut(std::move(playedOut)) {
-    for (const VirtualDevice& device : mConfig->devices) {
+    for (const description::VirtualDevice& device : mConfig->devices) {
         if (device.timedSamples && device.timedSamples->size() > 0) {
             mTracks.push_back(Track{device.id, device.timedSamples});
         }
@@ -56,7 +56,7 @@ void Playback::post(base::TimeDelta delay) {
     mRunner->PostDelayedTask(
         FROM_HERE,
         mLifetime.guard(base::BindOnce(&Playback::step, base::Unretained(this), ++mGeneration)),
-        boundedDelay(delay));
+        common::boundedDelay(delay));
 }
 
 int64_t Playback::nowUs() const {
@@ -122,7 +122,7 @@ bool Playback::advanceVirtualTime() {
             held = std::min(held, track.nextAt());
         }
     }
-    const std::vector<TimelineEvent>& timeline = mConfig->timeline;
+    const std::vector<description::TimelineEvent>& timeline = mConfig->timeline;
     if (mNextTimeline < timeline.size()) {
         const int64_t at = timeline[mNextTimeline].at.count();
         if (at <= nextSample && at <= held && (reading || !remaining)) {
@@ -165,4 +165,4 @@ void Playback::step(uint64_t generation) {
     post(due - base::TimeTicks::Now());
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

@@ -20,7 +20,7 @@
 #include "host/common/Lifetime.h"
 #include "host/description/HostConfig.h"
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 
 class EmulatedSensorDevice;
 
@@ -31,14 +31,14 @@ class Playback {
     // Calls `fn` on every endpoint of `device` that is reading samples now.
     using ForEachReader =
         std::function<void(int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn)>;
-    using RunTimeline = std::function<void(const TimelineEvent&)>;
+    using RunTimeline = std::function<void(const description::TimelineEvent&)>;
 
     // `config` belongs to the host and outlives this. At speed 0 the timeline is run from here
     // through `runTimeline`; otherwise the host schedules it itself. `playedOut` is called once,
     // when the last recorded sample of every device has been sent.
-    Playback(const HostConfig* config, scoped_refptr<base::SingleThreadTaskRunner> runner,
-             ForEachReader forEachReader, RunTimeline runTimeline,
-             std::function<void()> playedOut = {});
+    Playback(const description::HostConfig* config,
+             scoped_refptr<base::SingleThreadTaskRunner> runner, ForEachReader forEachReader,
+             RunTimeline runTimeline, std::function<void()> playedOut = {});
 
     // Whether there are recorded samples to play at all.
     bool hasSamples() const { return !mTracks.empty(); }
@@ -55,7 +55,7 @@ class Playback {
   private:
     struct Track {
         int32_t device;
-        std::shared_ptr<const TimedSamples> samples;
+        std::shared_ptr<const description::TimedSamples> samples;
         size_t next = 0;         // the first sample not sent yet
         size_t nextRestart = 0;  // the first entry of samples->restarts not reached yet
         // Who took the last sample, to tell a new reading session from the same one.
@@ -77,7 +77,7 @@ class Playback {
     bool advanceVirtualTime();
     int64_t nowUs() const;  // recorded time that has passed
 
-    const HostConfig* const mConfig;
+    const description::HostConfig* const mConfig;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     const ForEachReader mForEachReader;
     const RunTimeline mRunTimeline;
@@ -87,10 +87,10 @@ class Playback {
     bool mStarted = false;
     bool mStopped = false;
     base::TimeTicks mOrigin;
-    uint64_t mGeneration = 0;  // bumped by each post: only the latest planned step runs
-    Lifetime mLifetime;        // ended by stop(); guards the planned step
-    int64_t mVirtualUs = 0;    // speed 0: the recorded time reached
-    size_t mNextTimeline = 0;  // speed 0: the first timeline entry not run yet
+    uint64_t mGeneration = 0;    // bumped by each post: only the latest planned step runs
+    common::Lifetime mLifetime;  // ended by stop(); guards the planned step
+    int64_t mVirtualUs = 0;      // speed 0: the recorded time reached
+    size_t mNextTimeline = 0;    // speed 0: the first timeline entry not run yet
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <string>
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
@@ -31,7 +31,7 @@ int axisOf(const std::string& channel) {
 }
 
 // The device's "scale" attribute when it is a usable number, else 1.
-double scaleOf(const VirtualDevice& device) {
+double scaleOf(const description::VirtualDevice& device) {
     auto it = device.attributes.find("scale");
     if (it == device.attributes.end() || !it->second || it->second->empty()) return 1.0;
     const char* text = it->second->c_str();
@@ -43,18 +43,19 @@ double scaleOf(const VirtualDevice& device) {
 }
 
 // The offset from the boot-time clock to `clock` now.
-int64_t clockOffsetNs(TimestampClock clock) {
-    if (clock == TimestampClock::kBoottime) return 0;
+int64_t clockOffsetNs(description::TimestampClock clock) {
+    if (clock == description::TimestampClock::kBoottime) return 0;
     timespec boot{};
     timespec other{};
     clock_gettime(CLOCK_BOOTTIME, &boot);
-    clock_gettime(clock == TimestampClock::kRealtime ? CLOCK_REALTIME : CLOCK_MONOTONIC, &other);
+    clock_gettime(
+        clock == description::TimestampClock::kRealtime ? CLOCK_REALTIME : CLOCK_MONOTONIC, &other);
     return (int64_t{other.tv_sec} - boot.tv_sec) * 1000000000 + (other.tv_nsec - boot.tv_nsec);
 }
 
 }  // namespace
 
-SampleGenerator::SampleGenerator(const VirtualDevice& device)
+SampleGenerator::SampleGenerator(const description::VirtualDevice& device)
     : mScript(device.samples),
       mScale(scaleOf(device)),
       mFaults(device.faults),
@@ -152,4 +153,4 @@ const SampleGenerator::Sample& SampleGenerator::next(const std::set<int32_t>& en
     return mSample;
 }
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

@@ -15,13 +15,13 @@
 #include "base/containers/flat_map.h"
 #include "host/description/HostConfig.h"
 
-namespace kelvane::host {
+namespace kelvane::host::emulated {
 
 class SampleGenerator {
   public:
     using Sample = base::flat_map<int32_t, int64_t>;
 
-    explicit SampleGenerator(const VirtualDevice& device);
+    explicit SampleGenerator(const description::VirtualDevice& device);
 
     // The next scripted sample, or a generated one over the `enabled` channels (every channel
     // while none is enabled) taken at `sampleTimeNs` on the boot-time clock, which its timestamp
@@ -49,10 +49,10 @@ class SampleGenerator {
     std::vector<Wave> mWaves;  // by channel index
     Sample mSample;            // what next() returned last
     double mScale = 1.0;       // unit per raw step
-    StreamFaults mFaults;
+    description::StreamFaults mFaults;
     std::vector<std::optional<double>> mStuck;  // by channel index
     std::vector<double> mNoise;                 // by channel index; 0: none
     std::mt19937_64 mRandom;                    // jitter and noise, seeded by the device id
 };
 
-}  // namespace kelvane::host
+}  // namespace kelvane::host::emulated

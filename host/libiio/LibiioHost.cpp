@@ -81,7 +81,7 @@ std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string
 }
 
 LibiioHost::LibiioHost(iio_context* context)
-    : HostBase("libiio-host", vel::mojom::kBridgeVersion, /*autoSetUpChannel=*/true),
+    : common::HostBase("libiio-host", vel::mojom::kBridgeVersion, /*autoSetUpChannel=*/true),
       mContext(context) {}
 
 LibiioHost::~LibiioHost() {

@@ -18,7 +18,7 @@ namespace kelvane::host::iio {
 
 class LibiioSensorService;
 
-class LibiioHost : public HostBase {
+class LibiioHost : public common::HostBase {
   public:
     // Opens the context of `uri`. Null with a one-line `*error` when libiio cannot open it or it
     // holds no device this host serves (accel, anglvel, illuminance, magn or gravity channels).

@@ -29,7 +29,7 @@ constexpr size_t kMaxScansPerRead = 256;
 }  // namespace
 
 LibiioSensorDevice::LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id,
-                                       HostEventLog* log, std::set<int32_t>* scaleWarned,
+                                       common::HostEventLog* log, std::set<int32_t>* scaleWarned,
                                        scoped_refptr<base::SingleThreadTaskRunner> runner)
     : mContext(context),
       mDevice(device),
@@ -49,8 +49,8 @@ void LibiioSensorDevice::bind(mojom::SensorDeviceRequest request) {
     mBinding.Bind(std::move(request));
     mBinding.set_connection_error_handler(base::BindOnce(
         [](LibiioSensorDevice* device) {
-            device->mLog->add(HostEvent(HostEventKind::kClosedByClient, device->mId)
-                                  .withPipe(HostPipe::kSensorDevice));
+            device->mLog->add(common::HostEvent(common::HostEventKind::kClosedByClient, device->mId)
+                                  .withPipe(common::HostPipe::kSensorDevice));
             device->stopReading();  // the client is gone: so is its stream
         },
         base::Unretained(this)));
@@ -62,7 +62,8 @@ bool LibiioSensorDevice::validIndex(int32_t index) const {
 
 void LibiioSensorDevice::SetTimeout(uint32_t timeout) {
     // libiio keeps one time-out per context: the last device to set one sets it for all.
-    HostEvent event = HostEvent(HostEventKind::kTimeoutSet, mId).withValue(timeout);
+    common::HostEvent event =
+        common::HostEvent(common::HostEventKind::kTimeoutSet, mId).withValue(timeout);
     if (const int error = iio_context_set_timeout(mContext, timeout); error < 0) {
         event.withReason(errnoText(-error));
     }
@@ -73,13 +74,13 @@ void LibiioSensorDevice::GetAttributes(const std::vector<std::string>& attr_name
                                        GetAttributesCallback callback) {
     std::string names;
     for (const std::string& attr : attr_names) names += (names.empty() ? "" : ",") + attr;
-    mLog->add(HostEvent(HostEventKind::kStepAsked, mId)
-                  .withStep(HostStep::kGetAttributes)
+    mLog->add(common::HostEvent(common::HostEventKind::kStepAsked, mId)
+                  .withStep(common::HostStep::kGetAttributes)
                   .withDetail(names));
     // A device gone since it was opened has nothing to answer with: its pipe is closed.
     if (const int error = deviceReadError(mDevice)) {
-        mLog->add(HostEvent(HostEventKind::kStepFailed, mId)
-                      .withStep(HostStep::kGetAttributes)
+        mLog->add(common::HostEvent(common::HostEventKind::kStepFailed, mId)
+                      .withStep(common::HostStep::kGetAttributes)
                       .withReason("cannot read the device: " + errnoText(error)));
         close();
         return;
@@ -89,7 +90,8 @@ void LibiioSensorDevice::GetAttributes(const std::vector<std::string>& attr_name
         std::optional<std::string> value = attribute(attr);
         values.push_back(value ? base::Optional<std::string>(*value) : base::nullopt);
     }
-    mLog->add(HostEvent(HostEventKind::kStepAnswered, mId).withStep(HostStep::kGetAttributes));
+    mLog->add(common::HostEvent(common::HostEventKind::kStepAnswered, mId)
+                  .withStep(common::HostStep::kGetAttributes));
     std::move(callback).Run(std::move(values));
 }
 
@@ -126,22 +128,23 @@ double LibiioSensorDevice::applyFrequency(double requested) {
 }
 
 void LibiioSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kFrequencyAsked, mId).withValue(frequency));
+    mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAsked, mId).withValue(frequency));
     mFrequency = applyFrequency(frequency);
-    mLog->add(HostEvent(HostEventKind::kFrequencyAnswered, mId).withValue(mFrequency));
+    mLog->add(
+        common::HostEvent(common::HostEventKind::kFrequencyAnswered, mId).withValue(mFrequency));
     // A new rate takes effect with a new buffer or poll period.
     if (mReader) startReader();
     std::move(callback).Run(mFrequency);
 }
 
 void LibiioSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverPtr observer) {
-    mLog->add(HostEvent(HostEventKind::kStartReadingAsked, mId));
+    mLog->add(common::HostEvent(common::HostEventKind::kStartReadingAsked, mId));
     stopReading();
     mObserver = std::move(observer);
     mObserver.set_connection_error_handler(base::BindOnce(
         [](LibiioSensorDevice* device) {
-            device->mLog->add(HostEvent(HostEventKind::kClosedByClient, device->mId)
-                                  .withPipe(HostPipe::kObserver));
+            device->mLog->add(common::HostEvent(common::HostEventKind::kClosedByClient, device->mId)
+                                  .withPipe(common::HostPipe::kObserver));
             device->stopReading();
         },
         base::Unretained(this)));
@@ -163,7 +166,7 @@ void LibiioSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverP
 void LibiioSensorDevice::startReader() {
     if (mReader) {
         mReader.reset();
-        mLog->add(HostEvent(HostEventKind::kStreamStopped, mId));
+        mLog->add(common::HostEvent(common::HostEventKind::kStreamStopped, mId));
     }
     std::vector<SampleReader::Channel> channels;
     for (int32_t index : mEnabled.indices()) channels.push_back({index, mChannels[index]});
@@ -197,18 +200,18 @@ void LibiioSensorDevice::startReader() {
         mReader = SampleReader::startPolled(mDevice, std::move(channels),
                                             std::min(mFrequency, kFastestHz), deliver, fail);
     }
-    mLog->add(HostEvent(HostEventKind::kStreamStarted, mId));
+    mLog->add(common::HostEvent(common::HostEventKind::kStreamStarted, mId));
 }
 
 void LibiioSensorDevice::StopReadingSamples() {
-    mLog->add(HostEvent(HostEventKind::kStopReadingAsked, mId));
+    mLog->add(common::HostEvent(common::HostEventKind::kStopReadingAsked, mId));
     stopReading();
 }
 
 void LibiioSensorDevice::stopReading() {
     if (mReader) {
         mReader.reset();  // joins the reader thread; its posted samples find no observer
-        mLog->add(HostEvent(HostEventKind::kStreamStopped, mId));
+        mLog->add(common::HostEvent(common::HostEventKind::kStreamStopped, mId));
     }
     mObserver.reset();
 }
@@ -216,13 +219,14 @@ void LibiioSensorDevice::stopReading() {
 void LibiioSensorDevice::close() {
     stopReading();
     if (mBinding.is_bound()) {
-        mLog->add(HostEvent(HostEventKind::kClosedByHost, mId).withPipe(HostPipe::kSensorDevice));
+        mLog->add(common::HostEvent(common::HostEventKind::kClosedByHost, mId)
+                      .withPipe(common::HostPipe::kSensorDevice));
     }
     mBinding.Close();
 }
 
 void LibiioSensorDevice::observerError(mojom::ObserverErrorType type, std::string reason) {
-    mLog->add(HostEvent(HostEventKind::kObserverError, mId)
+    mLog->add(common::HostEvent(common::HostEventKind::kObserverError, mId)
                   .withValue(static_cast<int32_t>(type))
                   .withReason(std::move(reason)));
     mObserver->OnErrorOccurred(type);
@@ -230,8 +234,8 @@ void LibiioSensorDevice::observerError(mojom::ObserverErrorType type, std::strin
 
 void LibiioSensorDevice::onSamples(std::vector<Sample> samples) {
     if (!mReader || !mObserver || mObserver.encountered_error()) return;
-    mLog->add(
-        HostEvent(HostEventKind::kSamplesSent, mId).withValue(static_cast<double>(samples.size())));
+    mLog->add(common::HostEvent(common::HostEventKind::kSamplesSent, mId)
+                  .withValue(static_cast<double>(samples.size())));
     for (const Sample& sample : samples) mObserver->OnSampleUpdated(sample);
 }
 
@@ -248,10 +252,12 @@ void LibiioSensorDevice::onReadError(int error) {
 }
 
 void LibiioSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kStepAsked, mId).withStep(HostStep::kGetAllChannelIds));
+    mLog->add(common::HostEvent(common::HostEventKind::kStepAsked, mId)
+                  .withStep(common::HostStep::kGetAllChannelIds));
     std::vector<std::string> ids;
     for (const iio_channel* channel : mChannels) ids.push_back(channelId(channel));
-    mLog->add(HostEvent(HostEventKind::kStepAnswered, mId).withStep(HostStep::kGetAllChannelIds));
+    mLog->add(common::HostEvent(common::HostEventKind::kStepAnswered, mId)
+                  .withStep(common::HostStep::kGetAllChannelIds));
     std::move(callback).Run(ids);
 }
 
@@ -271,7 +277,7 @@ void LibiioSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_
 void LibiioSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
                                                const std::string& attr_name,
                                                GetChannelsAttributesCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kChannelAttributeAsked, mId)
+    mLog->add(common::HostEvent(common::HostEventKind::kChannelAttributeAsked, mId)
                   .withChannels(iio_chn_indices)
                   .withDetail(attr_name));
     std::vector<base::Optional<std::string>> values;

@@ -29,8 +29,8 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
   public:
     // `context`, `log` and `scaleWarned` (the devices whose differing axis scales were already
     // reported on stderr, shared by the host's devices) outlive the device.
-    LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id, HostEventLog* log,
-                       std::set<int32_t>* scaleWarned,
+    LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id,
+                       common::HostEventLog* log, std::set<int32_t>* scaleWarned,
                        scoped_refptr<base::SingleThreadTaskRunner> runner);
     ~LibiioSensorDevice() override;
     LibiioSensorDevice(const LibiioSensorDevice&) = delete;
@@ -71,7 +71,7 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     iio_context* const mContext;
     iio_device* const mDevice;
     const int32_t mId;
-    HostEventLog* const mLog;
+    common::HostEventLog* const mLog;
     std::set<int32_t>* const mScaleWarned;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     const std::vector<iio_channel*> mChannels;  // index = the host's channel index
@@ -79,8 +79,8 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
 
     mojo::Binding<chromeos::sensors::mojom::SensorDevice> mBinding;
     chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
-    EnabledChannels mEnabled;  // channels the client enabled
-    double mFrequency = 0.0;   // the rate last answered
+    common::EnabledChannels mEnabled;  // channels the client enabled
+    double mFrequency = 0.0;           // the rate last answered
     std::unique_ptr<SampleReader> mReader;
 };
 

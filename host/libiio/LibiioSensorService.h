@@ -19,10 +19,11 @@
 namespace kelvane::host::iio {
 
 // Lives on the host thread: created, called and destroyed there.
-class LibiioSensorService : public HostSensorService {
+class LibiioSensorService : public common::HostSensorService {
   public:
     // `context`, `log` and `scaleWarned` belong to the host and outlive the service.
-    LibiioSensorService(iio_context* context, HostEventLog* log, std::set<int32_t>* scaleWarned,
+    LibiioSensorService(iio_context* context, common::HostEventLog* log,
+                        std::set<int32_t>* scaleWarned,
                         scoped_refptr<base::SingleThreadTaskRunner> runner,
                         chromeos::sensors::mojom::SensorServiceRequest request);
     ~LibiioSensorService() override;

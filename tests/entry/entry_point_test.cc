@@ -21,8 +21,8 @@ using android::hardware::sensors::V2_1::implementation::ISensorsSubHal;
 
 TEST(EntryPointTest, LoadsOnceAndCompletesTheHandshake) {
     testing::LogCapture logs;
-    host::HostConfig config;
-    host::VirtualDevice accel;
+    host::description::HostConfig config;
+    host::description::VirtualDevice accel;
     accel.id = 4;
     accel.types = {1};
     accel.channels = {"accel_x", "accel_y", "accel_z", "timestamp"};
@@ -30,7 +30,7 @@ TEST(EntryPointTest, LoadsOnceAndCompletesTheHandshake) {
     config.devices = {accel};
     config.stream = false;
     base::test::VirtualClock clock;  // the enumeration grace period passes when told
-    host::EmulatedHost host(config);
+    host::emulated::EmulatedHost host(config);
     host.registerWithBridge();
 
     void* library = dlopen(IIO_SUBHAL_LIBRARY, RTLD_NOW);
@@ -54,7 +54,7 @@ TEST(EntryPointTest, LoadsOnceAndCompletesTheHandshake) {
     EXPECT_EQ(subHal, seen[0]);
     EXPECT_EQ(version, 0x02010000u);
 
-    ASSERT_TRUE(host.waitForEvent(host::HostEventKind::kClientRegistered));
+    ASSERT_TRUE(host.waitForEvent(host::common::HostEventKind::kClientRegistered));
     EXPECT_EQ(logs.count("IioSensorSubHal: starting Mojo bridge in constructor"), 1u);
     EXPECT_EQ(logs.count("IioSensorBridge: connecting to VEL bridge (async)"), 1u);
     EXPECT_TRUE(logs.waitFor("IioSensorBridge::Init - received IioSensorHost from Chrome"));
@@ -68,7 +68,7 @@ TEST(EntryPointTest, LoadsOnceAndCompletesTheHandshake) {
     ASSERT_EQ(sensors.size(), 1u);
     EXPECT_EQ(std::string(sensors[0].name), "Accelerometer (base)");
     subHal->activate(1, true);
-    ASSERT_TRUE(host.waitForEvent({host::HostEventKind::kStartReadingAsked, 4}));
+    ASSERT_TRUE(host.waitForEvent({host::common::HostEventKind::kStartReadingAsked, 4}));
     host.pushSample(4, {{0, 2}, {3, 99}});
     ASSERT_TRUE(proxy->waitForEvents(1));
     EXPECT_EQ(proxy->events()[0].u.vec3.x, 1.0f);

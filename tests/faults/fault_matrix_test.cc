@@ -15,10 +15,10 @@ namespace kelvane::sensors {
 namespace {
 
 using android::hardware::sensors::V2_1::Event;
-using host::CloseAt;
-using host::Stall;
-using host::TimelineAction;
-using host::TimelineEvent;
+using host::description::CloseAt;
+using host::description::Stall;
+using host::description::TimelineAction;
+using host::description::TimelineEvent;
 
 constexpr int32_t kAccel = 3;  // handle 1
 constexpr int32_t kLight = 9;  // handle 2
@@ -314,16 +314,17 @@ std::vector<FaultCase> faultCases() {
          kAccelEnabled},
     };
     for (const Close& close : closes) {
-        rows.push_back(FaultCase(std::string("DevicePipeClosed") + close.name)
-                           .configure([at = close.at](HostConfig& c) {
-                               c.devices[0] = faultyAccelerometer(Stall::kNone, at);
-                           })
-                           .publishes({2})
-                           .hostSaw({close.lastCall, HostEventPattern(Kind::kClosedByHost, kAccel)
-                                                         .withPipe(host::HostPipe::kSensorDevice)})
-                           .hostNever({close.neverCall})
-                           .problems({"IioSensorDevice 3: SensorDevice connection lost"})
-                           .serves(2, kLight));
+        rows.push_back(
+            FaultCase(std::string("DevicePipeClosed") + close.name)
+                .configure([at = close.at](HostConfig& c) {
+                    c.devices[0] = faultyAccelerometer(Stall::kNone, at);
+                })
+                .publishes({2})
+                .hostSaw({close.lastCall, HostEventPattern(Kind::kClosedByHost, kAccel)
+                                              .withPipe(host::common::HostPipe::kSensorDevice)})
+                .hostNever({close.neverCall})
+                .problems({"IioSensorDevice 3: SensorDevice connection lost"})
+                .serves(2, kLight));
     }
     rows.push_back(FaultCase("DevicePipeClosedAfterReady")
                        .configure([](HostConfig& c) {

@@ -9,7 +9,7 @@
 
 #include "host/common/HostEventLog.h"
 
-namespace kelvane::host {
+namespace kelvane::host::common {
 namespace {
 
 using Kind = HostEventKind;
@@ -113,4 +113,4 @@ TEST(HostEventTextTest, EventsReadAsTheCallsTheyStandFor) {
 }
 
 }  // namespace
-}  // namespace kelvane::host
+}  // namespace kelvane::host::common

@@ -130,10 +130,10 @@ TEST_F(HostTest, HostOnTheMojoThreadLeavesNothingToRunAfterItGoes) {
     HostConfig config;
     config.stream = false;
     config.devices = {accelerometer(1)};
-    host::TimelineEvent closeService;
+    host::description::TimelineEvent closeService;
     closeService.at = std::chrono::seconds(1);
-    closeService.action = host::TimelineAction::kCloseService;
-    host::TimelineEvent tabletMode;
+    closeService.action = host::description::TimelineAction::kCloseService;
+    host::description::TimelineEvent tabletMode;
     tabletMode.at = std::chrono::seconds(2);
     config.timeline = {closeService, tabletMode};
     host = std::make_unique<EmulatedHost>(std::move(config), mojoRunner());

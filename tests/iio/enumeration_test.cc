@@ -79,7 +79,7 @@ TEST_F(HostTest, ASecondChannelContinuesTheHandles) {
 TEST_F(HostTest, TimedOutQueryReturnsOnlyTheReadyDevices) {
     HostConfig config;
     VirtualDevice stalled = device(8, {1}, {"accel_x"});
-    stalled.stall = host::Stall::kAttributes;
+    stalled.stall = host::description::Stall::kAttributes;
     config.devices = {accelerometer(3), stalled, device(9, {3}, {"illuminance"})};
     startHost(config);
     startBridge();
@@ -97,9 +97,9 @@ TEST_F(HostTest, TimedOutQueryReturnsOnlyTheReadyDevices) {
 TEST_F(HostTest, DeviceLostBeforeReadyIsNeverPublishedAndAfterReadyStays) {
     HostConfig config;
     VirtualDevice early = accelerometer(3);
-    early.closeAt = host::CloseAt::kOnChannels;
+    early.closeAt = host::description::CloseAt::kOnChannels;
     VirtualDevice late = accelerometer(4);
-    late.closeAt = host::CloseAt::kAfterAttributes;
+    late.closeAt = host::description::CloseAt::kAfterAttributes;
     config.devices = {early, late};
     startHost(config);
     startBridge();
@@ -116,13 +116,13 @@ TEST_F(HostTest, TimelineStartsOnceEveryOpenedDeviceIsSetUp) {
     VirtualDevice late = accelerometer(4);
     late.replyDelay = std::chrono::milliseconds(700);
     VirtualDevice stalled = accelerometer(5);
-    stalled.stall = host::Stall::kAttributes;
+    stalled.stall = host::description::Stall::kAttributes;
     config.devices = {accelerometer(3), late, stalled, device(6, {4})};
-    host::TimelineEvent closeDevice;
-    closeDevice.action = host::TimelineAction::kCloseDevice;
+    host::description::TimelineEvent closeDevice;
+    closeDevice.action = host::description::TimelineAction::kCloseDevice;
     closeDevice.device = 4;
-    host::TimelineEvent closeService;
-    closeService.action = host::TimelineAction::kCloseService;
+    host::description::TimelineEvent closeService;
+    closeService.action = host::description::TimelineAction::kCloseService;
     closeService.reason = 3;
     config.timeline = {closeDevice, closeService};
     startHost(config);
@@ -150,8 +150,8 @@ TEST_F(HostTest, TimelineWaitsForTheTypesTheConfigurationSaysTheClientOpens) {
     late.replyDelay = std::chrono::milliseconds(700);
     config.devices = {late};
     config.clientTypes = {};
-    host::TimelineEvent closeDevice;
-    closeDevice.action = host::TimelineAction::kCloseDevice;
+    host::description::TimelineEvent closeDevice;
+    closeDevice.action = host::description::TimelineAction::kCloseDevice;
     closeDevice.device = 3;
     closeDevice.at = std::chrono::milliseconds(100);  // once the library opened it
     config.timeline = {closeDevice};
@@ -160,7 +160,7 @@ TEST_F(HostTest, TimelineWaitsForTheTypesTheConfigurationSaysTheClientOpens) {
     ASSERT_TRUE(host->waitForEvent({Kind::kStepAsked, 3}));
     ASSERT_TRUE(clock->FastForwardBy(base::TimeDelta::FromMilliseconds(200)));
     ASSERT_TRUE(host->waitForEvent(
-        HostEventPattern(Kind::kClosedByHost, 3).withPipe(host::HostPipe::kSensorDevice)));
+        HostEventPattern(Kind::kClosedByHost, 3).withPipe(host::common::HostPipe::kSensorDevice)));
     passGracePeriod();
     EXPECT_TRUE(sensors(10000).empty());
     EXPECT_EQ(

@@ -21,13 +21,13 @@
 
 namespace kelvane::sensors {
 
-using host::EmulatedHost;
-using host::HostConfig;
-using host::HostEvent;
-using host::HostEventPattern;
-using host::HostStep;
-using host::VirtualDevice;
-using Kind = host::HostEventKind;
+using host::common::HostEvent;
+using host::common::HostEventPattern;
+using host::common::HostStep;
+using host::description::HostConfig;
+using host::description::VirtualDevice;
+using host::emulated::EmulatedHost;
+using Kind = host::common::HostEventKind;
 
 inline scoped_refptr<base::SingleThreadTaskRunner> mojoRunner() {
     return vel::MojoProcessSupport::GetInstance()->getThread()->getTaskRunner();

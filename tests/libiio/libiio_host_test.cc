@@ -156,7 +156,8 @@ TEST_P(LibiioHostTest, PublishesTheBoardAndStreamsItsScansBitExact) {
     EXPECT_EQ(board.attribute(0, "current_timestamp_clock"), "boottime\n");
     EXPECT_TRUE(logs.contains("IioSensorDevice: frequency set to 50 Hz"));
     EXPECT_EQ(host->log().count(
-                  host::HostEventPattern(host::HostEventKind::kFrequencyAsked, 2).withValue(50)),
+                  host::common::HostEventPattern(host::common::HostEventKind::kFrequencyAsked, 2)
+                      .withValue(50)),
               1u);
 }
 
@@ -176,18 +177,19 @@ TEST_F(LibiioHostFaultTest, DeviceGoneMidStreamGetsReadFailedAndClosedWhileOther
     // Noticed at the next read, which waits out the library's 5 s time-out.
     EXPECT_TRUE(logs.waitFor("IioSensorDevice 0: observer error 5"));
     // The host says why, in libiio's words, and closes the device.
-    const auto closed = host::HostEventPattern(host::HostEventKind::kClosedByHost, 0)
-                            .withPipe(host::HostPipe::kSensorDevice);
+    const auto closed =
+        host::common::HostEventPattern(host::common::HostEventKind::kClosedByHost, 0)
+            .withPipe(host::common::HostPipe::kSensorDevice);
     ASSERT_TRUE(host->log().waitFor(
-        [&](const std::vector<host::HostEvent>& events) {
+        [&](const std::vector<host::common::HostEvent>& events) {
             return std::any_of(events.begin(), events.end(),
-                               [&](const host::HostEvent& e) { return closed.matches(e); });
+                               [&](const host::common::HostEvent& e) { return closed.matches(e); });
         },
         std::chrono::seconds(15)));
     const auto readFailed =
-        host::HostEventPattern(host::HostEventKind::kObserverError, 0).withValue(5);
+        host::common::HostEventPattern(host::common::HostEventKind::kObserverError, 0).withValue(5);
     EXPECT_EQ(host->log().count(readFailed), 1u);
-    for (const host::HostEvent& e : host->log().events()) {
+    for (const host::common::HostEvent& e : host->log().events()) {
         if (readFailed.matches(e)) {
             EXPECT_EQ(e.reason, "device gone: No such device (19)");
         }
@@ -217,8 +219,9 @@ TEST_F(LibiioHostFaultTest, DeviceGoneBeforeItIsOpenedIsOneTrueLine) {
               std::vector<std::string>{
                   "device 1 never became ready: the host could not answer its device request "
                   "(GetDevice): cannot open the device: No such file or directory (2)"});
-    EXPECT_EQ(host->log().count(host::HostEventPattern(host::HostEventKind::kStepFailed, 1)
-                                    .withStep(host::HostStep::kGetDevice)),
+    EXPECT_EQ(host->log().count(
+                  host::common::HostEventPattern(host::common::HostEventKind::kStepFailed, 1)
+                      .withStep(host::common::HostStep::kGetDevice)),
               1u);
 }
 

@@ -15,7 +15,7 @@
 #include "host/description/DescriptionReader.h"
 #include "host/description/DescriptionWriter.h"
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 namespace {
 
 // Draws descriptions the reader could have produced: every field used, strings that need escaping,
@@ -237,4 +237,4 @@ TEST(DescriptionRoundTripTest, SaveNamesThePathItCannotWrite) {
 }
 
 }  // namespace
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

@@ -23,10 +23,10 @@ using android::hardware::hidl_vec;
 using android::hardware::sensors::V1_0::Result;
 using android::hardware::sensors::V2_1::Event;
 using android::hardware::sensors::V2_1::SensorInfo;
-using host::EmulatedHost;
-using host::HostConfig;
-using host::Recorder;
-using host::VirtualDevice;
+using host::common::Recorder;
+using host::description::HostConfig;
+using host::description::VirtualDevice;
+using host::emulated::EmulatedHost;
 
 VirtualDevice threeAxis(int32_t id, int32_t type, const std::string& prefix, bool timestamp) {
     VirtualDevice d;
@@ -69,8 +69,8 @@ class RecordReplayTest : public ::testing::Test {
     HostConfig replayOf(const Recorder& recorder, double speed) {
         HostConfig config;
         std::string error;
-        EXPECT_TRUE(host::parseHostDescription(host::hostDescriptionText(recorder.description()),
-                                               &config, &error))
+        EXPECT_TRUE(host::description::parseHostDescription(
+            host::description::hostDescriptionText(recorder.description()), &config, &error))
             << error;
         config.speed = speed;
         return config;
@@ -93,7 +93,7 @@ TEST_F(RecordReplayTest, ReplayGivesTheRecordedEventsBitForBit) {
     ASSERT_EQ(sensors.size(), 2u);
     ASSERT_EQ(subHal->activate(1, true), Result::OK);
     ASSERT_EQ(subHal->activate(2, true), Result::OK);
-    ASSERT_TRUE(host->waitFor([this](const std::vector<host::HostEvent>&) {
+    ASSERT_TRUE(host->waitFor([this](const std::vector<host::common::HostEvent>&) {
         return host->streaming(3) && host->streaming(7);
     }));
     const int64_t raws[] = {0, 1, -1, 4096, -32768, 16777217, INT64_MAX / 3, INT64_MIN / 5};
@@ -117,7 +117,7 @@ TEST_F(RecordReplayTest, ReplayGivesTheRecordedEventsBitForBit) {
         ASSERT_EQ(subHal->activate(2, true), Result::OK);
         ASSERT_TRUE(proxy->waitForEvents(count));
         // Played once: the host goes quiet after the last recorded sample.
-        ASSERT_TRUE(host->waitFor([this](const std::vector<host::HostEvent>&) {
+        ASSERT_TRUE(host->waitFor([this](const std::vector<host::common::HostEvent>&) {
             return host->samplesSent(3) + host->samplesSent(7) == count;
         }));
         const std::vector<Event> replayed = proxy->events();
@@ -148,15 +148,16 @@ TEST_F(RecordReplayTest, HostFaultsReplayAtTheirPlaceAmongTheSamples) {
     Recorder recorder;
     start(config, &recorder);
     ASSERT_EQ(subHal->activate(1, true), Result::OK);
-    ASSERT_TRUE(host->waitForEvent({host::HostEventKind::kStartReadingAsked, 3}));
+    ASSERT_TRUE(host->waitForEvent({host::common::HostEventKind::kStartReadingAsked, 3}));
     auto push = [this](int64_t t) { host->pushSample(3, {{0, t}, {1, 0}, {2, 0}, {3, t}}); };
     push(1);
     push(2);
     ASSERT_TRUE(proxy->waitForEvents(2));
     // A read failure: the library restarts sampling.
     host->sendObserverError(3, 5);
-    ASSERT_TRUE(host->waitFor([this](const std::vector<host::HostEvent>&) {
-        return host->count({host::HostEventKind::kStartReadingAsked, 3}) == 2 && host->streaming(3);
+    ASSERT_TRUE(host->waitFor([this](const std::vector<host::common::HostEvent>&) {
+        return host->count({host::common::HostEventKind::kStartReadingAsked, 3}) == 2 &&
+               host->streaming(3);
     }));
     push(3);
     ASSERT_TRUE(proxy->waitForEvents(3));
@@ -164,12 +165,12 @@ TEST_F(RecordReplayTest, HostFaultsReplayAtTheirPlaceAmongTheSamples) {
     ASSERT_TRUE(logs.waitFor("IioSensorDevice 3: SensorDevice connection lost"));
     stop();
 
-    const std::string text = host::hostDescriptionText(recorder.description());
+    const std::string text = host::description::hostDescriptionText(recorder.description());
     HostConfig replay = replayOf(recorder, 0.0);
     ASSERT_EQ(replay.timeline.size(), 2u) << text;
-    EXPECT_EQ(replay.timeline[0].action, host::TimelineAction::kObserverError);
+    EXPECT_EQ(replay.timeline[0].action, host::description::TimelineAction::kObserverError);
     EXPECT_EQ(replay.timeline[0].error, 5);
-    EXPECT_EQ(replay.timeline[1].action, host::TimelineAction::kCloseDevice);
+    EXPECT_EQ(replay.timeline[1].action, host::description::TimelineAction::kCloseDevice);
     EXPECT_EQ(replay.timeline[1].device, 3);
     const auto& timed = *replay.devices.at(0).timedSamples;
     ASSERT_EQ(timed.size(), 3u);
@@ -188,7 +189,7 @@ TEST_F(RecordReplayTest, HostFaultsReplayAtTheirPlaceAmongTheSamples) {
     for (const Event& e : proxy->events()) stamps.push_back(e.timestamp);
     EXPECT_EQ(stamps, (std::vector<int64_t>{1, 2, 3}));
     // The error came after two samples and made the library read again.
-    EXPECT_EQ(host->count({host::HostEventKind::kStartReadingAsked, 3}), 2u);
+    EXPECT_EQ(host->count({host::common::HostEventKind::kStartReadingAsked, 3}), 2u);
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 
 #include "host/description/DescriptionReader.h"
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 namespace {
 
 std::string parseError(const std::string& text) {
@@ -182,4 +182,4 @@ TEST(RecordingDescriptionTest, AnEndlessStreamIsCutOffAtTheCap) {
 }
 
 }  // namespace
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

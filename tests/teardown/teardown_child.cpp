@@ -40,8 +40,8 @@ using android::hardware::sensors::V2_1::Event;
 using android::hardware::sensors::V2_1::SensorInfo;
 using android::hardware::sensors::V2_1::SensorType;
 using android::hardware::sensors::V2_1::implementation::ISensorsSubHal;
-using kelvane::host::EmulatedHost;
-using kelvane::host::HostConfig;
+using kelvane::host::description::HostConfig;
+using kelvane::host::emulated::EmulatedHost;
 
 constexpr auto kWaitLimit = std::chrono::seconds(10);
 constexpr int64_t kPeriodNs = 1000000;  // 1 kHz
@@ -150,10 +150,10 @@ void queueCommands(ISensorsSubHal* subHal) {
 
 // Devices that leave replies outstanding: one never opens, one never answers its attributes.
 HostConfig stallingHost() {
-    HostConfig config = kelvane::host::builtInHost();
+    HostConfig config = kelvane::host::description::builtInHost();
     if (config.devices.size() < 2) giveUp("the built-in host is too small");
-    config.devices[0].stall = kelvane::host::Stall::kDevice;
-    config.devices[1].stall = kelvane::host::Stall::kAttributes;
+    config.devices[0].stall = kelvane::host::description::Stall::kDevice;
+    config.devices[1].stall = kelvane::host::description::Stall::kAttributes;
     return config;
 }
 
@@ -161,12 +161,13 @@ HostConfig stallingHost() {
 // is pending and the stalled replies are owed.
 void awaitSetup(EmulatedHost* host, const HostConfig& config) {
     for (const auto& d : config.devices) {
-        using kelvane::host::HostStep;
-        const HostStep step = d.stall == kelvane::host::Stall::kDevice ? HostStep::kGetDevice
-                                                                       : HostStep::kGetAttributes;
-        const auto asked =
-            kelvane::host::HostEventPattern(kelvane::host::HostEventKind::kStepAsked, d.id)
-                .withStep(step);
+        using kelvane::host::common::HostStep;
+        const HostStep step = d.stall == kelvane::host::description::Stall::kDevice
+                                  ? HostStep::kGetDevice
+                                  : HostStep::kGetAttributes;
+        const auto asked = kelvane::host::common::HostEventPattern(
+                               kelvane::host::common::HostEventKind::kStepAsked, d.id)
+                               .withStep(step);
         if (!host->waitForEvent(asked)) {
             giveUp("the host never saw device " + std::to_string(d.id) + " asked for its setup");
         }
@@ -210,7 +211,7 @@ int main(int argc, char** argv) {
         // In the first the host goes with main's locals, before the library's statics; in the
         // others it is still serving while they are destroyed.
         std::unique_ptr<EmulatedHost> local;
-        EmulatedHost* host = startHost(kelvane::host::builtInHost());
+        EmulatedHost* host = startHost(kelvane::host::description::builtInHost());
         if (scenario == "return-streaming") local.reset(host);
         ISensorsSubHal* subHal = load(argv[1]);
         android::sp<ProxyCallback> callback = new ProxyCallback();
@@ -244,7 +245,7 @@ int main(int argc, char** argv) {
         // The Mojo thread is busy past the library's 10 s wait at exit, with samples and
         // commands queued behind it: for 11 s (it comes back while the process is exiting and
         // releases the bridge then), or for good.
-        EmulatedHost* host = startHost(kelvane::host::builtInHost());
+        EmulatedHost* host = startHost(kelvane::host::description::builtInHost());
         (void)host;
         ISensorsSubHal* subHal = load(argv[1]);
         android::sp<ProxyCallback> callback = new ProxyCallback();

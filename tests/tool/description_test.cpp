@@ -9,7 +9,7 @@
 #include "host/description/BuiltInHost.h"
 #include "host/description/DescriptionReader.h"
 
-namespace kelvane::host {
+namespace kelvane::host::description {
 namespace {
 
 HostConfig parseOk(const std::string& text) {
@@ -232,4 +232,4 @@ TEST(HostDescriptionTest, BuiltInHostServesFiveStreamingSensors) {
 }
 
 }  // namespace
-}  // namespace kelvane::host
+}  // namespace kelvane::host::description

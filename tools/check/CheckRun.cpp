@@ -213,7 +213,7 @@ std::optional<int64_t> CheckRun::recordedSendTimeNs(const SensorInfo& sensor,
         std::map<int64_t, int64_t>& times = mSendTimes[type];
         for (const RecordedDevice& device : mSession.recordedDevices()) {
             if (!publishedAs(device, sensor.type) || !device.samples) continue;
-            const host::TimedSamples& t = *device.samples;
+            const host::description::TimedSamples& t = *device.samples;
             const auto column =
                 std::find(t.channels.begin(), t.channels.end(), device.timestampChannel);
             if (device.timestampChannel < 0 || column == t.channels.end()) continue;
