@@ -170,34 +170,33 @@ void Recorder::sample(int32_t device, uint64_t observer,
     appendSample(d.samples, nowUsLocked(), sample);
 }
 
+description::TimelineEvent& Recorder::timelineEventLocked(description::TimelineAction action) {
+    description::TimelineEvent& event = mTimeline.emplace_back();
+    event.at = std::chrono::microseconds(nowUsLocked());
+    event.action = action;
+    return event;
+}
+
 void Recorder::observerError(int32_t device, int32_t type) {
     std::lock_guard<std::mutex> lock(mMutex);
-    description::TimelineEvent event;
-    event.at = std::chrono::microseconds(nowUsLocked());
-    event.action = description::TimelineAction::kObserverError;
+    description::TimelineEvent& event =
+        timelineEventLocked(description::TimelineAction::kObserverError);
     event.device = device;
     event.error = type;
-    mTimeline.push_back(std::move(event));
 }
 
 void Recorder::deviceLost(int32_t device) {
     std::lock_guard<std::mutex> lock(mMutex);
     deviceLocked(device).lost = true;
-    description::TimelineEvent event;
-    event.at = std::chrono::microseconds(nowUsLocked());
-    event.action = description::TimelineAction::kCloseDevice;
-    event.device = device;
-    mTimeline.push_back(std::move(event));
+    timelineEventLocked(description::TimelineAction::kCloseDevice).device = device;
 }
 
 void Recorder::serviceClosed(uint32_t reason, const std::string& description) {
     std::lock_guard<std::mutex> lock(mMutex);
-    description::TimelineEvent event;
-    event.at = std::chrono::microseconds(nowUsLocked());
-    event.action = description::TimelineAction::kCloseService;
+    description::TimelineEvent& event =
+        timelineEventLocked(description::TimelineAction::kCloseService);
     event.reason = reason;
     event.description = description;
-    mTimeline.push_back(std::move(event));
 }
 
 description::HostConfig Recorder::description() const {

@@ -81,6 +81,8 @@ class Recorder {
 
     int64_t nowUsLocked() const;
     Device& deviceLocked(int32_t id);
+    // Appends a timeline entry of `action` stamped now, for the caller to fill in.
+    description::TimelineEvent& timelineEventLocked(description::TimelineAction action);
 
     mutable std::mutex mMutex;
     const bool mTimestampsOnThisClock;
