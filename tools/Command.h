@@ -27,7 +27,12 @@ class Command {
     // Whether SIGINT, SIGTERM and SIGHUP only ask the run to end (StopSignals.h) rather than
     // end the tool; if so they do from before the session opens.
     virtual bool endsOnStopSignal() const { return false; }
-    // Runs on an open session; returns the exit code. Stdout goes through Stdout.h.
+    // Whether run() needs the library loaded against a host. A command that only reads and
+    // writes files (a report of a recording) answers false: it runs on a session never opened,
+    // and the common options that choose a host or a library are refused.
+    virtual bool opensSession() const { return true; }
+    // Runs on an open session (see opensSession()); returns the exit code. Stdout goes through
+    // Stdout.h.
     virtual int run(Session& session) = 0;
 };
 

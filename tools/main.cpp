@@ -177,6 +177,15 @@ int main(int argc, char** argv) {
                           sub->get_name() + ")");
     }
 
+    if (!command->opensSession()) {
+        for (const char* name : {"--host", "--iio", "--library", "--record", "--speed"}) {
+            if (app.get_option(name)->count() != 0) {
+                return usageError(sub->get_name() + " loads no library and runs no host; drop " +
+                                  name + " (iio-subhal help " + sub->get_name() + ")");
+            }
+        }
+    }
+
     common.speedGiven = speedOption->count() != 0;
     // A reader that went away is a write error (EPIPE) to report, never a silent death, and so
     // is a host connection that went away.
@@ -184,7 +193,7 @@ int main(int argc, char** argv) {
     if (command->endsOnStopSignal()) installStopHandlers();
 
     Session session;
-    int result = session.open(common);
+    int result = command->opensSession() ? session.open(common) : kExitOk;
     if (result == kExitOk) result = command->run(session);
     const int closed = session.close();  // the host goes here, before main returns
     if (result == kExitOk) result = closed;
