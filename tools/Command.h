@@ -27,6 +27,9 @@ class Command {
     // Whether SIGINT, SIGTERM and SIGHUP only ask the run to end (StopSignals.h) rather than
     // end the tool; if so they do from before the session opens.
     virtual bool endsOnStopSignal() const { return false; }
+    // Whether the command records on demand (Session::recorder()) rather than with --record,
+    // which it then refuses.
+    virtual bool recordsOnDemand() const { return false; }
     // Whether run() needs the library loaded against a host. A command that only reads and
     // writes files (a report of a recording) answers false: it runs on a session never opened,
     // and the common options that choose a host or a library are refused.
@@ -47,5 +50,6 @@ std::unique_ptr<Command> makeStreamCommand();
 std::unique_ptr<Command> makeFlushCommand();
 std::unique_ptr<Command> makeDumpCommand();
 std::unique_ptr<Command> makeCheckCommand();
+std::unique_ptr<Command> makeServeCommand();
 
 }  // namespace kelvane::tools

@@ -123,6 +123,10 @@ int Session::open(const CommonOptions& options) {
         }
     }
     host::description::HostConfig config;
+    mHostName = !options.iioUri.empty() ? "the IIO devices of " + options.iioUri
+                : options.hostFile.empty()
+                    ? "the built-in emulated host"
+                    : "the emulated host of " + (options.hostFile == "-" ? "<stdin>" : options.hostFile);
     if (!options.iioUri.empty()) {
         std::string error;
         std::unique_ptr<host::iio::LibiioHost> iioHost =
@@ -165,9 +169,10 @@ int Session::open(const CommonOptions& options) {
         config.speed = options.speed;
         mHost = std::make_unique<host::emulated::EmulatedHost>(std::move(config));
     }
-    if (mRecordFile) {
+    if (mRecordFile || options.recordOnDemand) {
         // A replay's timestamps are the recorded host's, not this machine's.
         mRecorder = std::make_unique<host::common::Recorder>(!mRemoteClock && mRecorded.empty());
+        if (!mRecordFile) mRecorder->pause();
         mHost->setServiceInterposer(mRecorder->interposer());
     }
     mStarted = std::chrono::steady_clock::now();

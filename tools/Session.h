@@ -43,6 +43,7 @@ struct CommonOptions {
     double speed = 1.0;       // host time runs this many times faster; 0: no waiting
     bool speedGiven = false;  // --speed was on the command line
     std::string recordFile;   // non-empty: write what the host served here at the end
+    bool recordOnDemand = false;  // a paused recorder from the start, for recorder()
 };
 
 // What a host description says of a device that replays recorded samples.
@@ -90,12 +91,18 @@ class Session {
     std::vector<std::string> hostProblems() const;
     // The host side as the stream needs it (HostWatch).
     HostWatch& hostWatch() const { return *mWatch; }
+    // What serves the sensors, for a person: "the built-in emulated host", "the emulated host of
+    // lab.json", "the IIO devices of ip:board".
+    const std::string& hostName() const { return mHostName; }
     // Whether the host replays recorded samples (a --host description with timedSamples).
     bool replays() const { return mReplays; }
     // The devices of the host description that replay recorded samples.
     const std::vector<RecordedDevice>& recordedDevices() const { return mRecorded; }
     // Whether sample timestamps come from another machine's clock (a board reached by libiio).
     bool remoteClock() const { return mRemoteClock; }
+    // With --record or CommonOptions::recordOnDemand, what records the host's service; null
+    // otherwise. Any thread.
+    host::common::Recorder* recorder() const { return mRecorder.get(); }
     // A recording's start on the boot-time clock its timestamps were taken on, if it says.
     std::optional<int64_t> recordingStartBootTimeNs() const { return mRecordingStart; }
 
@@ -115,6 +122,7 @@ class Session {
     bool mRemoteClock = false;
     std::optional<int64_t> mRecordingStart;
     bool mReplays = false;
+    std::string mHostName;
     std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
 };
 

@@ -27,6 +27,8 @@ const CommandEntry kCommands[] = {
     {"dump", "print the sub-HAL's debug report", makeDumpCommand},
     {"check", "run the Android conformance rules against the sub-HAL and its host",
      makeCheckCommand},
+    {"serve", "a local web page: live charts, controls, dump, check and recording",
+     makeServeCommand},
 };
 
 struct Subcommand {
@@ -153,7 +155,7 @@ int main(int argc, char** argv) {
     if (!leftover.empty()) return usageError(unexpectedArguments(leftover, app, sub));
     if (sub == nullptr) {
         return usageError(
-            "no subcommand given: list, stream, flush, dump, check or help (iio-subhal --help)");
+            "no subcommand given: list, stream, flush, dump, check, serve or help (iio-subhal --help)");
     }
     // An empty value would mean the default (`--iio ""` the built-in emulated host), which is
     // never what an unset variable in a script meant.
@@ -185,6 +187,12 @@ int main(int argc, char** argv) {
             }
         }
     }
+
+    if (command->recordsOnDemand() && !common.recordFile.empty()) {
+        return usageError(sub->get_name() + " records from its page; drop --record (iio-subhal help " +
+                          sub->get_name() + ")");
+    }
+    common.recordOnDemand = command->recordsOnDemand();
 
     common.speedGiven = speedOption->count() != 0;
     // A reader that went away is a write error (EPIPE) to report, never a silent death, and so

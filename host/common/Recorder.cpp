@@ -79,6 +79,28 @@ std::unique_ptr<RecordingTap> Recorder::interpose(
     return tap;
 }
 
+void Recorder::startOver() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    for (auto& [id, device] : mDevices) {
+        device.samples = description::TimedSamples();
+        device.lastObserver = 0;
+    }
+    mTimeline.clear();
+    mStart = base::TimeTicks::Now();
+    mStartBootTimeNs = android::elapsedRealtimeNano();
+    mPaused = false;
+}
+
+void Recorder::pause() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mPaused = true;
+}
+
+bool Recorder::paused() const {
+    std::lock_guard<std::mutex> lock(mMutex);
+    return mPaused;
+}
+
 Recorder::Device& Recorder::deviceLocked(int32_t id) {
     Device& device = mDevices[id];
     device.served.id = id;
@@ -162,6 +184,7 @@ uint64_t Recorder::observerStarted(int32_t) {
 void Recorder::sample(int32_t device, uint64_t observer,
                       const base::flat_map<int32_t, int64_t>& sample) {
     std::lock_guard<std::mutex> lock(mMutex);
+    if (mPaused) return;
     Device& d = deviceLocked(device);
     if (d.samples.size() != 0 && observer != d.lastObserver) {
         d.samples.restarts.push_back(d.samples.size());
@@ -179,6 +202,7 @@ description::TimelineEvent& Recorder::timelineEventLocked(description::TimelineA
 
 void Recorder::observerError(int32_t device, int32_t type) {
     std::lock_guard<std::mutex> lock(mMutex);
+    if (mPaused) return;
     description::TimelineEvent& event =
         timelineEventLocked(description::TimelineAction::kObserverError);
     event.device = device;
@@ -188,11 +212,13 @@ void Recorder::observerError(int32_t device, int32_t type) {
 void Recorder::deviceLost(int32_t device) {
     std::lock_guard<std::mutex> lock(mMutex);
     deviceLocked(device).lost = true;
+    if (mPaused) return;
     timelineEventLocked(description::TimelineAction::kCloseDevice).device = device;
 }
 
 void Recorder::serviceClosed(uint32_t reason, const std::string& description) {
     std::lock_guard<std::mutex> lock(mMutex);
+    if (mPaused) return;
     description::TimelineEvent& event =
         timelineEventLocked(description::TimelineAction::kCloseService);
     event.reason = reason;

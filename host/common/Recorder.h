@@ -43,6 +43,15 @@ class Recorder {
     // For Host::setServiceInterposer: a tap of this recorder on every service the host hands out.
     HostConnection::ServiceInterposer interposer();
 
+    // Forgets the samples and timeline entries kept so far and counts times from now on, keeping
+    // what the devices are (types, channels, attributes, frequency answers). Records again if
+    // paused. For a recording started on demand, while the host runs.
+    void startOver();
+    // Keeps no more samples or timeline entries until startOver(); what the devices are is still
+    // followed, and description() still holds what was kept before.
+    void pause();
+    bool paused() const;
+
     // The recording so far, as a host description: devices in id order, a copy of every sample.
     description::HostConfig description() const;
     // Writes description() to `path` through the description writer. On failure returns false
@@ -91,6 +100,7 @@ class Recorder {
     std::map<int32_t, Device> mDevices;     // guarded by mMutex
     std::vector<description::TimelineEvent> mTimeline;  // guarded by mMutex
     uint64_t mObservers = 0;                            // guarded by mMutex: serials handed out
+    bool mPaused = false;                               // guarded by mMutex
 };
 
 }  // namespace kelvane::host::common

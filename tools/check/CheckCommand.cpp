@@ -92,7 +92,7 @@ class CheckCommand : public Command {
 
 }  // namespace
 
-int runCheck(Session& session, const CheckOptions& options, bool json) {
+std::vector<CheckResult> runRules(Session& session, const CheckOptions& options) {
     const auto start = std::chrono::steady_clock::now();
     CheckRun run(session, options);
     runListRules(run);
@@ -105,8 +105,14 @@ int runCheck(Session& session, const CheckOptions& options, bool json) {
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     run.progress("done in " + std::to_string(static_cast<int>(seconds + 0.5)) + " s");
+    return run.results();
+}
 
-    const std::vector<CheckResult>& results = run.results();
+int runCheck(Session& session, const CheckOptions& options, bool json) {
+    const auto start = std::chrono::steady_clock::now();
+    const std::vector<CheckResult> results = runRules(session, options);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (json) {
         writeStdout(resultJsonLines(results));
         std::vector<std::string> groups;

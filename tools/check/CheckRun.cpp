@@ -19,6 +19,9 @@ using android::hardware::sensors::V1_0::SensorFlagBits;
 using android::hardware::sensors::V2_1::SensorType;
 using Clock = std::chrono::steady_clock;
 
+// How soon a cancelled run notices, while it waits for events.
+constexpr milliseconds kCancelPoll{100};
+
 // The host device-type code the library publishes as `type`; 0 if none.
 int32_t hostTypeOf(SensorType type) {
     switch (type) {
@@ -99,6 +102,7 @@ bool CheckRun::wantsAny(const std::vector<std::string>& rules) const {
 }
 
 void CheckRun::progress(const std::string& what) const {
+    if (mOptions.onProgress) return mOptions.onProgress(what);
     std::fprintf(stderr, "check: %s\n", what.c_str());
 }
 
@@ -142,8 +146,11 @@ std::vector<Event> CheckRun::collectUntil(
     std::vector<int64_t>* receivedNs) {
     const auto deadline = Clock::now() + limit;
     std::vector<Event> all;
-    while (!done(all) && Clock::now() < deadline) {
-        std::vector<Event> taken = mCurrent->queue().takeUntil(deadline, receivedNs);
+    while (!done(all) && Clock::now() < deadline && !cancelled()) {
+        // A cancelled run is looked for between short waits.
+        const auto wake = mOptions.cancelled ? std::min(deadline, Clock::now() + kCancelPoll)
+                                             : deadline;
+        std::vector<Event> taken = mCurrent->queue().takeUntil(wake, receivedNs);
         note(taken);
         all.insert(all.end(), taken.begin(), taken.end());
     }
@@ -153,7 +160,7 @@ std::vector<Event> CheckRun::collectUntil(
 std::vector<Event> CheckRun::settle(milliseconds quiet, milliseconds limit) {
     const auto deadline = Clock::now() + limit;
     std::vector<Event> all;
-    while (Clock::now() < deadline) {
+    while (Clock::now() < deadline && !cancelled()) {
         const auto wake = std::min(deadline, Clock::now() + quiet);
         std::vector<Event> taken = mCurrent->queue().takeUntil(wake);
         if (taken.empty()) break;

@@ -26,6 +26,11 @@ struct CheckOptions {
     bool hifi = false;               // enforce the high-fidelity bounds (jitter, tighter sigma)
     std::string junitFile;           // empty: no JUnit report
     std::vector<std::string> rules;  // glob patterns on rule ids; empty: every rule
+    // Where progress lines go, on the thread that runs the check; null: "check: ..." on stderr.
+    std::function<void(const std::string&)> onProgress;
+    // Polled while the run waits for events; once true every wait ends at once, so the run
+    // finishes quickly with results that mean nothing. Null: never.
+    std::function<bool()> cancelled;
 };
 
 // A subject that is the sub-HAL as a whole rather than one sensor.
@@ -96,6 +101,7 @@ class CheckRun {
 
   private:
     void note(const std::vector<Event>& events);
+    bool cancelled() const { return mOptions.cancelled && mOptions.cancelled(); }
 
     Session& mSession;
     const CheckOptions mOptions;

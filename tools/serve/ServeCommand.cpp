@@ -1,0 +1,137 @@
+// serve: a local web server and its page, to look at the sensors rather than read them: the
+// published list, live charts per axis with the observed rate, jitter and latency, on/off, rate
+// and flush per sensor, the debug dump, a check run and a recording to download.
+#include <arpa/inet.h>
+#include <utils/SystemClock.h>
+
+#include <chrono>
+#include <cstdio>
+#include <thread>
+
+#include "Command.h"
+#include "Diagnostics.h"
+#include "Output.h"
+#include "Stdout.h"
+#include "StopSignals.h"
+#include "serve/CheckJob.h"
+#include "serve/EventPump.h"
+#include "serve/EventStream.h"
+#include "serve/RecordingControl.h"
+#include "serve/RequestGuard.h"
+#include "serve/SensorControls.h"
+#include "serve/WebServer.h"
+
+namespace kelvane::tools {
+
+namespace {
+
+// Pages that may follow the live stream at once, and how far each may fall behind.
+constexpr size_t kMaxPages = 4;
+constexpr size_t kPageBacklogBytes = 32 << 20;
+constexpr int kDefaultPort = 8642;
+
+bool isLoopback(const std::string& address) {
+    unsigned char bytes[16];
+    if (inet_pton(AF_INET, address.c_str(), bytes) == 1) return bytes[0] == 127;
+    return address == "::1";
+}
+
+class ServeCommand : public Command {
+  public:
+    void addOptions(CLI::App& app) override {
+        app.add_option("--port", mPortText,
+                       "TCP port to listen on (default " + std::to_string(kDefaultPort) +
+                           "; 0: a free one)")
+            ->type_name("PORT");
+        app.add_option("--bind", mBind, "address to listen on (default 127.0.0.1, this machine only)")
+            ->type_name("ADDR");
+    }
+
+    std::string checkOptions() override {
+        if (!mPortText.empty()) {
+            char* end = nullptr;
+            errno = 0;
+            const long port = std::strtol(mPortText.c_str(), &end, 10);
+            if (*end != '\0' || errno != 0 || port < 0 || port > 65535 || mPortText[0] == '-' ||
+                mPortText[0] == '+' || mPortText[0] == ' ') {
+                return "--port: expected a port from 0 to 65535 (0: a free one), got \"" +
+                       printable(mPortText) + "\"";
+            }
+            mPort = static_cast<int>(port);
+        }
+        unsigned char bytes[16];
+        if (inet_pton(AF_INET, mBind.c_str(), bytes) != 1 &&
+            inet_pton(AF_INET6, mBind.c_str(), bytes) != 1) {
+            return "--bind: expected an IP address (127.0.0.1, 0.0.0.0, ::1), got \"" +
+                   printable(mBind) + "\"";
+        }
+        return {};
+    }
+
+    bool hasJson() const override { return false; }
+    bool recordsOnDemand() const override { return true; }
+    bool endsOnStopSignal() const override { return true; }
+    std::string onInterrupt() const override {
+        return "Ctrl-C (or SIGTERM, or SIGHUP) stops the server: open pages lose their stream, a "
+               "running check is abandoned and every sensor is switched off.";
+    }
+
+    int run(Session& session) override;
+
+  private:
+    std::string mPortText;
+    int mPort = kDefaultPort;
+    std::string mBind = "127.0.0.1";
+};
+
+int ServeCommand::run(Session& session) {
+    using namespace serve;
+    if (stopSignal() != 0) return kExitOk;  // stopped while the library enumerated
+    const int64_t originNs = android::elapsedRealtimeNano();
+    EventStream stream(kMaxPages, kPageBacklogBytes);
+    SensorControls controls(session, stream);
+    EventPump pump(session, stream, controls, originNs);
+    CheckJob check(session, stream, controls, pump);
+    RecordingControl recording(session, stream, originNs);
+    WebServer server({session, stream, controls, pump, check, recording, session.hostName()});
+
+    const std::string token = newToken();
+    std::string error;
+    if (!server.bind(mBind, mPort, token, &error)) {
+        printError(error + (mPort != 0 ? " (--port 0 picks a free port)" : ""));
+        return kExitFailure;
+    }
+    if (!isLoopback(mBind)) {
+        printWarning("serving on " + mBind +
+                     ": anyone who can reach this address and has the URL's token can control "
+                     "the sensors");
+    }
+    const std::string shownAddress =
+        mBind == "0.0.0.0" || mBind == "::" ? "127.0.0.1"
+                                            : (mBind.find(':') != std::string::npos ? "[" + mBind + "]"
+                                                                                    : mBind);
+    const std::string url =
+        "http://" + shownAddress + ":" + std::to_string(server.port()) + "/?token=" + token;
+    server.start();
+    writeStdout(url + "\n");
+    flushStdout();
+    std::fprintf(stderr, "iio-subhal: serving %zu sensors at %s (Ctrl-C stops)\n",
+                 session.sensors().size(), url.c_str());
+
+    while (stopSignal() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+
+    // The pages' streams end first, so that the server's threads are free to stop.
+    stream.close();
+    server.stop();
+    check.cancel();
+    pump.stop();
+    controls.switchAllOff();
+    std::fprintf(stderr, "iio-subhal: stopped by %s\n", stopSignalName(stopSignal()));
+    return kExitOk;
+}
+
+}  // namespace
+
+std::unique_ptr<Command> makeServeCommand() { return std::make_unique<ServeCommand>(); }
+
+}  // namespace kelvane::tools
