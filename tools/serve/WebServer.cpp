@@ -100,19 +100,17 @@ WebServer::~WebServer() { stop(); }
 bool WebServer::bind(const std::string& address, int port, const std::string& token,
                      std::string* error) {
     errno = 0;
-    if (port == 0) {
-        port = mServer->bind_to_any_port(address);
-        if (port < 0) port = 0;
-    } else if (!mServer->bind_to_port(address, port)) {
-        port = 0;
-    }
-    if (port == 0) {
-        const std::string where = (address.find(':') != std::string::npos ? "[" + address + "]"
-                                                                           : address) +
-                                  ":" + std::to_string(port);
-        *error = "cannot listen on " + where + (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
+    const int bound = port == 0 ? mServer->bind_to_any_port(address)
+                                : (mServer->bind_to_port(address, port) ? port : -1);
+    if (bound <= 0) {
+        const std::string where =
+            (address.find(':') != std::string::npos ? "[" + address + "]" : address) + ":" +
+            std::to_string(port);
+        *error = "cannot listen on " + where +
+                 (errno != 0 ? std::string(": ") + std::strerror(errno) : "");
         return false;
     }
+    port = bound;
     mPort = port;
     mGuard = std::make_unique<RequestGuard>(address, port, token);
     addRoutes();
