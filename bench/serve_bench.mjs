@@ -40,6 +40,7 @@ async function measureStream() {
 
 async function measureServe() {
   const child = spawn(tool, ['serve', '--port', '0'], { stdio: ['ignore', 'pipe', 'ignore'] });
+  process.on('exit', () => child.kill('SIGKILL'));
   const url = await new Promise((resolve) => {
     let text = '';
     child.stdout.on('data', (d) => { text += d; const m = text.match(/^(http:\S+)\n/); if (m) resolve(m[1]); });

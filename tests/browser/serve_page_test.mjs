@@ -16,6 +16,7 @@ mkdirSync(shots, { recursive: true });
 // Starts serve and resolves with its URL once printed.
 function startServe() {
   const child = spawn(tool, ['serve', '--port', '0'], { stdio: ['ignore', 'pipe', 'pipe'] });
+  process.on('exit', () => child.kill('SIGKILL'));  // never left behind by a failure
   child.stderrText = '';
   child.stderr.on('data', (d) => { child.stderrText += d; });
   child.exited = new Promise((resolve) => child.on('exit', (code, signal) => resolve({ code, signal })));

@@ -28,6 +28,7 @@
 #include "IioSensorSubHal.h"
 #include "host/libiio/IioNumbers.h"
 #include "host/libiio/LibiioHost.h"
+#include "tests/support/serve_client.h"
 #include "tests/libiio/board.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
@@ -315,6 +316,26 @@ TEST_F(IiodTest, ToolListsAndStreamsTheBoardOverTheNetwork) {
             }
         }
     }
+}
+
+// The page's server against the board through iiod: the board's sensors, live.
+TEST_F(IiodTest, ServeShowsTheBoardOverTheNetwork) {
+    ASSERT_TRUE(startIiod()) << "iiod did not start on 127.0.0.1:" << mPort;
+    const std::string uri = "ip:127.0.0.1:" + std::to_string(mPort);
+    const testing::ProcessRun run =
+        testing::runServe(KELVANE_TOOL, {"--iio", uri, "serve", "--port", "0"}, [&](testing::ServeUrl& s) {
+            auto info = s.client()->Get("/api/info", s.headers());
+            ASSERT_TRUE(info);
+            const nlohmann::json body = nlohmann::json::parse(info->body);
+            EXPECT_EQ(body["host"], "the IIO devices of " + uri);
+            ASSERT_EQ(body["sensors"].size(), 5u);
+            EXPECT_EQ(body["sensors"][3]["name"], "Magnetometer (base)");
+            testing::Follower page(s);
+            s.client()->Post("/api/sensors/1/active", s.headers(), R"({"on":true})",
+                             "application/json");
+            EXPECT_TRUE(page.waitFor(R"("handle":1,"total":)" + std::to_string(kScansPerDevice)));
+        });
+    EXPECT_EQ(run.exitCode, 0) << run.err;
 }
 
 // Locally and through iiod, the tool follows every device of the board through its setup and

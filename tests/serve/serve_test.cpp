@@ -1,9 +1,9 @@
 // `iio-subhal serve` through the real tool and real HTTP: what a page on another site could send
 // is refused, bad requests get one line, pages share one state, a recording made from the page
 // replays, and Ctrl-C ends it all cleanly.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -19,94 +19,22 @@
 #include <vector>
 
 #include "host/description/DescriptionReader.h"
-#include "tests/support/subprocess.h"
+#include "tests/support/serve_client.h"
 
 namespace {
 
-using kelvane::testing::ProcessOptions;
+using kelvane::testing::Follower;
 using kelvane::testing::ProcessRun;
+using Server = kelvane::testing::ServeUrl;
 using nlohmann::json;
 using Clock = std::chrono::steady_clock;
 
-struct Server {
-    int port = 0;
-    std::string token;
-
-    httplib::Headers headers(const std::string& host = "") const {
-        httplib::Headers h = {{"X-Token", token}};
-        if (!host.empty()) h.emplace("Host", host);
-        return h;
-    }
-    std::unique_ptr<httplib::Client> client() const {
-        auto c = std::make_unique<httplib::Client>("127.0.0.1", port);
-        c->set_read_timeout(60);
-        return c;
-    }
-};
-
-// Runs `serve` with `args`; once it printed its URL, runs `body`, then sends SIGINT and waits.
-ProcessRun runServe(const std::vector<std::string>& args, const std::function<void(Server&)>& body) {
-    std::vector<std::string> argv = {IIO_SUBHAL_PATH, "serve", "--port", "0"};
-    argv.insert(argv.end(), args.begin(), args.end());
-    ProcessOptions options;
-    bool done = false;
-    options.onOutput = [&](pid_t pid, const ProcessRun& run) {
-        std::smatch match;
-        static const std::regex url(R"(http://127\.0\.0\.1:(\d+)/\?token=([0-9a-f]{32})\n)");
-        if (done || !std::regex_search(run.out, match, url)) return;
-        done = true;
-        Server server{std::stoi(match[1]), match[2]};
-        body(server);
-        kill(pid, SIGINT);
-    };
-    ProcessRun run = kelvane::testing::runProcess(argv, options);
-    EXPECT_TRUE(run.finished) << run.err;
-    EXPECT_TRUE(done) << "no URL printed; stderr:\n" << run.err;
-    return run;
+ProcessRun runServe(const std::vector<std::string>& args,
+                    const std::function<void(Server&)>& body) {
+    std::vector<std::string> all = {"serve", "--port", "0"};
+    all.insert(all.end(), args.begin(), args.end());
+    return kelvane::testing::runServe(IIO_SUBHAL_PATH, all, body);
 }
-
-// Follows the live stream on a thread of its own until told to stop, keeping every frame.
-class Follower {
-  public:
-    explicit Follower(const Server& server) : mClient(server.client()) {
-        mThread = std::thread([this, token = server.token] {
-            mClient->Get("/api/events?token=" + token,
-                         [this](const char* data, size_t size) {
-                             std::lock_guard<std::mutex> lock(mMutex);
-                             mText.append(data, size);
-                             return !mStop;
-                         });
-            mEnded = true;
-        });
-    }
-    ~Follower() { stop(); }
-    void stop() {
-        mStop = true;
-        if (mThread.joinable()) mThread.join();
-    }
-    // Waits (60 s at most) until the text received holds a match of `pattern`.
-    bool waitFor(const std::string& pattern) {
-        const std::regex re(pattern);
-        for (auto limit = Clock::now() + std::chrono::seconds(60); Clock::now() < limit;) {
-            {
-                std::lock_guard<std::mutex> lock(mMutex);
-                if (std::regex_search(mText, re)) return true;
-            }
-            if (mEnded) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));  // polling a condition
-        }
-        return false;
-    }
-    bool ended() const { return mEnded; }
-
-  private:
-    std::unique_ptr<httplib::Client> mClient;
-    std::mutex mMutex;
-    std::string mText;
-    std::atomic<bool> mStop{false};
-    std::atomic<bool> mEnded{false};
-    std::thread mThread;
-};
 
 const char kSensorOneOn[] = R"("handle":1,"lastFlushMs":[^,]*,"on":true)";
 
@@ -126,7 +54,8 @@ TEST(ServeTest, RefusesWhatAPageOnAnotherSiteCouldSend) {
         EXPECT_EQ(r->status, 403);
         EXPECT_EQ(r->body, "the Host header does not name this server\n");
         EXPECT_EQ(c->Get("/", {{"Host", "attacker.example"}})->status, 403);
-        EXPECT_EQ(c->Get("/api/info", s.headers("localhost:" + std::to_string(s.port)))->status, 200);
+        EXPECT_EQ(c->Get("/api/info", s.headers("localhost:" + std::to_string(s.port)))->status,
+                  200);
         EXPECT_EQ(c->Get("/api/info", s.headers("127.0.0.1:1"))->status, 403);
         // A page elsewhere that learned the token still may not post.
         httplib::Headers cross = s.headers();
@@ -135,9 +64,9 @@ TEST(ServeTest, RefusesWhatAPageOnAnotherSiteCouldSend) {
         EXPECT_EQ(r->status, 403);
         cross = s.headers();
         cross.emplace("Origin", "http://127.0.0.1:" + std::to_string(s.port));
-        EXPECT_EQ(c->Post("/api/sensors/1/active", cross, R"({"on":false})", "application/json")
-                      ->status,
-                  200);
+        EXPECT_EQ(
+            c->Post("/api/sensors/1/active", cross, R"({"on":false})", "application/json")->status,
+            200);
         // No cross-origin access is ever granted, preflight included.
         r = c->Options("/api/sensors/1/active", {{"Origin", "http://attacker.example"},
                                                  {"Access-Control-Request-Method", "POST"}});
@@ -191,20 +120,22 @@ TEST(ServeTest, PagesShareOneStateAndNothingStopsWhenOneGoes) {
         ASSERT_EQ(c->Post("/api/sensors/1/rate", s.headers(), R"({"hz":100})", "application/json")
                       ->status,
                   200);
-        ASSERT_EQ(c->Post("/api/sensors/1/active", s.headers(), R"({"on":true})",
-                          "application/json")
-                      ->status,
-                  200);
+        ASSERT_EQ(
+            c->Post("/api/sensors/1/active", s.headers(), R"({"on":true})", "application/json")
+                ->status,
+            200);
         EXPECT_TRUE(first.waitFor(kSensorOneOn));
         EXPECT_TRUE(second.waitFor(kSensorOneOn));
         EXPECT_TRUE(second.waitFor(R"("rateHz":100)"));
         first.stop();  // a page closes
-        EXPECT_TRUE(second.waitFor(R"(event: samples\ndata: \{"sensors":\[\{"handle":1,"total":[0-9]{3})"));
+        EXPECT_TRUE(
+            second.waitFor(R"(event: samples\ndata: \{"sensors":\[\{"handle":1,"total":[0-9]{3})"));
         // A third page starts from the same state.
         Follower third(s);
         EXPECT_TRUE(third.waitFor(kSensorOneOn));
         // A flush is answered and shown to every page.
-        ASSERT_EQ(c->Post("/api/sensors/1/flush", s.headers(), "{}", "application/json")->status, 200);
+        ASSERT_EQ(c->Post("/api/sensors/1/flush", s.headers(), "{}", "application/json")->status,
+                  200);
         EXPECT_TRUE(third.waitFor(R"("flushes":1,"handle":1)"));
     });
     EXPECT_EQ(run.exitCode, 0) << run.err;
@@ -214,14 +145,17 @@ TEST(ServeTest, RecordsFromThePageADescriptionThatReplays) {
     runServe({}, [](Server& s) {
         Follower page(s);
         auto c = s.client();
-        ASSERT_EQ(c->Post("/api/recording/start", s.headers(), "{}", "application/json")->status, 200);
-        EXPECT_EQ(c->Post("/api/recording/start", s.headers(), "{}", "application/json")->status, 409);
-        ASSERT_EQ(c->Post("/api/sensors/4/active", s.headers(), R"({"on":true})",
-                          "application/json")
-                      ->status,
+        ASSERT_EQ(c->Post("/api/recording/start", s.headers(), "{}", "application/json")->status,
                   200);
+        EXPECT_EQ(c->Post("/api/recording/start", s.headers(), "{}", "application/json")->status,
+                  409);
+        ASSERT_EQ(
+            c->Post("/api/sensors/4/active", s.headers(), R"({"on":true})", "application/json")
+                ->status,
+            200);
         ASSERT_TRUE(page.waitFor(R"("handle":4,"total":[0-9]{2})"));
-        ASSERT_EQ(c->Post("/api/recording/stop", s.headers(), "{}", "application/json")->status, 200);
+        ASSERT_EQ(c->Post("/api/recording/stop", s.headers(), "{}", "application/json")->status,
+                  200);
         EXPECT_TRUE(page.waitFor(R"("recording":false,"samples":[1-9])"));
         auto r = c->Get("/api/recording?token=" + s.token);
         ASSERT_TRUE(r);
@@ -236,15 +170,40 @@ TEST(ServeTest, RecordsFromThePageADescriptionThatReplays) {
         for (const auto& device : config.devices) {
             if (device.timedSamples) samples += device.timedSamples->size();
         }
-        EXPECT_GT(samples, 10u);
+        EXPECT_GE(samples, 10u);  // the page saw ten events of them
         EXPECT_EQ(config.devices.size(), 5u);
     });
+}
+
+// A recording served again: the page gets the recorded samples and is told when the replay is
+// over.
+TEST(ServeTest, ServesARecording) {
+    char dir[] = "/tmp/serve-replay-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string recording = std::string(dir) + "/rec.json";
+    const ProcessRun recorded = kelvane::testing::runProcess(
+        {IIO_SUBHAL_PATH, "stream", "--sensor", "1", "--count", "50", "--record", recording});
+    ASSERT_EQ(recorded.exitCode, 0) << recorded.err;
+    const ProcessRun run = runServe({"--host", recording, "--speed", "0"}, [&](Server& s) {
+        auto info = s.client()->Get("/api/info", s.headers());
+        ASSERT_TRUE(info);
+        EXPECT_EQ(json::parse(info->body)["host"], "the emulated host of " + recording);
+        Follower page(s);
+        s.client()->Post("/api/sensors/1/active", s.headers(), R"({"on":true})",
+                         "application/json");
+        EXPECT_TRUE(page.waitFor(R"("handle":1,"total":[1-9])"));
+        EXPECT_TRUE(page.waitFor(R"("replayOver":true)"));
+    });
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    std::remove(recording.c_str());
+    rmdir(dir);
 }
 
 TEST(ServeTest, CtrlCEndsEveryStreamAndTheTool) {
     std::unique_ptr<Follower> page;
     const ProcessRun run = runServe({}, [&](Server& s) {
-        s.client()->Post("/api/sensors/1/active", s.headers(), R"({"on":true})", "application/json");
+        s.client()->Post("/api/sensors/1/active", s.headers(), R"({"on":true})",
+                         "application/json");
         page = std::make_unique<Follower>(s);
         ASSERT_TRUE(page->waitFor("event: samples"));
     });
@@ -294,7 +253,8 @@ TEST(ServeTest, OptionsAreCheckedAndAWideBindIsSaid) {
     run = runServe({"--bind", "0.0.0.0"}, [](Server& s) {
         // Bound to every address: an IP address in Host is fine, a name other than localhost not.
         auto c = s.client();
-        EXPECT_EQ(c->Get("/api/info", s.headers("10.1.2.3:" + std::to_string(s.port)))->status, 200);
+        EXPECT_EQ(c->Get("/api/info", s.headers("10.1.2.3:" + std::to_string(s.port)))->status,
+                  200);
         EXPECT_EQ(c->Get("/api/info", s.headers("board.example:" + std::to_string(s.port)))->status,
                   403);
     });

@@ -24,8 +24,7 @@ std::vector<check::CheckResult> failuresFirst(const std::vector<check::CheckResu
 
 }  // namespace
 
-CheckJob::CheckJob(Session& session, EventStream& stream, SensorControls& controls,
-                   EventPump& pump)
+CheckJob::CheckJob(Session& session, EventStream& stream, SensorControls& controls, EventPump& pump)
     : mSession(session), mStream(stream), mControls(controls), mPump(pump) {}
 
 CheckJob::~CheckJob() { cancel(); }
@@ -57,11 +56,10 @@ void CheckJob::cancel() {
 // What the sensors posted before they went off would look like stale events to the rules.
 void CheckJob::discardQueuedEvents() {
     const auto limit = Clock::now() + std::chrono::seconds(2);
-    while (Clock::now() < limit &&
-           !mSession.callback()
-                .queue()
-                .takeUntil(Clock::now() + std::chrono::milliseconds(150))
-                .empty()) {
+    while (Clock::now() < limit && !mSession.callback()
+                                        .queue()
+                                        .takeUntil(Clock::now() + std::chrono::milliseconds(150))
+                                        .empty()) {
     }
 }
 

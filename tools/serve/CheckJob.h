@@ -49,12 +49,12 @@ class CheckJob {
     std::atomic<bool> mCancelled{false};
 
     mutable std::mutex mMutex;
-    bool mRunning = false;                    // guarded by mMutex
-    bool mQuick = false;                      // guarded by mMutex
-    std::vector<std::string> mProgress;       // guarded by mMutex
+    bool mRunning = false;                     // guarded by mMutex
+    bool mQuick = false;                       // guarded by mMutex
+    std::vector<std::string> mProgress;        // guarded by mMutex
     std::vector<check::CheckResult> mResults;  // guarded by mMutex: the last run's
-    double mSeconds = 0;                      // guarded by mMutex
-    std::thread mThread;                      // guarded by mMutex
+    double mSeconds = 0;                       // guarded by mMutex
+    std::thread mThread;                       // guarded by mMutex
 };
 
 }  // namespace kelvane::tools::serve

@@ -34,11 +34,9 @@ nlohmann::json optionalNumber(const std::optional<double>& value) {
 
 EventPump::EventPump(Session& session, EventStream& stream, SensorControls& controls,
                      int64_t originNs)
-    : mSession(session),
-      mStream(stream),
-      mControls(controls),
-      mOriginNs(originNs),
-      mThread([this] { run(); }) {}
+    : mSession(session), mStream(stream), mControls(controls), mOriginNs(originNs), mThread([this] {
+          run();
+      }) {}
 
 EventPump::~EventPump() { stop(); }
 
@@ -156,9 +154,8 @@ void EventPump::publishStats() {
 
 void EventPump::publishHostIfChanged() {
     HostWatch& watch = mSession.hostWatch();
-    nlohmann::json host = {{"problems", watch.problems()},
-                           {"lost", nullptr},
-                           {"replayOver", watch.replayOver()}};
+    nlohmann::json host = {
+        {"problems", watch.problems()}, {"lost", nullptr}, {"replayOver", watch.replayOver()}};
     if (auto lost = watch.hostLost()) host["lost"] = *lost;
     const std::string json = host.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     std::lock_guard<std::mutex> lock(mMutex);

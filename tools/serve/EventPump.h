@@ -45,7 +45,7 @@ class EventPump {
         uint64_t total = 0;  // events taken so far
         int64_t lastReceivedNs = 0;
         LiveStats stats;
-        std::string times;   // this batch, as JSON numbers joined by commas
+        std::string times;  // this batch, as JSON numbers joined by commas
         std::string values[3];
     };
 
@@ -65,10 +65,10 @@ class EventPump {
 
     mutable std::mutex mMutex;
     std::condition_variable mWake;
-    bool mStopping = false;   // guarded by mMutex
-    std::string mStatsJson;   // guarded by mMutex: the last "stats" message
-    std::string mHostJson;    // guarded by mMutex: the last "host" message
-    std::thread mThread;      // last: starts once everything above exists
+    bool mStopping = false;  // guarded by mMutex
+    std::string mStatsJson;  // guarded by mMutex: the last "stats" message
+    std::string mHostJson;   // guarded by mMutex: the last "host" message
+    std::thread mThread;     // last: starts once everything above exists
 };
 
 }  // namespace kelvane::tools::serve

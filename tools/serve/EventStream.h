@@ -42,10 +42,10 @@ class EventStream {
         const size_t mCapBytes;
         mutable std::mutex mMutex;
         std::condition_variable mWake;
-        std::string mQueued;           // guarded by mMutex
-        uint64_t mDropped = 0;         // guarded by mMutex
-        uint64_t mDroppedToldAt = 0;   // guarded by mMutex: mDropped when last told
-        bool mClosed = false;          // guarded by mMutex
+        std::string mQueued;          // guarded by mMutex
+        uint64_t mDropped = 0;        // guarded by mMutex
+        uint64_t mDroppedToldAt = 0;  // guarded by mMutex: mDropped when last told
+        bool mClosed = false;         // guarded by mMutex
     };
 
     // At most `maxSubscribers` pages at once, each queue at most `capBytes`.

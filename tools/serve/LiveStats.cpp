@@ -38,7 +38,8 @@ LiveFigures LiveStats::figures() const {
     figures.latencyP99Ms = percentile(latencies, 99);
 
     if (mEvents.size() < 2) return figures;
-    const double spanNs = static_cast<double>(mEvents.back().timestampNs - mEvents.front().timestampNs);
+    const double spanNs =
+        static_cast<double>(mEvents.back().timestampNs - mEvents.front().timestampNs);
     if (spanNs <= 0) return figures;
     figures.rateHz = (mEvents.size() - 1) * 1e9 / spanNs;
     figures.intervalMs = spanNs / 1e6 / (mEvents.size() - 1);

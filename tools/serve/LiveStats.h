@@ -11,11 +11,11 @@
 namespace kelvane::tools::serve {
 
 struct LiveFigures {
-    uint64_t events = 0;                   // in the window
-    std::optional<double> rateHz;          // needs two events
-    std::optional<double> intervalMs;      // mean interval
-    std::optional<double> jitterMs;        // 97.5th - 2.5th percentile of the intervals
-    std::optional<double> latencyP50Ms;    // receive time - timestamp
+    uint64_t events = 0;                 // in the window
+    std::optional<double> rateHz;        // needs two events
+    std::optional<double> intervalMs;    // mean interval
+    std::optional<double> jitterMs;      // 97.5th - 2.5th percentile of the intervals
+    std::optional<double> latencyP50Ms;  // receive time - timestamp
     std::optional<double> latencyP99Ms;
 };
 

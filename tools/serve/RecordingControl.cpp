@@ -47,9 +47,7 @@ Reply RecordingControl::download() const {
 }
 
 std::string RecordingControl::stateJsonLocked() const {
-    nlohmann::json state = {{"recording", mRecording},
-                            {"startedS", nullptr},
-                            {"samples", nullptr}};
+    nlohmann::json state = {{"recording", mRecording}, {"startedS", nullptr}, {"samples", nullptr}};
     if (mStartedS) state["startedS"] = *mStartedS;
     if (mSamples) state["samples"] = *mSamples;
     return state.dump();

@@ -35,9 +35,9 @@ class RecordingControl {
     EventStream& mStream;
     const int64_t mOriginNs;
     mutable std::mutex mMutex;
-    bool mRecording = false;                 // guarded by mMutex
-    std::optional<double> mStartedS;         // guarded by mMutex: since the origin
-    std::optional<size_t> mSamples;          // guarded by mMutex: of the last stopped recording
+    bool mRecording = false;          // guarded by mMutex
+    std::optional<double> mStartedS;  // guarded by mMutex: since the origin
+    std::optional<size_t> mSamples;   // guarded by mMutex: of the last stopped recording
 };
 
 }  // namespace kelvane::tools::serve

@@ -69,8 +69,8 @@ Reply SensorControls::flush(int32_t handle) {
     const Result result = mSession.subHal()->flush(handle);
     if (result != Result::OK) {
         sensor->flushAskedNs.reset();
-        return refusal(502,
-                       "flush(" + std::to_string(handle) + ") answered " + check::resultName(result));
+        return refusal(
+            502, "flush(" + std::to_string(handle) + ") answered " + check::resultName(result));
     }
     publishLocked();
     return reply;
@@ -124,12 +124,10 @@ void SensorControls::switchAllOff() {
 std::string SensorControls::stateJsonLocked() const {
     nlohmann::json sensors = nlohmann::json::array();
     for (const auto& [handle, sensor] : mSensors) {
-        nlohmann::json entry = {{"handle", handle},
-                                {"on", sensor.on},
-                                {"rateHz", nullptr},
-                                {"flushPending", sensor.flushAskedNs.has_value()},
-                                {"lastFlushMs", nullptr},
-                                {"flushes", sensor.flushes}};
+        nlohmann::json entry = {
+            {"handle", handle},       {"on", sensor.on},
+            {"rateHz", nullptr},      {"flushPending", sensor.flushAskedNs.has_value()},
+            {"lastFlushMs", nullptr}, {"flushes", sensor.flushes}};
         if (sensor.rateHz) entry["rateHz"] = *sensor.rateHz;
         if (sensor.lastFlushMs) entry["lastFlushMs"] = *sensor.lastFlushMs;
         sensors.push_back(std::move(entry));

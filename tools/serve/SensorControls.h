@@ -42,10 +42,10 @@ class SensorControls {
   private:
     struct SensorState {
         bool on = false;
-        std::optional<double> rateHz;        // none: the library's default
+        std::optional<double> rateHz;         // none: the library's default
         std::optional<int64_t> flushAskedNs;  // a flush not completed yet, boot-time clock
-        std::optional<double> lastFlushMs;   // how long the last completed flush took
-        uint64_t flushes = 0;                // completions seen
+        std::optional<double> lastFlushMs;    // how long the last completed flush took
+        uint64_t flushes = 0;                 // completions seen
     };
 
     // The sensor, or null with *reply set to a 404 or, while suspended, a 409.
@@ -56,8 +56,8 @@ class SensorControls {
     Session& mSession;
     EventStream& mStream;
     mutable std::mutex mMutex;
-    std::map<int32_t, SensorState> mSensors;  // guarded by mMutex: every published sensor
-    std::string mSuspended;                   // guarded by mMutex: why changes are refused
+    std::map<int32_t, SensorState> mSensors;   // guarded by mMutex: every published sensor
+    std::string mSuspended;                    // guarded by mMutex: why changes are refused
     std::map<int32_t, bool> mOnBeforeSuspend;  // guarded by mMutex
 };
 

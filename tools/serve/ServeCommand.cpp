@@ -43,7 +43,8 @@ class ServeCommand : public Command {
                        "TCP port to listen on (default " + std::to_string(kDefaultPort) +
                            "; 0: a free one)")
             ->type_name("PORT");
-        app.add_option("--bind", mBind, "address to listen on (default 127.0.0.1, this machine only)")
+        app.add_option("--bind", mBind,
+                       "address to listen on (default 127.0.0.1, this machine only)")
             ->type_name("ADDR");
     }
 
@@ -107,9 +108,9 @@ int ServeCommand::run(Session& session) {
                      "the sensors");
     }
     const std::string shownAddress =
-        mBind == "0.0.0.0" || mBind == "::" ? "127.0.0.1"
-                                            : (mBind.find(':') != std::string::npos ? "[" + mBind + "]"
-                                                                                    : mBind);
+        mBind == "0.0.0.0" || mBind == "::"
+            ? "127.0.0.1"
+            : (mBind.find(':') != std::string::npos ? "[" + mBind + "]" : mBind);
     const std::string url =
         "http://" + shownAddress + ":" + std::to_string(server.port()) + "/?token=" + token;
     server.start();

@@ -139,8 +139,7 @@ void WebServer::addRoutes() {
                                 {"Referrer-Policy", "no-referrer"},
                                 {"Cache-Control", "no-store"}});
 
-    server.set_pre_routing_handler([&guard](const httplib::Request& req,
-                                            httplib::Response& res) {
+    server.set_pre_routing_handler([&guard](const httplib::Request& req, httplib::Response& res) {
         std::string why = guard.checkHost(req.get_header_value("Host"));
         const bool api = req.path.rfind("/api/", 0) == 0;
         if (why.empty() && api) why = guard.checkOrigin(req.get_header_value("Origin"));
@@ -158,9 +157,11 @@ void WebServer::addRoutes() {
     });
     server.set_error_handler([](const httplib::Request& req, httplib::Response& res) {
         if (!res.body.empty()) return;  // a handler's own answer
-        if (res.status == 404) answer(res, refusal(404, "nothing at " + req.path));
-        else answer(res, refusal(res.status, "the request cannot be served (" +
-                                                 std::to_string(res.status) + ")"));
+        if (res.status == 404)
+            answer(res, refusal(404, "nothing at " + req.path));
+        else
+            answer(res, refusal(res.status, "the request cannot be served (" +
+                                                std::to_string(res.status) + ")"));
     });
 
     auto page = [](const std::string& name) {
@@ -172,14 +173,14 @@ void WebServer::addRoutes() {
     };
     server.Get("/", page("index.html"));
     server.Get("/index.html", page("index.html"));
-    server.Get("/assets/([A-Za-z0-9._-]+)", [](const httplib::Request& req,
-                                                httplib::Response& res) {
-        const std::string name = req.matches[1];
-        const web::Asset* asset = web::servePageAsset(name);
-        if (asset == nullptr || name == "index.html") asset = web::chartAsset(name);
-        if (asset == nullptr) return answer(res, refusal(404, "no asset named " + name));
-        res.set_content(std::string(asset->body), std::string(asset->contentType).c_str());
-    });
+    server.Get(
+        "/assets/([A-Za-z0-9._-]+)", [](const httplib::Request& req, httplib::Response& res) {
+            const std::string name = req.matches[1];
+            const web::Asset* asset = web::servePageAsset(name);
+            if (asset == nullptr || name == "index.html") asset = web::chartAsset(name);
+            if (asset == nullptr) return answer(res, refusal(404, "no asset named " + name));
+            res.set_content(std::string(asset->body), std::string(asset->contentType).c_str());
+        });
 
     server.Get("/api/info", [&parts](const httplib::Request&, httplib::Response& res) {
         json info = {{"host", parts.hostName},
@@ -197,21 +198,20 @@ void WebServer::addRoutes() {
         parts.pump.sendStateTo(*subscriber);
         parts.check.sendStateTo(*subscriber);
         parts.recording.sendStateTo(*subscriber);
-        res.set_chunked_content_provider(
-            "text/event-stream", [subscriber](size_t, httplib::DataSink& sink) {
-                std::optional<std::string> frames =
-                    subscriber->next(std::chrono::milliseconds(1000));
-                if (!frames) {
-                    sink.done();
-                    return true;
-                }
-                // A comment now and then finds out that a page went away.
-                if (frames->empty()) *frames = ":\n\n";
-                return sink.write(frames->data(), frames->size());
-            });
+        res.set_chunked_content_provider("text/event-stream", [subscriber](
+                                                                  size_t, httplib::DataSink& sink) {
+            std::optional<std::string> frames = subscriber->next(std::chrono::milliseconds(1000));
+            if (!frames) {
+                sink.done();
+                return true;
+            }
+            // A comment now and then finds out that a page went away.
+            if (frames->empty()) *frames = ":\n\n";
+            return sink.write(frames->data(), frames->size());
+        });
     });
     server.Post("/api/sensors/([0-9]+)/active", [&parts](const httplib::Request& req,
-                                                        httplib::Response& res) {
+                                                         httplib::Response& res) {
         const auto handle = handleOf(req, res);
         const auto body = handle ? bodyOf(req, res) : std::nullopt;
         if (!body) return;
@@ -221,7 +221,7 @@ void WebServer::addRoutes() {
         answer(res, parts.controls.setActive(*handle, (*body)["on"].get<bool>()));
     });
     server.Post("/api/sensors/([0-9]+)/rate", [&parts](const httplib::Request& req,
-                                                      httplib::Response& res) {
+                                                       httplib::Response& res) {
         const auto handle = handleOf(req, res);
         const auto body = handle ? bodyOf(req, res) : std::nullopt;
         if (!body) return;
@@ -232,10 +232,11 @@ void WebServer::addRoutes() {
         }
         answer(res, parts.controls.setRate(*handle, hz.get<double>()));
     });
-    server.Post("/api/sensors/([0-9]+)/flush", [&parts](const httplib::Request& req,
-                                                       httplib::Response& res) {
-        if (const auto handle = handleOf(req, res)) answer(res, parts.controls.flush(*handle));
-    });
+    server.Post("/api/sensors/([0-9]+)/flush",
+                [&parts](const httplib::Request& req, httplib::Response& res) {
+                    if (const auto handle = handleOf(req, res))
+                        answer(res, parts.controls.flush(*handle));
+                });
     server.Get("/api/dump", [&parts](const httplib::Request&, httplib::Response& res) {
         std::string report;
         std::string error;

@@ -1,0 +1,54 @@
+// `iio-subhal serve` as a test drives it: the tool started with the URL it prints, an HTTP
+// client with its token, and a follower of the live stream that keeps every frame. Blocking;
+// a follower reads on a thread of its own.
+#pragma once
+
+#include <httplib.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/subprocess.h"
+
+namespace kelvane::testing {
+
+struct ServeUrl {
+    int port = 0;
+    std::string token;
+
+    // The token, and a Host header when one is given.
+    httplib::Headers headers(const std::string& host = "") const;
+    std::unique_ptr<httplib::Client> client() const;
+};
+
+// Runs `tool` with `args` (serve and its options, --port 0 among them); once it printed its URL,
+// runs `body`, then sends SIGINT and waits for the tool to end.
+ProcessRun runServe(const std::string& tool, const std::vector<std::string>& args,
+                    const std::function<void(ServeUrl&)>& body);
+
+// Follows the live stream until stopped or the stream ends, keeping the text received.
+class Follower {
+  public:
+    explicit Follower(const ServeUrl& url);
+    ~Follower();  // stop()
+    void stop();
+    // Waits (at most the generous limit of the tests) until the text holds a match of the
+    // regular expression `pattern`; false if it never does or the stream ended without it.
+    bool waitFor(const std::string& pattern);
+    bool ended() const { return mEnded; }
+
+  private:
+    std::unique_ptr<httplib::Client> mClient;
+    std::mutex mMutex;
+    std::string mText;  // guarded by mMutex
+    std::atomic<bool> mStop{false};
+    std::atomic<bool> mEnded{false};
+    std::thread mThread;
+};
+
+}  // namespace kelvane::testing
