@@ -51,5 +51,6 @@ std::unique_ptr<Command> makeFlushCommand();
 std::unique_ptr<Command> makeDumpCommand();
 std::unique_ptr<Command> makeCheckCommand();
 std::unique_ptr<Command> makeServeCommand();
+std::unique_ptr<Command> makeReportCommand();
 
 }  // namespace kelvane::tools

@@ -31,8 +31,8 @@ mode_t newFileMode() {
 
 std::unique_ptr<RecordingFile> RecordingFile::create(const std::string& target,
                                                      const std::string& hostInput,
-                                                     std::string* error) {
-    const std::string prefix = "--record " + target + ": ";
+                                                     std::string* error, Role role) {
+    const std::string prefix = std::string(role.option) + " " + target + ": ";
     if (target.empty() || target.back() == '/') {
         *error = prefix + "not a file name";
         return nullptr;
@@ -50,7 +50,7 @@ std::unique_ptr<RecordingFile> RecordingFile::create(const std::string& target,
                                : !hostInput.empty() ? stat(hostInput.c_str(), &input) == 0
                                                     : false;
         if (haveInput && sameFile(existing, input)) {
-            *error = prefix + "is the --host input; record to another file";
+            *error = prefix + "is " + role.input + "; write the " + role.what + " to another file";
             return nullptr;
         }
         // Through a symbolic link, as writing the file in place would.
@@ -71,16 +71,17 @@ std::unique_ptr<RecordingFile> RecordingFile::create(const std::string& target,
     }
     fchmod(fd, existed ? (existing.st_mode & 07777) : newFileMode());
     return std::unique_ptr<RecordingFile>(
-        new RecordingFile(target, std::move(destination), std::move(temporary), fd, existed));
+        new RecordingFile(target, std::move(destination), std::move(temporary), fd, existed, role));
 }
 
 RecordingFile::RecordingFile(std::string target, std::string destination, std::string temporary,
-                             int fd, bool existed)
+                             int fd, bool existed, Role role)
     : mTarget(std::move(target)),
       mDestination(std::move(destination)),
       mTemporary(std::move(temporary)),
       mFd(fd),
-      mExisted(existed) {}
+      mExisted(existed),
+      mRole(role) {}
 
 RecordingFile::~RecordingFile() {
     if (mFd >= 0) close(mFd);
@@ -88,6 +89,22 @@ RecordingFile::~RecordingFile() {
 }
 
 bool RecordingFile::commit(const host::description::HostConfig& config, std::string* error) {
+    return commitWith(
+        [&config](std::FILE* file) {
+            return host::description::writeHostDescription(config, file);
+        },
+        error);
+}
+
+bool RecordingFile::commit(const std::string& text, std::string* error) {
+    return commitWith(
+        [&text](std::FILE* file) {
+            return std::fwrite(text.data(), 1, text.size(), file) == text.size();
+        },
+        error);
+}
+
+bool RecordingFile::commitWith(const std::function<bool(std::FILE*)>& write, std::string* error) {
     int failure = 0;
     std::FILE* file = fdopen(mFd, "w");
     if (file == nullptr) {
@@ -95,15 +112,14 @@ bool RecordingFile::commit(const host::description::HostConfig& config, std::str
     } else {
         mFd = -1;  // the stream owns it now
         errno = 0;
-        if (!host::description::writeHostDescription(config, file) || std::fflush(file) != 0 ||
-            fsync(fileno(file)) != 0) {
+        if (!write(file) || std::fflush(file) != 0 || fsync(fileno(file)) != 0) {
             failure = errno != 0 ? errno : EIO;
         }
         if (std::fclose(file) != 0 && failure == 0) failure = errno;
     }
     if (failure == 0 && rename(mTemporary.c_str(), mDestination.c_str()) != 0) failure = errno;
     if (failure != 0) {
-        *error = mTarget + ": recording not written: " + std::strerror(failure) +
+        *error = mTarget + ": " + mRole.what + " not written: " + std::strerror(failure) +
                  (mExisted ? " (the file there is unchanged)" : "");
         return false;
     }

@@ -123,10 +123,12 @@ int Session::open(const CommonOptions& options) {
         }
     }
     host::description::HostConfig config;
-    mHostName = !options.iioUri.empty() ? "the IIO devices of " + options.iioUri
-                : options.hostFile.empty()
-                    ? "the built-in emulated host"
-                    : "the emulated host of " + (options.hostFile == "-" ? "<stdin>" : options.hostFile);
+    mHostInput = options.hostFile;
+    mHostName =
+        !options.iioUri.empty() ? "the IIO devices of " + options.iioUri
+        : options.hostFile.empty()
+            ? "the built-in emulated host"
+            : "the emulated host of " + (options.hostFile == "-" ? "<stdin>" : options.hostFile);
     if (!options.iioUri.empty()) {
         std::string error;
         std::unique_ptr<host::iio::LibiioHost> iioHost =

@@ -39,10 +39,10 @@ struct CommonOptions {
     std::string iioUri;    // non-empty: real IIO devices through libiio instead
     std::string library;   // empty: the library built beside the tool; no slash: ./NAME
     bool json = false;
-    bool log = false;         // show the library's log lines
-    double speed = 1.0;       // host time runs this many times faster; 0: no waiting
-    bool speedGiven = false;  // --speed was on the command line
-    std::string recordFile;   // non-empty: write what the host served here at the end
+    bool log = false;             // show the library's log lines
+    double speed = 1.0;           // host time runs this many times faster; 0: no waiting
+    bool speedGiven = false;      // --speed was on the command line
+    std::string recordFile;       // non-empty: write what the host served here at the end
     bool recordOnDemand = false;  // a paused recorder from the start, for recorder()
 };
 
@@ -94,6 +94,8 @@ class Session {
     // What serves the sensors, for a person: "the built-in emulated host", "the emulated host of
     // lab.json", "the IIO devices of ip:board".
     const std::string& hostName() const { return mHostName; }
+    // The --host argument: "" for none, "-" for standard input.
+    const std::string& hostInput() const { return mHostInput; }
     // Whether the host replays recorded samples (a --host description with timedSamples).
     bool replays() const { return mReplays; }
     // The devices of the host description that replay recorded samples.
@@ -123,6 +125,7 @@ class Session {
     std::optional<int64_t> mRecordingStart;
     bool mReplays = false;
     std::string mHostName;
+    std::string mHostInput;
     std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
 };
 

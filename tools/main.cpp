@@ -29,6 +29,7 @@ const CommandEntry kCommands[] = {
      makeCheckCommand},
     {"serve", "a local web page: live charts, controls, dump, check and recording",
      makeServeCommand},
+    {"report", "a recording as one self-contained HTML file", makeReportCommand},
 };
 
 struct Subcommand {
@@ -155,7 +156,8 @@ int main(int argc, char** argv) {
     if (!leftover.empty()) return usageError(unexpectedArguments(leftover, app, sub));
     if (sub == nullptr) {
         return usageError(
-            "no subcommand given: list, stream, flush, dump, check, serve or help (iio-subhal --help)");
+            "no subcommand given: list, stream, flush, dump, check, serve, report or help "
+            "(iio-subhal --help)");
     }
     // An empty value would mean the default (`--iio ""` the built-in emulated host), which is
     // never what an unset variable in a script meant.
@@ -189,7 +191,8 @@ int main(int argc, char** argv) {
     }
 
     if (command->recordsOnDemand() && !common.recordFile.empty()) {
-        return usageError(sub->get_name() + " records from its page; drop --record (iio-subhal help " +
+        return usageError(sub->get_name() +
+                          " records from its page; drop --record (iio-subhal help " +
                           sub->get_name() + ")");
     }
     common.recordOnDemand = command->recordsOnDemand();

@@ -164,7 +164,7 @@ TEST_F(ToolFailureTest, ARecordingPathIsCheckedBeforeAnythingStreams) {
         ProcessRun refused = runTool(args);
         EXPECT_EQ(refused.exitCode, 2);
         EXPECT_EQ(refused.err, "iio-subhal: --record " + args.back() +
-                                   ": is the --host input; record to another file\n");
+                                   ": is the --host input; write the recording to another file\n");
     }
     ProcessOptions fromStdin;
     fromStdin.stdinPath = input;

@@ -8,6 +8,9 @@
 #include <fstream>
 
 #include "Command.h"
+#include "Diagnostics.h"
+#include "Output.h"
+#include "RecordingFile.h"
 #include "Stdout.h"
 #include "check/CheckReport.h"
 #include "check/CommandRules.h"
@@ -15,6 +18,7 @@
 #include "check/ListRules.h"
 #include "check/RuleCatalogue.h"
 #include "check/StreamRules.h"
+#include "report/ReportPages.h"
 
 namespace kelvane::tools::check {
 
@@ -65,6 +69,9 @@ class CheckCommand : public Command {
                      "deviations");
         app.add_option("--junit", mOptions.junitFile, "also write a JUnit XML report to FILE")
             ->type_name("FILE");
+        app.add_option("--html", mOptions.htmlFile,
+                       "also write a self-contained HTML report to FILE, failures first")
+            ->type_name("FILE");
         app.add_option("--rule", mOptions.rules,
                        "run only rules whose id matches PATTERN (glob, e.g. 'list.*'); repeatable")
             ->type_name("PATTERN")
@@ -109,6 +116,17 @@ std::vector<CheckResult> runRules(Session& session, const CheckOptions& options)
 }
 
 int runCheck(Session& session, const CheckOptions& options, bool json) {
+    std::unique_ptr<RecordingFile> html;
+    if (!options.htmlFile.empty()) {
+        // Before the rules run, so that a path that cannot be written costs no run.
+        std::string error;
+        html = RecordingFile::create(options.htmlFile, session.hostInput(), &error,
+                                     RecordingFile::Role{"--html", "report", "the --host input"});
+        if (!html) {
+            printError(printable(error));
+            return kExitUsage;
+        }
+    }
     const auto start = std::chrono::steady_clock::now();
     const std::vector<CheckResult> results = runRules(session, options);
     const double seconds =
@@ -135,6 +153,13 @@ int runCheck(Session& session, const CheckOptions& options, bool json) {
         file.close();
         if (!file) {
             printError("cannot write " + options.junitFile);
+            return kExitUsage;
+        }
+    }
+    if (html) {
+        std::string error;
+        if (!html->commit(report::checkReportPage(results, seconds, session.hostName()), &error)) {
+            printError(printable(error));
             return kExitUsage;
         }
     }

@@ -25,6 +25,7 @@ struct CheckOptions {
     bool quick = false;              // shorter stream rules, for CI
     bool hifi = false;               // enforce the high-fidelity bounds (jitter, tighter sigma)
     std::string junitFile;           // empty: no JUnit report
+    std::string htmlFile;            // empty: no HTML report
     std::vector<std::string> rules;  // glob patterns on rule ids; empty: every rule
     // Where progress lines go, on the thread that runs the check; null: "check: ..." on stderr.
     std::function<void(const std::string&)> onProgress;

@@ -1,0 +1,293 @@
+#include "report/RecordingReport.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+namespace kelvane::tools::report {
+
+namespace {
+
+using host::description::HostConfig;
+using host::description::TimedSamples;
+using host::description::TimelineAction;
+using host::description::VirtualDevice;
+using nlohmann::json;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+// An interval longer than this many medians is a gap (as the compatibility suite counts them).
+constexpr double kGapFactor = 1.8;
+
+struct TypeInfo {
+    const char* name;
+    const char* unit;
+};
+
+// The first type the library publishes, as it picks it.
+std::optional<TypeInfo> publishedType(const std::vector<int32_t>& types) {
+    for (int32_t type : types) {
+        switch (type) {
+            case 1:
+                return TypeInfo{"accelerometer", "m/s²"};
+            case 2:
+                return TypeInfo{"gyroscope", "rad/s"};
+            case 3:
+                return TypeInfo{"light", "lux"};
+            case 5:
+                return TypeInfo{"magnetometer", "µT"};
+            case 11:
+                return TypeInfo{"gravity", "m/s²"};
+            default:
+                break;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<double> parseScale(const std::optional<std::string>& text) {
+    if (!text || text->empty()) return std::nullopt;
+    char* end = nullptr;
+    const double value = std::strtod(text->c_str(), &end);
+    if (*end != '\0' || !std::isfinite(value)) return std::nullopt;
+    return value;
+}
+
+json nullable(const std::optional<double>& value) { return value ? json(*value) : json(nullptr); }
+
+json deviceReport(const VirtualDevice& device, const ReportOptions& options,
+                  const std::vector<host::description::TimelineEvent>& timeline) {
+    const TimedSamples& samples = *device.timedSamples;
+    const std::optional<TypeInfo> type = publishedType(device.types);
+    auto attribute = [&](const char* key) -> std::string {
+        auto found = device.attributes.find(key);
+        return found != device.attributes.end() && found->second ? *found->second : "";
+    };
+    const std::optional<std::string> scaleText =
+        device.attributes.count("scale") ? device.attributes.at("scale") : std::nullopt;
+    const std::optional<double> scale = parseScale(scaleText);
+
+    std::string label = "device " + std::to_string(device.id);
+    if (!attribute("name").empty()) label += ": " + attribute("name");
+    if (!attribute("location").empty()) label += " (" + attribute("location") + ")";
+
+    const size_t n = samples.size();
+    const size_t width = samples.channels.size();
+    std::vector<double> t(n);
+    for (size_t i = 0; i < n; ++i) t[i] = samples.atUs[i] / 1e6;
+
+    // Columns: every channel but the timestamp; the timestamp gives the intervals.
+    std::vector<std::vector<double>> columns;
+    json names = json::array();
+    std::optional<size_t> timestampColumn;
+    for (size_t c = 0; c < width; ++c) {
+        const int32_t channel = samples.channels[c];
+        const std::string id = channel >= 0 && static_cast<size_t>(channel) < device.channels.size()
+                                   ? device.channels[channel]
+                                   : "channel " + std::to_string(channel);
+        if (id == "timestamp") {
+            timestampColumn = c;
+            continue;
+        }
+        std::vector<double> values(n);
+        for (size_t i = 0; i < n; ++i) {
+            values[i] = samples.present[i * width + c]
+                            ? static_cast<double>(samples.values[i * width + c]) * scale.value_or(1)
+                            : kNaN;
+        }
+        columns.push_back(std::move(values));
+        names.push_back(id);
+    }
+
+    std::vector<double> intervalsMs;
+    std::vector<double> intervalAtS;  // the time of the later sample of each interval
+    int64_t previous = 0;
+    bool havePrevious = false;
+    for (size_t i = 0; i < n; ++i) {
+        int64_t at = 0;
+        if (timestampColumn) {
+            if (!samples.present[i * width + *timestampColumn]) continue;
+            at = samples.values[i * width + *timestampColumn];
+        } else {
+            at = samples.atUs[i] * 1000;
+        }
+        if (havePrevious) {
+            intervalsMs.push_back((at - previous) / 1e6);
+            intervalAtS.push_back(t[i]);
+        }
+        previous = at;
+        havePrevious = true;
+    }
+    const double medianMs = median(intervalsMs);
+    json gaps = json::array();
+    size_t gapCount = 0;
+    for (size_t i = 0; i < intervalsMs.size(); ++i) {
+        if (medianMs <= 0 || intervalsMs[i] <= kGapFactor * medianMs) continue;
+        if (++gapCount <= options.maxGapsListed) {
+            gaps.push_back({{"atS", intervalAtS[i]}, {"ms", intervalsMs[i]}});
+        }
+    }
+    // A break in the line where the send times leave a gap.
+    std::vector<double> sendIntervals;
+    for (size_t i = 1; i < n; ++i) sendIntervals.push_back(t[i] - t[i - 1]);
+    const double sendMedian = median(sendIntervals);
+    const Decimated drawn =
+        decimate(t, columns, options.buckets, sendMedian > 0 ? kGapFactor * sendMedian : 1e300);
+    json series = json::array();
+    for (size_t c = 0; c < drawn.columns.size(); ++c) {
+        json values = json::array();
+        for (const auto& v : drawn.columns[c]) values.push_back(nullable(v));
+        series.push_back({{"name", names[c]}, {"v", std::move(values)}});
+    }
+    const Histogram histogram = intervalHistogram(intervalsMs, medianMs, 60);
+
+    json marks = json::array();
+    for (size_t index : samples.restarts) {
+        if (index < n) marks.push_back({{"atS", t[index]}, {"what", "restart: a new reader"}});
+    }
+    for (const auto& event : timeline) {
+        if (event.device != device.id) continue;
+        const double at = event.at.count() / 1e6;
+        if (event.action == TimelineAction::kObserverError) {
+            marks.push_back(
+                {{"atS", at}, {"what", "observer error " + std::to_string(event.error)}});
+        } else if (event.action == TimelineAction::kCloseDevice) {
+            marks.push_back({{"atS", at}, {"what", "device closed"}});
+        }
+    }
+
+    const double span = n > 1 ? t.back() - t.front() : 0;
+    json report = {
+        {"id", device.id},
+        {"label", label},
+        {"type", type
+                     ? type->name
+                     : "device type " + std::to_string(device.types.empty() ? 0 : device.types[0])},
+        {"unit", scale && type ? type->unit : "raw"},
+        {"scale", scaleText ? json(*scaleText) : json(nullptr)},
+        {"scaleUnreadable", scaleText.has_value() && !scale},
+        {"samples", n},
+        {"durationS", span},
+        {"medianIntervalMs", medianMs},
+        {"rateHz", medianMs > 0 ? json(1000.0 / medianMs) : json(nullptr)},
+        {"intervalsFrom", timestampColumn ? "the timestamp channel" : "the send times"},
+        {"decimated", drawn.t.size() < n},
+        {"buckets", options.buckets},
+        {"t", drawn.t},
+        {"series", std::move(series)},
+        {"histogram",
+         {{"binMs", histogram.binMs}, {"counts", histogram.counts}, {"over", histogram.over}}},
+        {"gaps", std::move(gaps)},
+        {"gapCount", gapCount},
+        {"marks", std::move(marks)},
+    };
+    return report;
+}
+
+}  // namespace
+
+double median(std::vector<double> values) {
+    if (values.empty()) return 0;
+    const size_t middle = values.size() / 2;
+    std::nth_element(values.begin(), values.begin() + middle, values.end());
+    return values[middle];
+}
+
+Decimated decimate(const std::vector<double>& t, const std::vector<std::vector<double>>& columns,
+                   size_t buckets, double gapS) {
+    Decimated out;
+    out.columns.resize(columns.size());
+    auto pushBreak = [&](double at) {
+        out.t.push_back(at);
+        for (auto& column : out.columns) column.push_back(std::nullopt);
+    };
+    auto value = [](double v) { return std::isnan(v) ? std::nullopt : std::optional<double>(v); };
+    const size_t n = t.size();
+    if (n <= 2 * buckets || buckets == 0 || t.back() <= t.front()) {
+        for (size_t i = 0; i < n; ++i) {
+            if (i > 0 && t[i] - t[i - 1] > gapS) pushBreak((t[i] + t[i - 1]) / 2);
+            out.t.push_back(t[i]);
+            for (size_t c = 0; c < columns.size(); ++c)
+                out.columns[c].push_back(value(columns[c][i]));
+        }
+        return out;
+    }
+    const double width = (t.back() - t.front()) / static_cast<double>(buckets);
+    size_t i = 0;
+    bool lastWasBreak = false;
+    for (size_t b = 0; b < buckets; ++b) {
+        const double end = b + 1 == buckets ? std::numeric_limits<double>::infinity()
+                                            : t.front() + width * static_cast<double>(b + 1);
+        const size_t first = i;
+        while (i < n && t[i] < end) ++i;
+        if (first == i) {
+            if (!lastWasBreak) pushBreak(t.front() + width * (static_cast<double>(b) + 0.5));
+            lastWasBreak = true;
+            continue;
+        }
+        lastWasBreak = false;
+        const size_t last = i - 1;
+        out.t.push_back(t[first]);
+        if (last != first) out.t.push_back(t[last]);
+        for (size_t c = 0; c < columns.size(); ++c) {
+            double low = kNaN;
+            double high = kNaN;
+            for (size_t k = first; k <= last; ++k) {
+                const double v = columns[c][k];
+                if (std::isnan(v)) continue;
+                if (std::isnan(low) || v < low) low = v;
+                if (std::isnan(high) || v > high) high = v;
+            }
+            out.columns[c].push_back(value(low));
+            if (last != first) out.columns[c].push_back(value(high));
+        }
+    }
+    return out;
+}
+
+Histogram intervalHistogram(const std::vector<double>& intervalsMs, double medianMs, size_t bins) {
+    Histogram histogram;
+    histogram.binMs = medianMs > 0 ? 3 * medianMs / static_cast<double>(bins) : 1.0;
+    histogram.counts.assign(bins, 0);
+    for (double interval : intervalsMs) {
+        const double bin = std::floor(interval / histogram.binMs);
+        if (bin < 0) {
+            ++histogram.counts[0];  // a timestamp that went back: shown at zero
+        } else if (bin >= static_cast<double>(bins)) {
+            ++histogram.over;
+        } else {
+            ++histogram.counts[static_cast<size_t>(bin)];
+        }
+    }
+    return histogram;
+}
+
+json recordingReport(const HostConfig& config, const std::string& name,
+                     const ReportOptions& options) {
+    json devices = json::array();
+    size_t samples = 0;
+    double duration = 0;
+    for (const VirtualDevice& device : config.devices) {
+        if (!device.timedSamples || device.timedSamples->size() == 0) continue;
+        samples += device.timedSamples->size();
+        duration = std::max(duration, device.timedSamples->atUs.back() / 1e6);
+        devices.push_back(deviceReport(device, options, config.timeline));
+    }
+    json marks = json::array();
+    for (const auto& event : config.timeline) {
+        const double at = event.at.count() / 1e6;
+        if (event.action == TimelineAction::kCloseService) {
+            marks.push_back(
+                {{"atS", at},
+                 {"what", "service closed (reason " + std::to_string(event.reason) +
+                              (event.description.empty() ? "" : ": " + event.description) + ")"}});
+        } else if (event.action == TimelineAction::kTabletMode) {
+            marks.push_back(
+                {{"atS", at}, {"what", event.on ? "tablet mode on" : "tablet mode off"}});
+        }
+    }
+    return {{"kind", "recording"},   {"file", name},       {"samples", samples},
+            {"durationS", duration}, {"devices", devices}, {"marks", marks}};
+}
+
+}  // namespace kelvane::tools::report

@@ -1,0 +1,63 @@
+#include "report/ReportPages.h"
+
+#include <algorithm>
+
+#include "Asset.h"
+#include "check/CheckReport.h"
+#include "report/HtmlPage.h"
+#include "report/RecordingReport.h"
+
+namespace kelvane::tools::web {
+const Asset* reportPageAsset(std::string_view name);
+}  // namespace kelvane::tools::web
+
+namespace kelvane::tools::report {
+
+namespace {
+
+std::string_view asset(const web::Asset* found) { return found ? found->body : ""; }
+
+}  // namespace
+
+std::string recordingReportPage(const host::description::HostConfig& recording,
+                                const std::string& name) {
+    return selfContainedPage(
+        name + " — iio-subhal report",
+        {asset(web::chartAsset("uPlot.min.css")), asset(web::reportPageAsset("report.css"))},
+        recordingReport(recording, name),
+        {asset(web::chartAsset("uPlot.iife.min.js")), asset(web::reportPageAsset("report.js"))});
+}
+
+std::string checkReportPage(const std::vector<check::CheckResult>& results, double seconds,
+                            const std::string& hostName) {
+    std::vector<check::CheckResult> ordered = check::groupedByRule(results);
+    std::stable_partition(ordered.begin(), ordered.end(), [](const check::CheckResult& r) {
+        return r.verdict == check::Verdict::kFail;
+    });
+    nlohmann::json rows = nlohmann::json::array();
+    std::vector<std::string> groups;
+    for (const check::CheckResult& r : ordered) {
+        rows.push_back({{"rule", r.rule},
+                        {"source", r.source},
+                        {"group", r.group},
+                        {"subject", r.subject},
+                        {"verdict", check::verdictName(r.verdict)},
+                        {"detail", r.detail}});
+        if (std::find(groups.begin(), groups.end(), r.group) == groups.end()) {
+            groups.push_back(r.group);
+        }
+    }
+    std::sort(groups.begin(), groups.end());
+    nlohmann::json summaries = nlohmann::json::array();
+    for (const std::string& group : groups) {
+        summaries.push_back(check::groupSummaryLine(results, group));
+    }
+    const nlohmann::json data = {{"kind", "check"},     {"host", hostName},
+                                 {"seconds", seconds},  {"summary", check::summaryLine(results)},
+                                 {"groups", summaries}, {"results", rows}};
+    return selfContainedPage("iio-subhal check — " + hostName,
+                             {asset(web::reportPageAsset("report.css"))}, data,
+                             {asset(web::reportPageAsset("report.js"))});
+}
+
+}  // namespace kelvane::tools::report
