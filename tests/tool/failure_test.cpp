@@ -257,6 +257,43 @@ TEST_F(ToolFailureTest, AReplayEndsWhenEverySampleIsServed) {
         << some.err;
 }
 
+// A device that streamed nothing was recorded without samples, and on replay it generated a
+// waveform of its own: the replay showed events the recorded run never had.
+TEST_F(ToolFailureTest, ADeviceThatSentNothingReplaysSilent) {
+    const std::string host = write("quiet.json", R"({"devices": [
+        {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
+         "faults": {"dropBurst": {"fromMs": 0, "forMs": 1000000000}}},
+        {"id": 1, "types": [2], "channels": ["anglvel_x", "anglvel_y", "anglvel_z", "timestamp"]}]})");
+    const std::string recording = mDir + "/quiet-recording.json";
+    ProcessRun live =
+        runTool({"--host", host, "stream", "--json", "--duration", "0.5", "--record", recording});
+    EXPECT_EQ(live.exitCode, 1) << live.err;  // no events from the accelerometer
+    EXPECT_TRUE(contains(live.err, "iio-subhal: no events from [1] Accelerometer\n")) << live.err;
+    const nlohmann::json written = nlohmann::json::parse(readFile(recording));
+    EXPECT_EQ(written["devices"][0]["timedSamples"]["samples"].size(), 0u) << written.dump();
+
+    ProcessRun replay = runTool({"--host", recording, "--speed", "0", "stream", "--json"});
+    EXPECT_EQ(replay.exitCode, 1) << replay.err;
+    EXPECT_TRUE(contains(replay.err, "iio-subhal: no events from [1] Accelerometer\n"))
+        << replay.err;
+    // The gyroscope's events again, in timestamp order (equal widths sort as numbers): those of
+    // the live run, and at most the one the host sent as the live run deactivated it.
+    auto sorted = [](const std::string& text) {
+        std::vector<std::string> lines;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        std::sort(lines.begin(), lines.end());
+        return lines;
+    };
+    const std::vector<std::string> liveEvents = sorted(live.out);
+    std::vector<std::string> replayed = sorted(replay.out);
+    EXPECT_GT(liveEvents.size(), 10u) << live.err;
+    EXPECT_LE(replayed.size(), liveEvents.size() + 1) << replay.err;
+    replayed.resize(std::min(replayed.size(), liveEvents.size()));
+    EXPECT_EQ(replayed, liveEvents) << replay.err;
+    EXPECT_FALSE(contains(replay.out, "\"sensorHandle\": 1,")) << replay.out;
+}
+
 // Item: --rate 1e9 streamed at the host's 400 Hz without a word.
 TEST_F(ToolFailureTest, ARateTheHostDoesNotHonourIsSaid) {
     ProcessRun run = runTool({"stream", "--sensor", "1", "--rate", "1e9", "--count", "5"});
