@@ -294,6 +294,19 @@ TEST_F(ToolFailureTest, ADeviceThatSentNothingReplaysSilent) {
     EXPECT_FALSE(contains(replay.out, "\"sensorHandle\": 1,")) << replay.out;
 }
 
+// Whitespace before a syntax error used to be kept whole by the parser and quoted back, control
+// characters eightfold: 200,000 blank lines made a refusal of 1.6 MB, and 50 MB of them took
+// 580 MB of memory to refuse.
+TEST_F(ToolFailureTest, BlankRunsInADescriptionAreNotQuotedBack) {
+    ProcessOptions blank;
+    blank.stdinPath = write("blank.json", "{\"devices\": [" + std::string(200000, '\n') + "  \t x");
+    ProcessRun run = runTool({"--host", "-", "list"}, blank);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.err,
+              "iio-subhal: <stdin>: line 200001, column 5: syntax error while parsing value - "
+              "invalid literal; last read: '\"devices\": [<U+000A>x'\n");
+}
+
 // Item: --rate 1e9 streamed at the host's 400 Hz without a word.
 TEST_F(ToolFailureTest, ARateTheHostDoesNotHonourIsSaid) {
     ProcessRun run = runTool({"stream", "--sensor", "1", "--rate", "1e9", "--count", "5"});
