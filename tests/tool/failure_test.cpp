@@ -294,6 +294,29 @@ TEST_F(ToolFailureTest, ADeviceThatSentNothingReplaysSilent) {
     EXPECT_FALSE(contains(replay.out, "\"sensorHandle\": 1,")) << replay.out;
 }
 
+// Every device that was streaming lost: the line about the lost host says what the host did,
+// once; the sensors that sent nothing are named in one more line, without repeating it.
+TEST_F(ToolFailureTest, ALostHostIsSaidOnceWithTheSensorsThatSentNothing) {
+    const std::string host = write("lost.json", R"({"devices": [
+        {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
+         "faults": {"dropBurst": {"fromMs": 0, "forMs": 1000000000}}},
+        {"id": 1, "types": [2], "channels": ["anglvel_x", "anglvel_y", "anglvel_z", "timestamp"],
+         "faults": {"dropBurst": {"fromMs": 0, "forMs": 1000000000}}}],
+      "timeline": [{"atMs": 4000, "action": "closeDevice", "device": 0},
+                   {"atMs": 4000, "action": "closeDevice", "device": 1}]})");
+    // Closed 2 s after publication, while both stream; only the lost host ends the stream early.
+    ProcessRun run = runTool({"--host", host, "stream", "--duration", "30"});
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    EXPECT_TRUE(contains(run.err,
+                         "\niio-subhal: the host is lost: it closed every device that was "
+                         "streaming (device 0 at "))
+        << run.err;
+    EXPECT_TRUE(contains(run.err,
+                         "\niio-subhal: no events from [1] Accelerometer and [2] "
+                         "Gyroscope\n"))
+        << run.err;
+}
+
 // Whitespace before a syntax error used to be kept whole by the parser and quoted back, control
 // characters eightfold: 200,000 blank lines made a refusal of 1.6 MB, and 50 MB of them took
 // 580 MB of memory to refuse.
