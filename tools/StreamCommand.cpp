@@ -217,6 +217,8 @@ int StreamCommand::run(Session& session) {
         }
     }
 
+    // A replay is over once the host has played the loss it recorded, as it was lost live.
+    if (!hostLost && replayOverSeen) hostLost = host.hostLost();
     for (const SensorInfo& sensor : streaming ? sensors : std::vector<SensorInfo>()) {
         session.subHal()->activate(sensor.sensorHandle, false);
     }

@@ -301,20 +301,29 @@ TEST_F(ToolFailureTest, ALostHostIsSaidOnceWithTheSensorsThatSentNothing) {
         {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
          "faults": {"dropBurst": {"fromMs": 0, "forMs": 1000000000}}},
         {"id": 1, "types": [2], "channels": ["anglvel_x", "anglvel_y", "anglvel_z", "timestamp"],
-         "faults": {"dropBurst": {"fromMs": 0, "forMs": 1000000000}}}],
+         "faults": {"dropBurst": {"fromMs": 0, "forMs": 1000000000}}},
+        {"id": 2, "types": [5], "channels": ["magn_x", "magn_y", "magn_z", "timestamp"]}],
       "timeline": [{"atMs": 4000, "action": "closeDevice", "device": 0},
-                   {"atMs": 4000, "action": "closeDevice", "device": 1}]})");
-    // Closed 2 s after publication, while both stream; only the lost host ends the stream early.
-    ProcessRun run = runTool({"--host", host, "stream", "--duration", "30"});
-    EXPECT_EQ(run.exitCode, 1) << run.err;
-    EXPECT_TRUE(contains(run.err,
-                         "\niio-subhal: the host is lost: it closed every device that was "
-                         "streaming (device 0 at "))
-        << run.err;
-    EXPECT_TRUE(contains(run.err,
-                         "\niio-subhal: no events from [1] Accelerometer and [2] "
-                         "Gyroscope\n"))
-        << run.err;
+                   {"atMs": 4000, "action": "closeDevice", "device": 1},
+                   {"atMs": 4000, "action": "closeDevice", "device": 2}]})");
+    // Closed 2 s after publication, while all three stream; only the lost host ends the stream
+    // early. Its replay, of the magnetometer's samples and then the losses, ends the same way.
+    const std::string recording = mDir + "/lost-recording.json";
+    ProcessRun live =
+        runTool({"--host", host, "stream", "--duration", "30", "--record", recording});
+    ProcessRun replay =
+        runTool({"--host", recording, "--speed", "0", "stream", "--duration", "30"});
+    for (const ProcessRun& run : {live, replay}) {
+        EXPECT_EQ(run.exitCode, 1) << run.err;
+        EXPECT_TRUE(contains(run.err,
+                             "\niio-subhal: the host is lost: it closed every device that was "
+                             "streaming (device 0 at "))
+            << run.err;
+        EXPECT_TRUE(contains(run.err,
+                             "\niio-subhal: no events from [1] Accelerometer and [2] "
+                             "Gyroscope\n"))
+            << run.err;
+    }
 }
 
 // Whitespace before a syntax error used to be kept whole by the parser and quoted back, control
