@@ -84,6 +84,11 @@ std::string exitCodesHelp() {
            "2 bad usage or host description.\n";
 }
 
+std::string HelpFormatter::make_option_opts(const CLI::Option* option) const {
+    if (option->get_type_size() == 0 || option->get_type_name().empty()) return "";
+    return " " + option->get_type_name() + (option->get_required() ? " REQUIRED" : "");
+}
+
 std::string unexpectedArguments(const std::vector<std::string>& leftover, const CLI::App& main,
                                 const CLI::App* chosen) {
     // An unknown option explains more than the value that followed it.

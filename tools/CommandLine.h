@@ -23,6 +23,13 @@ std::string commonOptionsHelp(const CLI::App& main);
 // "Exit codes: ..." as help text.
 std::string exitCodesHelp();
 
+// CLI11's help layout with an option's value name only: which options exclude each other is the
+// error's to say, not a note wedged between an option and its description.
+class HelpFormatter : public CLI::Formatter {
+  public:
+    std::string make_option_opts(const CLI::Option* option) const override;
+};
+
 // The one-line error for arguments nobody took: `leftover` as CLI11 left them, `main` the
 // tool, `chosen` the subcommand given (null if none).
 std::string unexpectedArguments(const std::vector<std::string>& leftover, const CLI::App& main,

@@ -76,6 +76,7 @@ int main(int argc, char** argv) {
     // with a suggestion, rather than by CLI11.
     app.fallthrough();
     app.allow_extras();
+    app.formatter(std::make_shared<HelpFormatter>());  // subcommands made later take it too
     app.set_version_flag("--version",
                          "iio-subhal " IIO_SUBHAL_VERSION " (loads sub-HALs of version 2.1)");
 
@@ -106,7 +107,7 @@ int main(int argc, char** argv) {
                     double speed = 0;
                     return parseSpeed(text, &speed);
                 },
-                "X"));
+                ""));  // a description would show in the help as "X:..."
 
     std::vector<Subcommand> subcommands;
     for (const CommandEntry& entry : kCommands) {
@@ -118,7 +119,9 @@ int main(int argc, char** argv) {
     }
     CLI::App* help = app.add_subcommand("help", "print the help of a subcommand");
     std::string helpTopic;  // read by helpWords() below, before CLI11 parses
-    help->add_option("subcommand", helpTopic)->type_name("SUBCOMMAND");
+    help->add_option("subcommand", helpTopic,
+                     "list, stream, flush, dump, check or help (default: the tool's own help)")
+        ->type_name("SUBCOMMAND");
 
     app.add_option("--record", common.recordFile,
                    "write what the host served as a host description that replays it")

@@ -237,8 +237,9 @@ description::HostConfig Recorder::description() const {
         } else if (!d.lost && d.attributesPending) {
             device.stall = description::Stall::kAttributes;
         }
-        if (d.samples.size() != 0)
-            device.timedSamples = std::make_shared<description::TimedSamples>(d.samples);
+        // Every device replays what it sent, nothing included: one without timedSamples would
+        // generate samples of its own on replay.
+        device.timedSamples = std::make_shared<description::TimedSamples>(d.samples);
         config.devices.push_back(std::move(device));
     }
     config.timeline = mTimeline;

@@ -189,7 +189,7 @@ void emitDescription(const HostConfig& config, const Emit& emit) {
     for (size_t i = 0; i < config.devices.size(); ++i) {
         const VirtualDevice& d = config.devices[i];
         emit(std::string(i == 0 ? "\n    " : ",\n    ") + open(deviceObject(d)));
-        if (d.timedSamples && d.timedSamples->size() != 0) emitTimedSamples(*d.timedSamples, emit);
+        if (d.timedSamples) emitTimedSamples(*d.timedSamples, emit);
         emit("}");
     }
     emit(config.devices.empty() ? "],\n  \"timeline\": [" : "\n  ],\n  \"timeline\": [");

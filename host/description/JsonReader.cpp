@@ -17,7 +17,12 @@ using nlohmann::json;
 
 constexpr size_t kReadChunk = 1 << 16;
 
-// Walks a JsonSource for nlohmann's parser, byte by byte, without holding the text.
+bool isJsonWhitespace(int c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
+
+// Walks a JsonSource for nlohmann's parser, byte by byte, without holding the text. Outside
+// strings a run of whitespace reaches the parser as its first byte only: the parser keeps every
+// byte since its last token for its messages, escaping control characters eightfold, so 500 MB
+// of blank lines would cost gigabytes to refuse. The source counts the bytes passed over.
 class SourceIterator {
   public:
     using iterator_category = std::input_iterator_tag;
@@ -29,18 +34,50 @@ class SourceIterator {
     SourceIterator() = default;
     explicit SourceIterator(JsonSource* source) : mSource(source) {}
 
-    char operator*() const { return static_cast<char>(mSource->peek()); }
+    char operator*() const {
+        passOverRun();
+        return static_cast<char>(mSource->peek());
+    }
     SourceIterator& operator++() {
+        passOverRun();
+        const int c = mSource->peek();
         mSource->advance();
+        if (mInString) {
+            if (mEscaped) {
+                mEscaped = false;
+            } else if (c == '\\') {
+                mEscaped = true;
+            } else if (c == '"') {
+                mInString = false;
+            }
+        } else if (c == '"') {
+            mInString = true;
+        } else {
+            mAfterWhitespace = isJsonWhitespace(c);
+        }
         return *this;
     }
     bool operator==(const SourceIterator& other) const { return atEnd() == other.atEnd(); }
     bool operator!=(const SourceIterator& other) const { return !(*this == other); }
 
   private:
-    bool atEnd() const { return mSource == nullptr || mSource->peek() < 0; }
+    bool atEnd() const {
+        if (mSource == nullptr) return true;
+        passOverRun();
+        return mSource->peek() < 0;
+    }
+    // Only once the parser asks for the byte after a whitespace, so that one that ends a token
+    // in error is still where the error is.
+    void passOverRun() const {
+        if (!mAfterWhitespace) return;
+        mAfterWhitespace = false;
+        while (isJsonWhitespace(mSource->peek())) mSource->passOver();
+    }
 
     JsonSource* mSource = nullptr;
+    bool mInString = false;  // the bytes that JSON strings are made of, as the parser reads them
+    bool mEscaped = false;   // in a string, after a backslash
+    mutable bool mAfterWhitespace = false;  // the parser was last given whitespace
 };
 
 // Builds the document from the parser's events. Keeps one frame per open container, reused
@@ -132,16 +169,18 @@ class Builder {
             const size_t bracket = what.find("] ");
             if (bracket != std::string::npos) what = what.substr(bracket + 2);
             const std::string path = mMode == Mode::kTree ? elementPath() : rowPath();
-            mError = path + ": " + mSource.position(position) + ": " + what;
+            mError = path + ": " + mSource.position(mSource.parserOffset(position)) + ": " + what;
         } else {
             // "[json.exception.parse_error.101] parse error at line 3, column 7: syntax error
-            // ..." becomes "line 3, column 7: syntax error ...".
+            // ..." becomes "line 3, column 7: syntax error ...", the position read from the
+            // source: the parser did not see the whitespace passed over.
             std::string what = e.what();
             const std::string marker = "parse error at ";
             const size_t at = what.find(marker);
+            const size_t colon = at == std::string::npos ? at : what.find(": ", at);
             const size_t bracket = what.find("] ");
-            if (at != std::string::npos) {
-                what = what.substr(at + marker.size());
+            if (colon != std::string::npos) {
+                what = mSource.position(mSource.parserOffset(position)) + what.substr(colon);
             } else if (bracket != std::string::npos) {
                 what = what.substr(bracket + 2);
             }

@@ -58,12 +58,19 @@ class JsonSource {
         ++mNext;
         ++mOffset;
     }
+    // Advances past a byte the parser is not shown (whitespace after whitespace).
+    void passOver() {
+        advance();
+        ++mPassedOver;
+    }
 
     bool tooLarge() const { return mTooLarge; }
     // A NUL byte ends the text: no description holds one, so the source is not text.
     bool sawNul() const { return mSawNul; }
     size_t limit() const { return mLimit; }
-    size_t offset() const { return mOffset; }     // bytes consumed so far
+    size_t offset() const { return mOffset; }  // bytes consumed so far
+    // The offset of the parser's `position` (bytes it was shown) in the text.
+    size_t parserOffset(size_t position) const { return position + mPassedOver; }
     int readError() const { return mReadError; }  // errno of a failed read, 0 if none
     // "line L, column C" (from 1) of the byte just before `end`, which may be at most one byte
     // past the last byte read.
@@ -82,6 +89,7 @@ class JsonSource {
     size_t mLine = 1;
     size_t mLineStart = 0;  // offset of the first byte of the current line
     size_t mPreviousLineStart = 0;
+    size_t mPassedOver = 0;  // bytes consumed but not shown to the parser
     bool mTooLarge = false;
     bool mSawNul = false;
     int mReadError = 0;

@@ -82,6 +82,10 @@ std::unique_ptr<SampleReader> SampleReader::startBuffered(iio_device* device,
     std::unique_ptr<SampleReader> reader(
         new SampleReader(device, channels, std::move(deliver), std::move(fail)));
     reader->mBuffer = buffer;
+    reader->mScansPerRead = scansPerRead;
+    // Every context but this machine's reads through iiod (network, USB, serial).
+    const char* backend = iio_context_get_name(iio_device_get_context(device));
+    reader->mServedByIiod = backend == nullptr || std::strcmp(backend, "local") != 0;
     reader->mThread = std::thread(&SampleReader::readBuffer, reader.get());
     return reader;
 }
@@ -97,13 +101,25 @@ std::unique_ptr<SampleReader> SampleReader::startPolled(const iio_device* device
 
 SampleReader::~SampleReader() {
     {
+        // Under the lock: the reader thread may be putting a new buffer in place.
         std::lock_guard<std::mutex> lock(mMutex);
         mStop.store(true, std::memory_order_release);
         mWake.notify_all();
+        if (mBuffer != nullptr) iio_buffer_cancel(mBuffer);
     }
-    if (mBuffer != nullptr) iio_buffer_cancel(mBuffer);
     if (mThread.joinable()) mThread.join();
     if (mBuffer != nullptr) iio_buffer_destroy(mBuffer);
+}
+
+bool SampleReader::reopenBuffer(int* error) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (stopping()) return true;  // the read loop ends at its next look
+    iio_buffer_destroy(mBuffer);
+    errno = 0;
+    mBuffer = iio_device_create_buffer(mDevice, mScansPerRead, false);
+    if (mBuffer != nullptr) return true;
+    *error = errno != 0 ? errno : EIO;
+    return false;
 }
 
 bool SampleReader::deviceGone() const {
@@ -134,7 +150,16 @@ void SampleReader::readBuffer() {
                 mFail(ENODEV);
                 return;
             }
-            if (result == -ETIMEDOUT) mFail(ETIMEDOUT);
+            if (result == -ETIMEDOUT) {
+                mFail(ETIMEDOUT);
+                // iiod closes a device whose read failed, a time-out included, and answers every
+                // read after it with EBADF: a new buffer opens the device again.
+                int error = 0;
+                if (mServedByIiod && !reopenBuffer(&error)) {
+                    mFail(error);
+                    return;
+                }
+            }
             continue;
         }
         if (result <= 0) {

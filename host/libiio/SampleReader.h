@@ -24,8 +24,9 @@ using Sample = base::flat_map<int32_t, int64_t>;  // channel index to raw value
 class SampleReader {
   public:
     // Both run on the reader thread. `deliver` gets the samples of one read, in order.
-    // `fail` gets a positive errno: ETIMEDOUT when a read timed out (reading goes on), anything
-    // else when the device failed or went away (the thread then ends; nothing else follows).
+    // `fail` gets a positive errno: ETIMEDOUT when a read timed out (reading goes on, through a
+    // new buffer where iiod serves the device), anything else when the device failed or went
+    // away (the thread then ends; nothing else follows).
     using Deliver = std::function<void(std::vector<Sample>)>;
     using Fail = std::function<void(int error)>;
 
@@ -60,13 +61,20 @@ class SampleReader {
     void readBuffer();
     void poll(double hz);
     bool deviceGone() const;
+    // Replaces the buffer with a new one of the same scans; false with `*error` set (positive
+    // errno) if none can be made. Reader thread.
+    bool reopenBuffer(int* error);
     bool stopping() const { return mStop.load(std::memory_order_acquire); }
 
     const iio_device* const mDevice;
     const std::vector<Channel> mChannels;
     const Deliver mDeliver;
     const Fail mFail;
-    iio_buffer* mBuffer = nullptr;  // set before the thread starts, destroyed after it ends
+    // Set before the thread starts and destroyed after it ends; replaced by the thread under
+    // mMutex, where the destructor cancels it.
+    iio_buffer* mBuffer = nullptr;
+    size_t mScansPerRead = 0;
+    bool mServedByIiod = false;  // the context reads through iiod, which closes a timed-out device
 
     std::atomic<bool> mStop{false};
     std::mutex mMutex;  // with mWake: wakes a polling thread at stop

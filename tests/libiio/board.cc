@@ -89,7 +89,7 @@ std::string escape(const std::vector<uint8_t>& bytes) {
 
 }  // namespace
 
-Board::Board() : mTestbed(umockdev_testbed_new()) {
+Board::Board(std::optional<Pause> pause) : mTestbed(umockdev_testbed_new()) {
     std::ifstream file(KELVANE_BOARD_FIXTURE);
     std::stringstream text;
     text << file.rdbuf();
@@ -99,12 +99,14 @@ Board::Board() : mTestbed(umockdev_testbed_new()) {
     char dirTemplate[] = "/tmp/libiio-board-XXXXXX";
     mScriptDir = mkdtemp(dirTemplate);
     for (const auto& [device, scans] : kScans) {
-        std::vector<uint8_t> bytes;
-        for (const Scan& s : scans) {
-            const std::vector<uint8_t> scan = encode(device, s);
-            bytes.insert(bytes.end(), scan.begin(), scan.end());
+        std::vector<std::pair<int, std::vector<uint8_t>>> reads(1);
+        for (size_t i = 0; i < scans.size(); ++i) {
+            if (pause && pause->device == device && i == pause->scans)
+                reads.push_back({pause->ms, {}});
+            const std::vector<uint8_t> scan = encode(device, scans[i]);
+            reads.back().second.insert(reads.back().second.end(), scan.begin(), scan.end());
         }
-        loadScript(device, bytes);
+        loadScript(device, reads);
     }
 }
 
@@ -113,9 +115,13 @@ Board::~Board() {
     std::system(("rm -rf '" + mScriptDir + "'").c_str());
 }
 
-void Board::loadScript(int device, const std::vector<uint8_t>& bytes) {
+void Board::loadScript(int device, const std::vector<std::pair<int, std::vector<uint8_t>>>& reads) {
     const std::string path = mScriptDir + "/device" + std::to_string(device) + ".script";
-    std::ofstream(path, std::ios::binary) << "r 0 " << escape(bytes) << "\n";
+    std::ofstream script(path, std::ios::binary);
+    for (const auto& [delayMs, bytes] : reads) {
+        script << "r " << delayMs << " " << escape(bytes) << "\n";
+    }
+    script.close();
     const std::string node = "/dev/iio:device" + std::to_string(device);
     GError* error = nullptr;
     EXPECT_TRUE(umockdev_testbed_load_script(mTestbed, node.c_str(), path.c_str(), &error))

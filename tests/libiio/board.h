@@ -7,7 +7,9 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelvane::testing {
@@ -19,7 +21,16 @@ struct ExpectedEvent {
 
 class Board {
   public:
-    Board();  // the testbed with every device, scans loaded
+    // A device whose buffer runs dry for a while: its first `scans` scans come at once, the
+    // others `ms` later.
+    struct Pause {
+        int device;
+        size_t scans;
+        int ms;
+    };
+
+    // The testbed with every device, scans loaded.
+    explicit Board(std::optional<Pause> pause = std::nullopt);
     ~Board();
     Board(const Board&) = delete;
     Board& operator=(const Board&) = delete;
@@ -36,7 +47,8 @@ class Board {
 
   private:
     std::string devicePath(int device) const;
-    void loadScript(int device, const std::vector<uint8_t>& bytes);
+    // The bytes of `reads` become readable one after the other, each after its delay in ms.
+    void loadScript(int device, const std::vector<std::pair<int, std::vector<uint8_t>>>& reads);
 
     UMockdevTestbed* mTestbed;
     std::string mScriptDir;

@@ -20,6 +20,7 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -229,6 +230,7 @@ TEST_F(LibiioHostFaultTest, DeviceGoneBeforeItIsOpenedIsOneTrueLine) {
 // The same board served by iiod and read by the tool over the network.
 class IiodTest : public ::testing::Test {
   protected:
+    explicit IiodTest(std::optional<Board::Pause> pause = std::nullopt) : board(pause) {}
     ~IiodTest() override {
         if (mIiod > 0) {
             kill(mIiod, SIGKILL);  // iiod lingers for a minute on SIGTERM
@@ -395,6 +397,30 @@ TEST_F(IiodTest, IiodKilledMidStreamIsALostHostWithTheRecordingWritten) {
     EXPECT_TRUE(replay.is_object() && replay["devices"].size() == 5u) << run.err;
     std::remove(recording.c_str());
     rmdir(dir);
+}
+
+// The accelerometer's buffer runs dry for longer than iiod's read time-out (2.5 s, half the
+// library's), then fills again. The pause counts from the board's making: the first read comes
+// after the library's 2 s of enumeration, the time-out 2.5 s later, the scans after 8 s.
+class IiodPausedBoardTest : public IiodTest {
+  protected:
+    IiodPausedBoardTest() : IiodTest(Board::Pause{0, 2, 8000}) {}
+};
+
+// iiod closes a device whose read timed out and answers every later read with EBADF: the host
+// used to give the device up there, and the tool, its only streaming device lost, the host.
+TEST_F(IiodPausedBoardTest, ADeviceThatTimesOutThroughIiodStreamsAgain) {
+    ASSERT_TRUE(startIiod()) << "iiod did not start on 127.0.0.1:" << mPort;
+    const testing::ProcessRun run = testing::runProcess(
+        {KELVANE_TOOL, "--iio", "ip:127.0.0.1:" + std::to_string(mPort), "stream", "--json",
+         "--sensor", "1", "--count", std::to_string(kScansPerDevice), "--duration", "30"});
+    ASSERT_TRUE(run.finished) << run.err;
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.err.find("iio-subhal: warning: device 0: observer error 6 (time-out: "),
+              std::string::npos)
+        << run.err;
+    EXPECT_EQ(run.err.find("read failed"), std::string::npos) << run.err;
+    EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), kScansPerDevice) << run.err;
 }
 
 // What the board served, recorded by the tool, replays through the library as the same events:

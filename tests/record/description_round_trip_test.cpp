@@ -200,8 +200,18 @@ TEST(DescriptionRoundTripTest, AnyDescriptionWrittenReadsBackEqual) {
 
 TEST(DescriptionRoundTripTest, EveryDescriptionFileOfTheTestsReadsBackEqual) {
     size_t files = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(TESTS_DIR)) {
-        if (entry.path().extension() != ".json") continue;
+    for (auto it = std::filesystem::recursive_directory_iterator(TESTS_DIR);
+         it != std::filesystem::recursive_directory_iterator(); ++it) {
+        const std::filesystem::directory_entry& entry = *it;
+        // npm's files beside the browser tests are no host descriptions.
+        if (entry.path().filename() == "node_modules") {
+            it.disable_recursion_pending();
+            continue;
+        }
+        if (entry.path().extension() != ".json" ||
+            entry.path().filename().string().rfind("package", 0) == 0) {
+            continue;
+        }
         SCOPED_TRACE(entry.path().string());
         HostConfig first;
         std::string error;

@@ -257,6 +257,88 @@ TEST_F(ToolFailureTest, AReplayEndsWhenEverySampleIsServed) {
         << some.err;
 }
 
+// A device that streamed nothing was recorded without samples, and on replay it generated a
+// waveform of its own: the replay showed events the recorded run never had.
+TEST_F(ToolFailureTest, ADeviceThatSentNothingReplaysSilent) {
+    const std::string host = write("quiet.json", R"({"devices": [
+        {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
+         "faults": {"dropBurst": {"fromMs": 0, "forMs": 1000000000}}},
+        {"id": 1, "types": [2], "channels": ["anglvel_x", "anglvel_y", "anglvel_z", "timestamp"]}]})");
+    const std::string recording = mDir + "/quiet-recording.json";
+    ProcessRun live =
+        runTool({"--host", host, "stream", "--json", "--duration", "0.5", "--record", recording});
+    EXPECT_EQ(live.exitCode, 1) << live.err;  // no events from the accelerometer
+    EXPECT_TRUE(contains(live.err, "iio-subhal: no events from [1] Accelerometer\n")) << live.err;
+    const nlohmann::json written = nlohmann::json::parse(readFile(recording));
+    EXPECT_EQ(written["devices"][0]["timedSamples"]["samples"].size(), 0u) << written.dump();
+
+    ProcessRun replay = runTool({"--host", recording, "--speed", "0", "stream", "--json"});
+    EXPECT_EQ(replay.exitCode, 1) << replay.err;
+    EXPECT_TRUE(contains(replay.err, "iio-subhal: no events from [1] Accelerometer\n"))
+        << replay.err;
+    // The gyroscope's events again, in timestamp order (equal widths sort as numbers): those of
+    // the live run, and at most the one the host sent as the live run deactivated it.
+    auto sorted = [](const std::string& text) {
+        std::vector<std::string> lines;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        std::sort(lines.begin(), lines.end());
+        return lines;
+    };
+    const std::vector<std::string> liveEvents = sorted(live.out);
+    std::vector<std::string> replayed = sorted(replay.out);
+    EXPECT_GT(liveEvents.size(), 10u) << live.err;
+    EXPECT_LE(replayed.size(), liveEvents.size() + 1) << replay.err;
+    replayed.resize(std::min(replayed.size(), liveEvents.size()));
+    EXPECT_EQ(replayed, liveEvents) << replay.err;
+    EXPECT_FALSE(contains(replay.out, "\"sensorHandle\": 1,")) << replay.out;
+}
+
+// Every device that was streaming lost: the line about the lost host says what the host did,
+// once; the sensors that sent nothing are named in one more line, without repeating it.
+TEST_F(ToolFailureTest, ALostHostIsSaidOnceWithTheSensorsThatSentNothing) {
+    const std::string host = write("lost.json", R"({"devices": [
+        {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
+         "faults": {"dropBurst": {"fromMs": 0, "forMs": 1000000000}}},
+        {"id": 1, "types": [2], "channels": ["anglvel_x", "anglvel_y", "anglvel_z", "timestamp"],
+         "faults": {"dropBurst": {"fromMs": 0, "forMs": 1000000000}}},
+        {"id": 2, "types": [5], "channels": ["magn_x", "magn_y", "magn_z", "timestamp"]}],
+      "timeline": [{"atMs": 4000, "action": "closeDevice", "device": 0},
+                   {"atMs": 4000, "action": "closeDevice", "device": 1},
+                   {"atMs": 4000, "action": "closeDevice", "device": 2}]})");
+    // Closed 2 s after publication, while all three stream; only the lost host ends the stream
+    // early. Its replay, of the magnetometer's samples and then the losses, ends the same way.
+    const std::string recording = mDir + "/lost-recording.json";
+    ProcessRun live =
+        runTool({"--host", host, "stream", "--duration", "30", "--record", recording});
+    ProcessRun replay =
+        runTool({"--host", recording, "--speed", "0", "stream", "--duration", "30"});
+    for (const ProcessRun& run : {live, replay}) {
+        EXPECT_EQ(run.exitCode, 1) << run.err;
+        EXPECT_TRUE(contains(run.err,
+                             "\niio-subhal: the host is lost: it closed every device that was "
+                             "streaming (device 0 at "))
+            << run.err;
+        EXPECT_TRUE(contains(run.err,
+                             "\niio-subhal: no events from [1] Accelerometer and [2] "
+                             "Gyroscope\n"))
+            << run.err;
+    }
+}
+
+// Whitespace before a syntax error used to be kept whole by the parser and quoted back, control
+// characters eightfold: 200,000 blank lines made a refusal of 1.6 MB, and 50 MB of them took
+// 580 MB of memory to refuse.
+TEST_F(ToolFailureTest, BlankRunsInADescriptionAreNotQuotedBack) {
+    ProcessOptions blank;
+    blank.stdinPath = write("blank.json", "{\"devices\": [" + std::string(200000, '\n') + "  \t x");
+    ProcessRun run = runTool({"--host", "-", "list"}, blank);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.err,
+              "iio-subhal: <stdin>: line 200001, column 5: syntax error while parsing value - "
+              "invalid literal; last read: '\"devices\": [<U+000A>x'\n");
+}
+
 // Item: --rate 1e9 streamed at the host's 400 Hz without a word.
 TEST_F(ToolFailureTest, ARateTheHostDoesNotHonourIsSaid) {
     ProcessRun run = runTool({"stream", "--sensor", "1", "--rate", "1e9", "--count", "5"});

@@ -367,6 +367,16 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
     // A subcommand with a required operand, and help itself, have help too.
     EXPECT_NE(runTool({"help", "flush"}).out.find("Usage: iio-subhal flush"), std::string::npos);
     EXPECT_NE(runTool({"help", "help"}).out.find("Usage: iio-subhal help"), std::string::npos);
+    EXPECT_NE(runTool({"help", "help"}).out.find("list, stream, flush, dump, check or help"),
+              std::string::npos);
+    // An option's help shows its value's name only, not CLI11's notes ("--rate HZ Excludes:
+    // --period-ns", "--speed X:X") wedged between the option and its description.
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{"--help"}, {"help", "stream"}}) {
+        const std::string help = runTool(args).out;
+        EXPECT_EQ(help.find("Excludes"), std::string::npos) << help;
+        EXPECT_NE(help.find("--speed X "), std::string::npos) << help;
+    }
     // "--" ends the options; the operands after it are read as usual.
     ToolRun flushed = runTool({"--", "flush", "1"});
     EXPECT_EQ(flushed.exitCode, 0) << flushed.err;
