@@ -294,7 +294,7 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
         std::vector<std::string> args;
         const char* error;  // the whole of stderr
     } cases[] = {
-        {{}, "no subcommand given: list, stream, flush, dump, check or help (iio-subhal --help)"},
+        {{}, "no subcommand given: list, stream, flush, dump, check, serve, report or help (iio-subhal --help)"},
         {{"lst"}, "unknown subcommand \"lst\"; did you mean list? (iio-subhal --help)"},
         {{"stream", "--sensors", "1"},
          "stream: unknown option --sensors; did you mean --sensor? (iio-subhal help stream)"},
@@ -367,7 +367,7 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
     // A subcommand with a required operand, and help itself, have help too.
     EXPECT_NE(runTool({"help", "flush"}).out.find("Usage: iio-subhal flush"), std::string::npos);
     EXPECT_NE(runTool({"help", "help"}).out.find("Usage: iio-subhal help"), std::string::npos);
-    EXPECT_NE(runTool({"help", "help"}).out.find("list, stream, flush, dump, check or help"),
+    EXPECT_NE(runTool({"help", "help"}).out.find("list, stream, flush, dump, check, serve, report or help"),
               std::string::npos);
     // An option's help shows its value's name only, not CLI11's notes ("--rate HZ Excludes:
     // --period-ns", "--speed X:X") wedged between the option and its description.
