@@ -117,10 +117,13 @@ int main(int argc, char** argv) {
         command->addOptions(*sub);
         subcommands.push_back({sub, std::move(command)});
     }
+    // "list, stream, ..., report or help"
+    std::string subcommandNames;
+    for (const CommandEntry& entry : kCommands) subcommandNames += std::string(entry.name) + ", ";
+    subcommandNames = subcommandNames.substr(0, subcommandNames.size() - 2) + " or help";
     CLI::App* help = app.add_subcommand("help", "print the help of a subcommand");
     std::string helpTopic;  // read by helpWords() below, before CLI11 parses
-    help->add_option("subcommand", helpTopic,
-                     "list, stream, flush, dump, check or help (default: the tool's own help)")
+    help->add_option("subcommand", helpTopic, subcommandNames + " (default: the tool's own help)")
         ->type_name("SUBCOMMAND");
 
     app.add_option("--record", common.recordFile,
@@ -158,9 +161,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> leftover = app.remaining(true);
     if (!leftover.empty()) return usageError(unexpectedArguments(leftover, app, sub));
     if (sub == nullptr) {
-        return usageError(
-            "no subcommand given: list, stream, flush, dump, check, serve, report or help "
-            "(iio-subhal --help)");
+        return usageError("no subcommand given: " + subcommandNames + " (iio-subhal --help)");
     }
     // An empty value would mean the default (`--iio ""` the built-in emulated host), which is
     // never what an unset variable in a script meant.
