@@ -118,6 +118,13 @@ std::vector<CheckResult> groupedByRule(const std::vector<CheckResult>& results) 
     return sorted;
 }
 
+std::vector<CheckResult> failuresFirst(const std::vector<CheckResult>& results) {
+    std::vector<CheckResult> ordered = groupedByRule(results);
+    std::stable_partition(ordered.begin(), ordered.end(),
+                          [](const CheckResult& r) { return r.verdict == Verdict::kFail; });
+    return ordered;
+}
+
 std::string summaryLine(const std::vector<CheckResult>& results) {
     Tally tally;
     for (const CheckResult& r : results) tally.add(r.verdict);

@@ -30,10 +30,7 @@ std::string recordingReportPage(const host::description::HostConfig& recording,
 
 std::string checkReportPage(const std::vector<check::CheckResult>& results, double seconds,
                             const std::string& hostName) {
-    std::vector<check::CheckResult> ordered = check::groupedByRule(results);
-    std::stable_partition(ordered.begin(), ordered.end(), [](const check::CheckResult& r) {
-        return r.verdict == check::Verdict::kFail;
-    });
+    const std::vector<check::CheckResult> ordered = check::failuresFirst(results);
     nlohmann::json rows = nlohmann::json::array();
     std::vector<std::string> groups;
     for (const check::CheckResult& r : ordered) {

@@ -13,15 +13,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Failures first, then the rest as the terminal report orders them.
-std::vector<check::CheckResult> failuresFirst(const std::vector<check::CheckResult>& results) {
-    std::vector<check::CheckResult> ordered = check::groupedByRule(results);
-    std::stable_partition(ordered.begin(), ordered.end(), [](const check::CheckResult& r) {
-        return r.verdict == check::Verdict::kFail;
-    });
-    return ordered;
-}
-
 }  // namespace
 
 CheckJob::CheckJob(Session& session, EventStream& stream, SensorControls& controls, EventPump& pump)
@@ -87,7 +78,7 @@ void CheckJob::run(bool quick) {
 
     std::lock_guard<std::mutex> lock(mMutex);
     mRunning = false;
-    if (!mCancelled) mResults = failuresFirst(results);
+    if (!mCancelled) mResults = check::failuresFirst(results);
     mSeconds = std::chrono::duration<double>(Clock::now() - start).count();
     publishLocked();
 }
