@@ -37,6 +37,10 @@ ProcessRun runServe(const std::string& tool, const std::vector<std::string>& arg
         if (done || !std::regex_search(run.out, match, url)) return;
         done = true;
         ServeUrl server{std::stoi(match[1]), match[2]};
+        // A first request from this thread builds the HTTP library's function-local statics
+        // before the body starts threads of its own; the race checker cannot see the library
+        // order them itself.
+        server.client()->Get("/");
         body(server);
         kill(pid, SIGINT);
     };

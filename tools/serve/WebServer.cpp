@@ -2,9 +2,11 @@
 
 #include <httplib.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <mutex>
 #include <nlohmann/json.hpp>
 
 #include "Arguments.h"
@@ -26,6 +28,39 @@ const char kPagePolicy[] =
     "default-src 'none'; script-src 'self'; style-src 'self' 'unsafe-inline'; "
     "connect-src 'self'; img-src 'self' data:; frame-ancestors 'none'; base-uri 'none'; "
     "form-action 'none'";
+
+// Serves `server` on `thread` and returns once it accepts (or has given up): the library ignores
+// a stop() that comes before it runs, which would leave the thread serving for ever.
+void listenOn(httplib::Server& server, std::thread& thread) {
+    auto ended = std::make_shared<std::atomic<bool>>(false);
+    thread = std::thread([&server, ended] {
+        server.listen_after_bind();
+        *ended = true;
+    });
+    while (!server.is_running() && !*ended) std::this_thread::yield();
+}
+
+// The HTTP library builds some function-local statics (its table of methods, its Range pattern)
+// on first use, inside a build that race checkers cannot see into: two first requests on two of
+// its threads look like a race to them. One request served by a throwaway server, whose threads
+// are joined before the real server starts its own, builds them in an order every checker sees.
+// It costs a few milliseconds, once.
+void buildLibraryStatics() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        httplib::Server warm;
+        warm.Get("/", [](const httplib::Request&, httplib::Response& res) {
+            res.set_content("ok", "text/plain");
+        });
+        const int port = warm.bind_to_any_port("127.0.0.1");
+        if (port <= 0) return;
+        std::thread thread;
+        listenOn(warm, thread);
+        httplib::Client("127.0.0.1", port).Get("/", {{"Range", "bytes=0-0"}});
+        warm.stop();
+        thread.join();
+    });
+}
 
 void answer(httplib::Response& res, const Reply& reply) {
     res.status = reply.status;
@@ -118,7 +153,8 @@ bool WebServer::bind(const std::string& address, int port, const std::string& to
 }
 
 void WebServer::start() {
-    mThread = std::thread([this] { mServer->listen_after_bind(); });
+    buildLibraryStatics();
+    listenOn(*mServer, mThread);
 }
 
 void WebServer::stop() {
