@@ -2,11 +2,15 @@
 // the run against an open session. Adding a subcommand is one file and one line in main.cpp.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 
 #include "Session.h"
+
+// The command-line library is costly to compile; only the commands that add options include it.
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace kelvane::tools {
 

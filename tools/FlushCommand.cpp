@@ -1,4 +1,5 @@
 // flush HANDLE: flush() and the flush-complete event it must bring.
+#include <CLI/CLI.hpp>
 #include <chrono>
 
 #include "Arguments.h"

@@ -2,6 +2,7 @@
 // count or Ctrl-C ends it, then deactivate them and summarize.
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 #include <map>

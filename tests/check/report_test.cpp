@@ -65,5 +65,19 @@ TEST(CheckReportTest, JsonLinesParseBackAndTableSummarizes) {
         << table;
 }
 
+TEST(CheckReportTest, WorstFirstKeepsRuleOrderWithinAVerdict) {
+    std::vector<CheckResult> results = awkwardResults();
+    results.push_back({"list.fifo", "SensorListValid", "list", "z", 4, Verdict::kFail, "8 > 4"});
+    results.push_back({"commands.flush", "FlushSensor", "commands", "z", 4, Verdict::kPass, ""});
+    std::vector<std::string> order;
+    for (const CheckResult& r : worstFirst(results)) {
+        order.push_back(std::string(verdictName(r.verdict)) + " " + r.rule);
+    }
+    EXPECT_EQ(order, (std::vector<std::string>{"FAIL list.fifo", "FAIL stream.count",
+                                               "DEVIATION commands.flush-inactive",
+                                               "SKIP stream.norm", "PASS list.name",
+                                               "PASS commands.flush"}));
+}
+
 }  // namespace
 }  // namespace kelvane::tools::check

@@ -2,6 +2,7 @@
 
 #include <fnmatch.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

@@ -118,10 +118,20 @@ std::vector<CheckResult> groupedByRule(const std::vector<CheckResult>& results) 
     return sorted;
 }
 
-std::vector<CheckResult> failuresFirst(const std::vector<CheckResult>& results) {
+std::vector<CheckResult> worstFirst(const std::vector<CheckResult>& results) {
+    auto rank = [](Verdict v) {
+        switch (v) {
+            case Verdict::kFail: return 0;
+            case Verdict::kDeviation: return 1;
+            case Verdict::kSkip: return 2;
+            case Verdict::kPass: return 3;
+        }
+        return 3;
+    };
     std::vector<CheckResult> ordered = groupedByRule(results);
-    std::stable_partition(ordered.begin(), ordered.end(),
-                          [](const CheckResult& r) { return r.verdict == Verdict::kFail; });
+    std::stable_sort(ordered.begin(), ordered.end(), [&](const CheckResult& a, const CheckResult& b) {
+        return rank(a.verdict) < rank(b.verdict);
+    });
     return ordered;
 }
 

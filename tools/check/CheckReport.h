@@ -12,8 +12,9 @@ namespace kelvane::tools::check {
 // Results ordered by the rule catalogue, then by subject, run order kept within.
 std::vector<CheckResult> groupedByRule(const std::vector<CheckResult>& results);
 
-// groupedByRule(), with the failures moved to the front: what a page shows first.
-std::vector<CheckResult> failuresFirst(const std::vector<CheckResult>& results);
+// groupedByRule(), ordered by verdict: failures, deviations, skips, then passes; what a page
+// shows first is what needs a look.
+std::vector<CheckResult> worstFirst(const std::vector<CheckResult>& results);
 
 // "31 results: 20 PASS, 1 FAIL, 6 SKIP, 4 DEVIATION"
 std::string summaryLine(const std::vector<CheckResult>& results);

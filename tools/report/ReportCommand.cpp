@@ -1,5 +1,7 @@
 // report: a recording (a host description with recorded samples, as `stream --record` or the
 // page of `serve` writes it) as one self-contained HTML file to look at.
+#include <CLI/CLI.hpp>
+
 #include "Command.h"
 #include "Diagnostics.h"
 #include "Output.h"

@@ -30,7 +30,7 @@ std::string recordingReportPage(const host::description::HostConfig& recording,
 
 std::string checkReportPage(const std::vector<check::CheckResult>& results, double seconds,
                             const std::string& hostName) {
-    const std::vector<check::CheckResult> ordered = check::failuresFirst(results);
+    const std::vector<check::CheckResult> ordered = check::worstFirst(results);
     nlohmann::json rows = nlohmann::json::array();
     std::vector<std::string> groups;
     for (const check::CheckResult& r : ordered) {

@@ -78,7 +78,7 @@ void CheckJob::run(bool quick) {
 
     std::lock_guard<std::mutex> lock(mMutex);
     mRunning = false;
-    if (!mCancelled) mResults = check::failuresFirst(results);
+    if (!mCancelled) mResults = check::worstFirst(results);
     mSeconds = std::chrono::duration<double>(Clock::now() - start).count();
     publishLocked();
 }

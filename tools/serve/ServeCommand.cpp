@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <utils/SystemClock.h>
 
+#include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
 #include <thread>
