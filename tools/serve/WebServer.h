@@ -49,7 +49,8 @@ class WebServer {
     // returns false and sets *error to one line.
     bool bind(const std::string& address, int port, const std::string& token, std::string* error);
     int port() const { return mPort; }
-    // Serves on a thread of its own until stop().
+    // Serves on a thread of its own until stop(); returns once the server accepts, so that a
+    // stop() right after it is never lost.
     void start();
     // Stops accepting, waits for every request to end (the live streams end once the stream is
     // closed) and for the thread. Idempotent.
