@@ -11,6 +11,7 @@
 
 #include "Output.h"
 #include "OutputFile.h"
+#include "StopSignals.h"
 #include "host/common/Recorder.h"
 #include "host/description/BuiltInHost.h"
 #include "host/description/DescriptionReader.h"
@@ -39,8 +40,12 @@ void silenceLibraryLogs() {
 bool loadDescription(const std::string& file, host::description::HostConfig* config) {
     const bool stdinput = file == "-";
     std::string error;
-    if (host::description::loadHostDescription(stdinput ? "/dev/stdin" : file, config, &error))
+    if (host::description::loadHostDescription(stdinput ? "/dev/stdin" : file, config, &error,
+                                               host::description::kMaxDescriptionBytes,
+                                               [] { return stopSignal() != 0; })) {
         return true;
+    }
+    if (stopSignal() != 0) return false;  // said by the caller
     if (stdinput && error.rfind("/dev/stdin", 0) == 0) error = "<stdin>" + error.substr(10);
     printError(printable(error));
     return false;
@@ -145,6 +150,11 @@ int Session::open(const CommonOptions& options) {
     } else if (options.hostFile.empty()) {
         config = host::description::builtInHost();
     } else if (!loadDescription(options.hostFile, &config)) {
+        if (stopSignal() != 0) {
+            return stoppedBeforeDone("while reading " + printable(options.hostFile == "-"
+                                                                      ? "<stdin>"
+                                                                      : options.hostFile));
+        }
         return kExitUsage;
     } else if (options.speedGiven && !hasTimedParts(config)) {
         printWarning("--speed changes nothing: " +

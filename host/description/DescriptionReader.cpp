@@ -688,8 +688,8 @@ bool parseHostDescription(const std::string& text, HostConfig* out, std::string*
     return parseSource(source, out, error);
 }
 
-bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error,
-                         size_t limit) {
+bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error, size_t limit,
+                         const std::function<bool()>& stop) {
     auto failed = [&](const std::string& what) {
         *error = path + ": " + what;
         return false;
@@ -707,7 +707,7 @@ bool loadHostDescription(const std::string& path, HostConfig* out, std::string* 
         // Refused before reading; other files (pipes, devices) are cut off at the limit.
         reason = tooLargeError(limit);
     } else {
-        JsonSource source(fd, limit);
+        JsonSource source(fd, limit, stop);
         ok = parseSource(source, out, &reason);
     }
     ::close(fd);

@@ -1,5 +1,6 @@
 #include "host/description/JsonReader.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -326,7 +327,19 @@ void JsonSource::stopAtNul() {
     }
 }
 
-JsonSource::JsonSource(int fd, size_t limit) : mFd(fd), mLimit(limit), mBuffer(kReadChunk) {}
+JsonSource::JsonSource(int fd, size_t limit, std::function<bool()> stop)
+    : mFd(fd), mStop(std::move(stop)), mLimit(limit), mBuffer(kReadChunk) {}
+
+bool JsonSource::waitForInput() {
+    if (!mStop) return true;
+    struct pollfd ready = {mFd, POLLIN, 0};
+    while (!mStop()) {
+        const int n = ::poll(&ready, 1, 100);
+        if (n > 0 || (n < 0 && errno != EINTR)) return true;  // read() says what went wrong
+    }
+    mReadError = EINTR;
+    return false;
+}
 
 bool JsonSource::refill() {
     if (mFd < 0 || mTooLarge || mSawNul || mReadError != 0) return false;
@@ -341,6 +354,7 @@ bool JsonSource::refill() {
         mTooLarge = n > 0;
         return false;
     }
+    if (!waitForInput()) return false;
     const size_t want = std::min(mBuffer.size(), mLimit - mOffset);
     ssize_t n = 0;
     do {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -39,8 +40,10 @@ class JsonSource {
   public:
     // Text already in memory; it must outlive the source.
     JsonSource(const std::string& text, size_t limit);
-    // An open file descriptor, read as far as the document goes (not closed here).
-    JsonSource(int fd, size_t limit);
+    // An open file descriptor, read as far as the document goes (not closed here). While it
+    // waits for input, `stop` is asked every 100 ms; once it answers true reading ends as a read
+    // error (EINTR).
+    JsonSource(int fd, size_t limit, std::function<bool()> stop = nullptr);
     JsonSource(const JsonSource&) = delete;
     JsonSource& operator=(const JsonSource&) = delete;
 
@@ -78,9 +81,11 @@ class JsonSource {
 
   private:
     bool refill();
+    bool waitForInput();
     void stopAtNul();
 
     int mFd = -1;
+    std::function<bool()> mStop;
     size_t mLimit;
     std::vector<char> mBuffer;
     const char* mNext = nullptr;

@@ -236,6 +236,66 @@ TEST_F(ToolFailureTest, OutputsGoIntoWhatIsNotARegularFileAndReplaceOnlyRegularO
     EXPECT_EQ(files(), expected);
 }
 
+// Item: with stdout closed, the recording became descriptor 1 and got the event lines ahead of its
+// JSON; with stderr closed it got the host's lines.
+TEST_F(ToolFailureTest, ClosedStandardDescriptorsNeverTakeInAFile) {
+    for (const char* closed : {">&-", "2>&-", "<&-"}) {
+        const std::string recording = mDir + "/closed.json";
+        ProcessRun run = runToolInShell(std::string(R"(exec "$0" "$@" )") + closed,
+                                        {"stream", "--count", "5", "--record", recording});
+        EXPECT_EQ(run.exitCode, 0) << closed << ": " << run.err;
+        const nlohmann::json parsed = nlohmann::json::parse(readFile(recording), nullptr, false);
+        ASSERT_FALSE(parsed.is_discarded()) << closed << ": " << readFile(recording);
+        EXPECT_EQ(parsed["devices"].size(), 5u) << closed;
+    }
+}
+
+// Item: reading `--host -` ignored Ctrl-C, SIGTERM and SIGHUP until its input ended; list, dump
+// and flush with --record wrote nothing when a signal ended them, and left a temporary file.
+TEST_F(ToolFailureTest, StopSignalsEndEveryPhaseAndKeepTheRecording) {
+    const std::string input = mDir + "/in";
+    ASSERT_EQ(mkfifo(input.c_str(), 0600), 0);
+    // The input is a FIFO that never ends; the signal comes once the tool has opened it to read.
+    const std::string signalWhileReading = R"sh(set -m; exec 3<>")sh" + input + R"sh("
+        "$0" "$@" <&3 3<&- & pid=$!
+        while kill -0 $pid 2>/dev/null &&
+              [ "$(readlink /proc/$pid/fd/* | grep -cF "$(readlink /proc/$pid/fd/0)")" -lt 2 ]; do
+            sleep 0.01
+        done
+        kill -$SIGNAL $pid; wait $pid)sh";
+    for (const char* name : {"INT", "TERM", "HUP"}) {
+        ProcessOptions options;
+        options.extraEnv = {std::string("SIGNAL=") + name};
+        ProcessRun run = runToolInShell(signalWhileReading, {"--host", "-", "stream"}, options);
+        const int signal = name[0] == 'I' ? SIGINT : name[0] == 'T' ? SIGTERM : SIGHUP;
+        EXPECT_EQ(run.exitCode, 128 + signal) << name << ": " << run.err;
+        EXPECT_TRUE(contains(run.err, " while reading <stdin>\n")) << name << ": " << run.err;
+    }
+
+    const struct {
+        std::vector<std::string> args;
+        int signal;
+    } runs[] = {{{"list"}, SIGINT}, {{"dump"}, SIGTERM}, {{"flush", "1"}, SIGHUP}};
+    for (const auto& r : runs) {
+        const std::string recording = mDir + "/" + r.args[0] + ".json";
+        std::vector<std::string> args = r.args;
+        args.insert(args.end(), {"--record", recording});
+        ProcessOptions interrupt;
+        bool sent = false;
+        interrupt.onOutput = [&](pid_t pid, const ProcessRun& run) {
+            if (!sent && contains(run.err, "device list asked for")) {
+                sent = kill(pid, r.signal) == 0;
+            }
+        };
+        ProcessRun run = runTool(args, interrupt);
+        EXPECT_EQ(run.exitCode, 128 + r.signal) << r.args[0] << ": " << run.err;
+        const nlohmann::json parsed = nlohmann::json::parse(readFile(recording), nullptr, false);
+        ASSERT_FALSE(parsed.is_discarded()) << r.args[0] << ": " << run.err;
+        EXPECT_EQ(parsed["devices"].size(), 5u) << r.args[0];
+    }
+    EXPECT_EQ(files(), (std::vector<std::string>{"dump.json", "flush.json", "in", "list.json"}));
+}
+
 // Item: a full disk left a truncated recording over the file that was there.
 TEST_F(ToolFailureTest, AFailedRecordingLeavesTheFileThereUntouched) {
     const std::string old = write("field.json", R"({"devices": []})");
