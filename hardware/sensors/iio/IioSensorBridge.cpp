@@ -14,11 +14,6 @@ namespace {
 
 constexpr int64_t kEnumerationGraceUs = 2000000;
 
-// Runs `task` only while the bridge that posted it is alive. Both run on the Mojo thread.
-void runWhileAlive(const std::weak_ptr<int>& lifetime, base::OnceClosure task) {
-    if (!lifetime.expired()) std::move(task).Run();
-}
-
 }  // namespace
 
 IioSensorBridge::IioSensorBridge(vel::MojoProcessSupport* processSupport,
@@ -98,7 +93,7 @@ void IioSensorBridge::onAllDeviceIds(const base::flat_map<int, std::vector<int>>
         if (kind == nullptr) continue;
         int handle;
         {
-            std::lock_guard<std::mutex> lock(mDevicesMutex);
+            base::AutoLock lock(mDevicesLock);
             handle = mNextHandle++;
             auto device =
                 std::make_unique<IioSensorDevice>(deviceId, handle, *kind, types, mEventCallback);
@@ -121,7 +116,7 @@ void IioSensorBridge::onAllDeviceIds(const base::flat_map<int, std::vector<int>>
 void IioSensorBridge::checkEnumerationComplete() {
     int ready = 0;
     {
-        std::lock_guard<std::mutex> lock(mDevicesMutex);
+        base::AutoLock lock(mDevicesLock);
         for (const auto& entry : mDevices) {
             if (entry.second->isReady()) ++ready;
         }
@@ -131,22 +126,22 @@ void IioSensorBridge::checkEnumerationComplete() {
 }
 
 void IioSensorBridge::completeEnumeration() {
-    {
-        std::lock_guard<std::mutex> lock(mEnumMutex);
-        mEnumerationComplete = true;
-    }
-    mEnumCv.notify_all();
+    base::AutoLock lock(mEnumLock);
+    mEnumerationComplete = true;
+    mEnumDone.Broadcast();
 }
 
 std::vector<std::pair<int, IioSensorBridge::SensorInfo>> IioSensorBridge::getSensors(
     int timeoutMs) {
-    std::unique_lock<std::mutex> enumLock(mEnumMutex);
     const auto deadline = std::chrono::steady_clock::now() +
                           std::chrono::nanoseconds(static_cast<int64_t>(timeoutMs) * 1000000);
-    mEnumCv.wait_until(enumLock, deadline, [this] { return mEnumerationComplete; });
+    base::AutoLock enumLock(mEnumLock);
+    while (!mEnumerationComplete) {
+        if (!mEnumDone.WaitUntil(deadline)) break;
+    }
 
     std::vector<std::pair<int, SensorInfo>> sensors;
-    std::lock_guard<std::mutex> devicesLock(mDevicesMutex);
+    base::AutoLock devicesLock(mDevicesLock);
     for (const auto& [handle, device] : mDevices) {
         if (device->isReady()) sensors.emplace_back(handle, device->getSensorInfo());
     }
@@ -154,14 +149,14 @@ std::vector<std::pair<int, IioSensorBridge::SensorInfo>> IioSensorBridge::getSen
 }
 
 void IioSensorBridge::activate(int handle, bool enabled) {
-    std::lock_guard<std::mutex> lock(mDevicesMutex);
+    base::AutoLock lock(mDevicesLock);
     auto it = mDevices.find(handle);
     if (it == mDevices.end()) return;
     post(base::BindOnce(&IioSensorDevice::activate, base::Unretained(it->second.get()), enabled));
 }
 
 void IioSensorBridge::batch(int handle, int64_t samplingPeriodNs) {
-    std::lock_guard<std::mutex> lock(mDevicesMutex);
+    base::AutoLock lock(mDevicesLock);
     auto it = mDevices.find(handle);
     if (it == mDevices.end()) return;
     post(base::BindOnce(&IioSensorDevice::batch, base::Unretained(it->second.get()),
@@ -173,7 +168,7 @@ void IioSensorBridge::post(base::OnceClosure task, base::TimeDelta delay) {
         mProcessSupport->getThread()->getTaskRunner();
     runner->PostDelayedTask(
         base::Location::CreateFromHere(__FILE__),
-        base::BindOnce(&runWhileAlive, std::weak_ptr<int>(mLifetime), std::move(task)), delay);
+        base::BindOnce(&IioSensorBridge::runPosted, mWeak.GetWeakPtr(), std::move(task)), delay);
 }
 
 }  // namespace sensors

@@ -100,6 +100,7 @@ IioSensorDevice::~IioSensorDevice() {
 
 void IioSensorDevice::initialize(
     mojo::InterfacePtr<chromeos::sensors::mojom::SensorService>& sensorService) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     sensorService->GetDevice(mDeviceId, mojo::MakeRequest(&mSensorDevice));
     mSensorDevice.set_connection_error_handler(base::BindOnce(
         [](int32_t deviceId) {
@@ -112,6 +113,7 @@ void IioSensorDevice::initialize(
 }
 
 void IioSensorDevice::onChannelIds(const std::vector<std::string>& channelIds) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     mChannelIds = channelIds;
     for (size_t i = 0; i < mChannelIds.size(); ++i) {
         mChannelIndices[mChannelIds[i]] = static_cast<int>(i);
@@ -131,6 +133,7 @@ void IioSensorDevice::onChannelIds(const std::vector<std::string>& channelIds) {
 }
 
 void IioSensorDevice::onAttributes(const std::vector<base::Optional<std::string>>& values) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     if (values.size() > 0 && values[0].has_value()) mName = *values[0];
     if (values.size() > 1 && values[1].has_value()) {
         if (!base::StringToDouble(*values[1], &mScale)) mScale = 1.0;
@@ -165,14 +168,13 @@ IioSensorDevice::SensorInfo IioSensorDevice::getSensorInfo() const {
 }
 
 void IioSensorDevice::activate(bool enabled) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     mActive = enabled;
     if (enabled) {
         startSampling();
         return;
     }
-    if (!mSensorDevice.is_bound()) return;
-    mSensorDevice->StopReadingSamples();
-    if (mObserverBinding.is_bound()) mObserverBinding.Close();
+    stopSampling();
 }
 
 void IioSensorDevice::startSampling() {
@@ -204,11 +206,13 @@ void IioSensorDevice::stopSampling() {
 }
 
 void IioSensorDevice::batch(int64_t samplingPeriodNs) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     mFrequency = 1e9 / static_cast<double>(samplingPeriodNs);
     if (mActive) mSensorDevice->SetFrequency(mFrequency, base::BindRepeating(&onBatchFrequency));
 }
 
 void IioSensorDevice::OnErrorOccurred(ObserverErrorType errorType) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     LOG(WARNING) << "IioSensorDevice " << mDeviceId << ": observer error "
                  << static_cast<int32_t>(errorType);
     // A failed read is the one error sampling recovers from: the host reads again once restarted.
@@ -219,6 +223,7 @@ void IioSensorDevice::OnErrorOccurred(ObserverErrorType errorType) {
 }
 
 void IioSensorDevice::OnSampleUpdated(const base::flat_map<int32_t, int64_t>& sample) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     if (!mActive || mCallback == nullptr) return;
 
     auto ts = mTimestampIndex >= 0 ? sample.find(mTimestampIndex) : sample.end();

@@ -12,6 +12,7 @@
 #include "IioSensorEventCallback.h"
 #include "base/containers/flat_map.h"
 #include "base/optional.h"
+#include "base/sequence_checker.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "hardware/sensors/mojom/sensor_kinds.h"
 #include "mojo/public/cpp/bindings/binding.h"
@@ -21,7 +22,7 @@ namespace kelvane {
 namespace sensors {
 
 // One IIO device of the host, published to Android as one sensor. Everything but getSensorInfo()
-// and isReady() runs on the Mojo thread.
+// and isReady() runs on the Mojo thread (checked), which also destroys it.
 class IioSensorDevice : public chromeos::sensors::mojom::SensorDeviceSamplesObserver {
   public:
     using SensorType = android::hardware::sensors::V2_1::SensorType;
@@ -48,11 +49,12 @@ class IioSensorDevice : public chromeos::sensors::mojom::SensorDeviceSamplesObse
     bool isReady() const { return mReady.load(std::memory_order_acquire); }
 
     void activate(bool enabled);
-    void startSampling();
-    void stopSampling();
     void batch(int64_t samplingPeriodNs);
 
   private:
+    void startSampling();
+    void stopSampling();
+
     const int32_t mDeviceId;
     const int32_t mHandle;
     const SensorKind& mKind;
@@ -75,6 +77,7 @@ class IioSensorDevice : public chromeos::sensors::mojom::SensorDeviceSamplesObse
     int32_t mTimestampIndex = -1;
     // The one-event vector handed to the callback, reused for every sample.
     std::vector<android::hardware::sensors::V2_1::Event> mEvents;
+    SEQUENCE_CHECKER(mMojoSequence);
 };
 
 }  // namespace sensors
