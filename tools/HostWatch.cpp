@@ -191,15 +191,22 @@ void HostWatch::handleLocked(const host::common::HostEvent& e) {
             break;
         case Kind::kFrequencyAnswered: {
             Device& d = mDevices[e.device];
-            if (!mAskedHz || e.value <= 0 || std::fabs(e.value - *mAskedHz) <= 1e-6 * *mAskedHz ||
+            if (!e.reason.empty() && !d.unknownRateSaid) {
+                d.unknownRateSaid = true;
+                printWarning(device + ": " + e.reason);
+            }
+            // The rate asked on the command line, or else the library's own request.
+            const double asked = mAskedHz.value_or(d.libraryAskedHz);
+            if (asked <= 0 || e.value <= 0 || std::fabs(e.value - asked) <= 1e-6 * asked ||
                 std::find(d.answersSaid.begin(), d.answersSaid.end(), e.value) !=
                     d.answersSaid.end()) {
                 break;
             }
             d.answersSaid.push_back(e.value);
-            std::string line =
-                device + ": " + hertz(*mAskedHz) + " asked, the host answered " + hertz(e.value);
-            if (std::fabs(d.libraryAskedHz - *mAskedHz) > 1e-6 * *mAskedHz) {
+            std::string line = device + ": " + hertz(asked) + " asked" +
+                               (mAskedHz ? "" : " by the library") + ", the host answered " +
+                               hertz(e.value);
+            if (mAskedHz && std::fabs(d.libraryAskedHz - asked) > 1e-6 * asked) {
                 line += " (the library asked it for " + hertz(d.libraryAskedHz) + ")";
             }
             printWarning(line);

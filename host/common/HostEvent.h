@@ -31,7 +31,8 @@ enum class HostEventKind {
     // A device's settings and stream.
     kTimeoutSet,             // SetTimeout; value: ms; reason: set when the host could not apply it
     kFrequencyAsked,         // SetFrequency; value: Hz asked for
-    kFrequencyAnswered,      // value: Hz answered
+    kFrequencyAnswered,      // value: Hz answered; reason: set when that is not known to be the
+                             // rate the device runs at
     kChannelsEnabled,        // SetChannelsEnabled; channels; value: 1 to enable, 0 to disable
     kChannelsFailed,         // channels: those SetChannelsEnabled reported failed
     kChannelsEnabledAsked,   // GetChannelsEnabled; channels

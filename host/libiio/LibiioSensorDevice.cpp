@@ -110,28 +110,51 @@ std::optional<std::string> LibiioSensorDevice::attribute(const std::string& attr
     return hostAttribute(mDevice, attr);
 }
 
-double LibiioSensorDevice::applyFrequency(double requested) {
-    if (std::isnan(requested) || requested <= 0.0) return 0.0;
-    const std::optional<std::string> current = readAttribute(mDevice, "sampling_frequency");
-    if (!current) return std::min(requested, kFastestHz);  // polled: the poll rate
+// What sets a buffered device's rate: its own sampling_frequency, or else its trigger's (an
+// hrtimer or sysfs trigger samples the device at the trigger's rate). Null if neither has one.
+static const iio_device* rateOwner(const iio_device* device) {
+    if (iio_device_find_attr(device, "sampling_frequency") != nullptr) return device;
+    const iio_device* trigger = nullptr;
+    if (iio_device_get_trigger(device, &trigger) == 0 && trigger != nullptr &&
+        iio_device_find_attr(trigger, "sampling_frequency") != nullptr) {
+        return trigger;
+    }
+    return nullptr;
+}
 
+double LibiioSensorDevice::applyFrequency(double requested, std::string* unknownRate) {
+    if (std::isnan(requested) || requested <= 0.0) return 0.0;
+    const iio_device* owner = rateOwner(mDevice);
+    if (owner == nullptr) {
+        if (mBuffered) {
+            // Its samples come at a rate nobody here sets or reads: the answer is a guess.
+            const char* name = iio_device_get_name(mDevice);
+            *unknownRate = "iio:device" + std::to_string(mId) + " (" + (name ? name : "?") +
+                           ") has no sampling_frequency, nor has its trigger: it streams at a "
+                           "rate the host can neither set nor read";
+        }
+        return std::min(requested, kFastestHz);  // polled: the poll rate
+    }
     double wanted = std::isinf(requested) ? kFastestHz : requested;
     if (std::optional<std::string> available =
-            readAttribute(mDevice, "sampling_frequency_available")) {
+            readAttribute(owner, "sampling_frequency_available")) {
         wanted = nearestAvailable(*available, requested).value_or(wanted);
     }
     // The newline keeps the value readable by libiio, which drops a value's last byte.
     const std::string text = formatNumber(wanted) + "\n";
-    iio_device_attr_write(mDevice, "sampling_frequency", text.c_str());
-    const std::optional<std::string> readBack = readAttribute(mDevice, "sampling_frequency");
+    iio_device_attr_write(owner, "sampling_frequency", text.c_str());
+    // What the driver made of it: rounded to its own steps, or refused.
+    const std::optional<std::string> readBack = readAttribute(owner, "sampling_frequency");
     return parseNumber(readBack.value_or("")).value_or(0.0);
 }
 
 void LibiioSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
     mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAsked, mId).withValue(frequency));
-    mFrequency = applyFrequency(frequency);
-    mLog->add(
-        common::HostEvent(common::HostEventKind::kFrequencyAnswered, mId).withValue(mFrequency));
+    std::string unknownRate;
+    mFrequency = applyFrequency(frequency, &unknownRate);
+    mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAnswered, mId)
+                  .withValue(mFrequency)
+                  .withReason(std::move(unknownRate)));
     // A new rate takes effect with a new buffer or poll period.
     if (mReader) startReader();
     std::move(callback).Run(mFrequency);

@@ -57,7 +57,9 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice {
                                GetChannelsAttributesCallback callback) override;
 
   private:
-    double applyFrequency(double requested);
+    // Sets the rate and answers the rate the device then runs at. Where no rate can be set or
+    // read, says so in *unknownRate and answers the request.
+    double applyFrequency(double requested, std::string* unknownRate);
     std::optional<std::string> attribute(const std::string& name);
     void startReader();
     void stopReading();

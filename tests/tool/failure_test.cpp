@@ -473,6 +473,15 @@ TEST_F(ToolFailureTest, ARateTheHostDoesNotHonourIsSaid) {
     ProcessRun honoured = runTool({"stream", "--sensor", "1", "--rate", "100", "--count", "5"});
     EXPECT_EQ(honoured.exitCode, 0) << honoured.err;
     EXPECT_FALSE(contains(honoured.err, " asked, the host answered ")) << honoured.err;
+
+    // Without --rate, the library's own request is the one answered short.
+    const std::string slow = write("slow.json", R"({"devices": [
+        {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
+         "maxFrequency": 12.5}]})");
+    ProcessRun library = runTool({"--host", slow, "stream", "--count", "3"});
+    EXPECT_EQ(library.exitCode, 0) << library.err;
+    EXPECT_TRUE(contains(library.err, " Hz asked by the library, the host answered 12.5 Hz\n"))
+        << library.err;
 }
 
 TEST_F(ToolFailureTest, SpeedWithoutAnythingToSpeedUpIsSaid) {
