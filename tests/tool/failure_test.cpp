@@ -296,6 +296,43 @@ TEST_F(ToolFailureTest, StopSignalsEndEveryPhaseAndKeepTheRecording) {
     EXPECT_EQ(files(), (std::vector<std::string>{"dump.json", "flush.json", "in", "list.json"}));
 }
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TOOL_TEST_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TOOL_TEST_SANITIZED 1
+#endif
+
+// Item: an 82 MB recording held 250 MB to list and more to replay: its sample rows were read into
+// growing vectors and then copied. They now cost about their size once.
+TEST_F(ToolFailureTest, ADescriptionCostsAboutItsSizeInMemory) {
+#ifdef TOOL_TEST_SANITIZED
+    GTEST_SKIP() << "a sanitizer's shadow memory is not the tool's";
+#endif
+    if (access("/usr/bin/time", X_OK) != 0) GTEST_SKIP() << "no /usr/bin/time to measure with";
+    std::string text = R"({"devices": [{"id": 0, "types": [1],
+        "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
+        "timedSamples": {"channels": [0, 1, 2, 3], "samples": [)";
+    for (int i = 0; i < 300000; ++i) {
+        text += std::string(i == 0 ? "" : ",") + "\n[2500," + std::to_string(i % 9973 - 5000) +
+                ",-" + std::to_string(i % 811) + "," + std::to_string(i % 4099) + "," +
+                std::to_string(1000000000000 + i * 2500000ll) + "]";
+    }
+    const std::string description = write("big.json", text + "]}}]}");
+    auto peakKb = [this](const std::vector<std::string>& args) {
+        ProcessRun run = runToolInShell(R"(exec /usr/bin/time -f "peak %M" "$0" "$@")", args);
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        const size_t at = run.err.rfind("peak ");
+        return at == std::string::npos ? 0.0 : std::stod(run.err.substr(at + 5));
+    };
+    const double builtIn = peakKb({"list"});
+    const double loaded = peakKb({"--host", description, "--speed", "0", "list"});
+    const double fileKb = static_cast<double>(text.size()) / 1024;
+    EXPECT_LT(loaded - builtIn, 2 * fileKb) << loaded << " KB against " << builtIn << " KB";
+}
+
 // Item: a full disk left a truncated recording over the file that was there.
 TEST_F(ToolFailureTest, AFailedRecordingLeavesTheFileThereUntouched) {
     const std::string old = write("field.json", R"({"devices": []})");
