@@ -10,33 +10,9 @@
 namespace kelvane {
 namespace sensors {
 
-using android::hardware::sensors::V2_1::SensorType;
-
 namespace {
 
 constexpr int64_t kEnumerationGraceUs = 2000000;
-
-// Host device-type codes 1, 2, 3, 5 and 11: bit (code - 1) of this mask.
-constexpr uint32_t kSupportedTypeMask = 1047;
-
-bool isSupportedType(int code) {
-    return code >= 1 && code <= 11 && (kSupportedTypeMask & (1u << (code - 1))) != 0;
-}
-
-SensorType sensorTypeFor(int code) {
-    switch (code) {
-        case 1:
-            return SensorType::ACCELEROMETER;
-        case 2:
-            return SensorType::GYROSCOPE;
-        case 3:
-            return SensorType::LIGHT;
-        case 5:
-            return SensorType::MAGNETIC_FIELD;
-        default:
-            return SensorType::GRAVITY;  // 11, the last supported code
-    }
-}
 
 }  // namespace
 
@@ -113,27 +89,20 @@ void IioSensorBridge::onAllDeviceIds(const base::flat_map<int, std::vector<int>>
     LOG(INFO) << "IioSensorBridge: got " << devices.size() << " IIO devices";
     int created = 0;
     for (const auto& [deviceId, types] : devices) {
-        const int* code = nullptr;
-        for (const int& t : types) {
-            if (isSupportedType(t)) {
-                code = &t;
-                break;
-            }
-        }
-        if (code == nullptr) continue;
-        const SensorType type = sensorTypeFor(*code);
+        const SensorKind* kind = firstServedKind(types);
+        if (kind == nullptr) continue;
         int handle;
         {
             base::AutoLock lock(mDevicesLock);
             handle = mNextHandle++;
             auto device =
-                std::make_unique<IioSensorDevice>(deviceId, handle, type, types, mEventCallback);
+                std::make_unique<IioSensorDevice>(deviceId, handle, *kind, types, mEventCallback);
             device->initialize(mSensorService);
             mDevices[handle] = std::move(device);
         }
         ++created;
         LOG(INFO) << "IioSensorBridge: device " << deviceId << " -> handle " << handle << " type "
-                  << static_cast<int>(type);
+                  << kind->androidType;
     }
     if (created == 0) {
         LOG(INFO) << "IioSensorBridge: no supported IIO devices found";
