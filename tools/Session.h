@@ -100,6 +100,8 @@ class Session {
     bool replays() const { return mReplays; }
     // The devices of the host description that replay recorded samples.
     const std::vector<RecordedDevice>& recordedDevices() const { return mRecorded; }
+    // How many times faster than recorded a replay runs; 0: no waiting.
+    double replaySpeed() const { return mReplaySpeed; }
     // Whether sample timestamps come from another machine's clock (a board reached by libiio).
     bool remoteClock() const { return mRemoteClock; }
     // With --record or CommonOptions::recordOnDemand, what records the host's service; null
@@ -124,6 +126,7 @@ class Session {
     bool mRemoteClock = false;
     std::optional<int64_t> mRecordingStart;
     bool mReplays = false;
+    double mReplaySpeed = 1.0;
     std::string mHostName;
     std::string mHostInput;
     std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
