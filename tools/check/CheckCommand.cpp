@@ -13,6 +13,7 @@
 #include "Output.h"
 #include "RecordingFile.h"
 #include "Stdout.h"
+#include "SubHalLoader.h"
 #include "check/CheckReport.h"
 #include "check/CommandRules.h"
 #include "check/CtsRules.h"
@@ -159,7 +160,10 @@ int runCheck(Session& session, const CheckOptions& options, bool json) {
     }
     if (html) {
         std::string error;
-        if (!html->commit(report::checkReportPage(results, seconds, session.hostName()), &error)) {
+        if (!html->commit(report::checkReportPage(results, seconds,
+                                                  {session.hostName(), session.subHalPath(),
+                                                   loadedLibraryBuildId(session.subHalPath())}),
+                          &error)) {
             printError(printable(error));
             return kExitUsage;
         }
