@@ -195,7 +195,7 @@ function cardControls(card, handle) {
   e.flushStatus = el('span', { class: 'flush' });
   e.lock = el('span', { class: 'lock' });
   e.error = el('span', { class: 'error' });
-  const form = el('form', { class: 'rate-form' }, e.rate, el('span', { text: 'Hz' }), e.setRate);
+  const form = el('form', { class: 'rate-form', novalidate: '' }, e.rate, el('span', { text: 'Hz' }), e.setRate);
   e.toggle.addEventListener('click', () => request(e.error, 'POST', `/api/sensors/${handle}/active`, { on: !card.on }));
   form.addEventListener('submit', (event) => {
     event.preventDefault();
@@ -276,6 +276,7 @@ function pause() {
   view.pausedAt = view.now;
   for (const card of cards.values()) card.snapshot = { xs: card.xs.slice(), ys: card.ys.map((ys) => ys.slice()) };
   showViewState();
+  redrawAll();  // the charts hold the live arrays, which keep growing
 }
 
 function resume() {
