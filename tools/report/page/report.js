@@ -5,6 +5,8 @@
 'use strict';
 
 const data = JSON.parse(document.getElementById('data').textContent);
+// The charts drawn, for the tests that look at them: {device, name, u}.
+window.iioReport = { charts: [] };
 
 function el(tag, attrs = {}, ...children) {
   const node = document.createElement(tag);
@@ -120,7 +122,7 @@ function renderRecording() {
         ' ', el('span', { class: 'legend-mark', text: `▮ ${marks.length} host events and restarts` })),
       charts);
     document.body.append(card);
-    for (const series of d.series) timeChart(charts, d, series, marks);
+    for (const series of d.series) window.iioReport.charts.push({ device: d.id, name: series.name, u: timeChart(charts, d, series, marks) });
     histogramChart(charts, d);
     if (d.gaps.length) {
       card.append(el('div', { class: 'marks', text: 'Gaps: ' + d.gaps.slice(0, 20).map((g) => `${fmt(g.atS)} s (${fmt(g.ms, 3)} ms)`).join(', ') +
