@@ -6,12 +6,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 
 #include "Command.h"
 #include "Diagnostics.h"
 #include "Output.h"
-#include "RecordingFile.h"
+#include "OutputFile.h"
 #include "Stdout.h"
 #include "SubHalLoader.h"
 #include "check/CheckReport.h"
@@ -31,11 +30,13 @@ class CheckCommand : public Command {
         app.add_flag("--hifi", mOptions.hifi,
                      "judge as for high-fidelity sensors: enforce jitter, tighter standard "
                      "deviations");
-        app.add_option("--junit", mOptions.junitFile, "also write a JUnit XML report to FILE")
-            ->type_name("FILE");
-        app.add_option("--html", mOptions.htmlFile,
-                       "also write a self-contained HTML report to FILE, failures first")
-            ->type_name("FILE");
+        mJunitOption =
+            app.add_option("--junit", mOptions.junitFile, "also write a JUnit XML report to FILE")
+                ->type_name("FILE");
+        mHtmlOption =
+            app.add_option("--html", mOptions.htmlFile,
+                           "also write a self-contained HTML report to FILE, failures first")
+                ->type_name("FILE");
         app.add_option("--rule", mOptions.rules,
                        "run only rules whose id matches PATTERN (glob, e.g. 'list.*'); repeatable")
             ->type_name("PATTERN")
@@ -55,25 +56,37 @@ class CheckCommand : public Command {
     std::string onInterrupt() const override {
         return "Ctrl-C ends the check at once (the shell sees 130); no report is written.";
     }
+    std::vector<FileArgument> outputFiles() const override {
+        std::vector<FileArgument> files;
+        if (mJunitOption->count() != 0)
+            files.push_back({"--junit", mOptions.junitFile, "JUnit report"});
+        if (mHtmlOption->count() != 0) files.push_back({"--html", mOptions.htmlFile, "report"});
+        return files;
+    }
     int run(Session& session) override { return runCheck(session, mOptions, session.json()); }
 
   private:
     CheckOptions mOptions;
+    CLI::Option* mJunitOption = nullptr;
+    CLI::Option* mHtmlOption = nullptr;
 };
 
 }  // namespace
 
 int runCheck(Session& session, const CheckOptions& options, bool json) {
-    std::unique_ptr<RecordingFile> html;
-    if (!options.htmlFile.empty()) {
-        // Before the rules run, so that a path that cannot be written costs no run.
-        std::string error;
-        html = RecordingFile::create(options.htmlFile, session.hostInput(), &error,
-                                     RecordingFile::Role{"--html", "report", "the --host input"});
-        if (!html) {
-            printError(printable(error));
-            return kExitUsage;
-        }
+    // Before the rules run, so that a path that cannot be written costs no run.
+    std::unique_ptr<OutputFile> html;
+    std::unique_ptr<OutputFile> junit;
+    std::string error;
+    if (!options.htmlFile.empty() &&
+        !(html = OutputFile::create(options.htmlFile, {"--html", "report"}, &error))) {
+        printError(printable(error));
+        return kExitUsage;
+    }
+    if (!options.junitFile.empty() &&
+        !(junit = OutputFile::create(options.junitFile, {"--junit", "JUnit report"}, &error))) {
+        printError(printable(error));
+        return kExitUsage;
     }
     const auto start = std::chrono::steady_clock::now();
     const std::vector<CheckResult> results = runRules(session, options);
@@ -95,24 +108,16 @@ int runCheck(Session& session, const CheckOptions& options, bool json) {
         writeStdout(resultTable(results));
     }
     flushStdout();
-    if (!options.junitFile.empty()) {
-        std::ofstream file(options.junitFile);
-        file << resultJUnit(results, seconds);
-        file.close();
-        if (!file) {
-            printError("cannot write " + options.junitFile);
-            return kExitUsage;
-        }
+    // A report that cannot be written is a failure of the run, as in `report`.
+    if (junit && !junit->commit(resultJUnit(results, seconds), &error)) {
+        printError(printable(error));
+        return kExitFailure;
     }
-    if (html) {
-        std::string error;
-        if (!html->commit(report::checkReportPage(results, seconds,
-                                                  {session.hostName(), session.subHalPath(),
-                                                   loadedLibraryBuildId(session.subHalPath())}),
-                          &error)) {
-            printError(printable(error));
-            return kExitUsage;
-        }
+    const report::PageOrigin origin{session.hostName(), session.subHalPath(),
+                                    loadedLibraryBuildId(session.subHalPath())};
+    if (html && !html->commit(report::checkReportPage(results, seconds, origin), &error)) {
+        printError(printable(error));
+        return kExitFailure;
     }
     for (const CheckResult& r : results) {
         if (r.verdict == Verdict::kFail) return kExitFailure;

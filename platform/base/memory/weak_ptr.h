@@ -12,9 +12,10 @@
 // nothing once the pointer is invalid; such a method returns void.
 //
 // Threads: WeakPtrs may be copied, moved and destroyed on any thread, but are dereferenced or
-// tested only on one sequence, the one the target lives on; the factory's GetWeakPtr(),
-// InvalidateWeakPtrs() and destructor run there too. The first test or invalidation binds that
-// sequence; breaking the rule crashes with a log line rather than racing.
+// tested only on one sequence, the one the target lives on; InvalidateWeakPtrs() and the factory's
+// destructor run there too. The first test or invalidation binds that sequence; breaking the rule
+// crashes with a log line rather than racing. GetWeakPtr() may be called on any thread, though not
+// while InvalidateWeakPtrs() runs.
 #pragma once
 
 #include <utility>
