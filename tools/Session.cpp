@@ -187,6 +187,7 @@ int Session::open(const CommonOptions& options) {
     mHost->registerWithBridge();
 
     const std::string path = libraryPath(options.library);
+    mSubHalPath = path;
     std::string error;
     mSubHal = loadSubHal(path, &error);
     if (mSubHal == nullptr) {

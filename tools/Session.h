@@ -94,6 +94,8 @@ class Session {
     // What serves the sensors, for a person: "the built-in emulated host", "the emulated host of
     // lab.json", "the IIO devices of ip:board".
     const std::string& hostName() const { return mHostName; }
+    // The sub-HAL's file, as loaded.
+    const std::string& subHalPath() const { return mSubHalPath; }
     // The --host argument: "" for none, "-" for standard input.
     const std::string& hostInput() const { return mHostInput; }
     // Whether the host replays recorded samples (a --host description with timedSamples).
@@ -129,6 +131,7 @@ class Session {
     double mReplaySpeed = 1.0;
     std::string mHostName;
     std::string mHostInput;
+    std::string mSubHalPath;
     std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
 };
 
