@@ -255,11 +255,13 @@ TEST_F(ToolFailureTest, ClosedStandardDescriptorsNeverTakeInAFile) {
 TEST_F(ToolFailureTest, StopSignalsEndEveryPhaseAndKeepTheRecording) {
     const std::string input = mDir + "/in";
     ASSERT_EQ(mkfifo(input.c_str(), 0600), 0);
-    // The input is a FIFO that never ends; the signal comes once the tool has opened it to read.
+    // The input is a FIFO that never ends; the signal comes once the tool (not the shell before
+    // it runs the tool) has opened it a second time, to read.
     const std::string signalWhileReading = R"sh(set -m; exec 3<>")sh" + input + R"sh("
         "$0" "$@" <&3 3<&- & pid=$!
-        while kill -0 $pid 2>/dev/null &&
-              [ "$(readlink /proc/$pid/fd/* | grep -cF "$(readlink /proc/$pid/fd/0)")" -lt 2 ]; do
+        tool=$(readlink -f "$0")
+        while kill -0 $pid 2>/dev/null && { [ "$(readlink /proc/$pid/exe)" != "$tool" ] ||
+              [ "$(readlink /proc/$pid/fd/* | grep -cF "$(readlink /proc/$pid/fd/0)")" -lt 2 ]; }; do
             sleep 0.01
         done
         kill -$SIGNAL $pid; wait $pid)sh";
