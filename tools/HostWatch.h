@@ -68,6 +68,14 @@ class HostWatch {
     void run();
     void drainLocked();
     void handleLocked(const host::common::HostEvent& event);
+    void connectionLocked(host::common::HostEventKind kind);
+    void stepLocked(const host::common::HostEvent& event);
+    // A rate asked (remembered) or answered (a line where it is not the rate the user asked).
+    void rateLocked(const host::common::HostEvent& event, host::common::Rate rate);
+    void startReadingLocked(int32_t device);
+    void closedLocked(const host::common::HostEvent& event);
+    void observerErrorLocked(int32_t device, host::common::ObserverError error,
+                             const std::string& reason);
     void progressLocked(const std::string& line);  // "host: <line>" while enumerating
     void noteLocked(const std::string& line);      // "host: <line>"
     void problemLocked(const std::string& line);
