@@ -36,17 +36,15 @@ void silenceLibraryLogs() {
     logging::SetLogMessageHandler(&dropLogMessage);
 }
 
-// "-" is standard input, read through the same reader as a file; errors name it "<stdin>".
+// "-" is standard input; errors name it "<stdin>".
 bool loadDescription(const std::string& file, host::description::HostConfig* config) {
-    const bool stdinput = file == "-";
     std::string error;
-    if (host::description::loadHostDescription(stdinput ? "/dev/stdin" : file, config, &error,
+    if (host::description::loadHostDescription(file, config, &error,
                                                host::description::kMaxDescriptionBytes,
                                                [] { return stopSignal() != 0; })) {
         return true;
     }
     if (stopSignal() != 0) return false;  // said by the caller
-    if (stdinput && error.rfind("/dev/stdin", 0) == 0) error = "<stdin>" + error.substr(10);
     printError(printable(error));
     return false;
 }

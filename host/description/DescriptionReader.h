@@ -19,10 +19,11 @@ bool parseHostDescription(const std::string& text, HostConfig* out, std::string*
 // hours. Larger files are refused before reading, endless ones (pipes, devices) at this size.
 constexpr size_t kMaxDescriptionBytes = size_t{512} << 20;
 
-// Reads and parses a file, in one pass over the text and without holding it. Errors are prefixed
-// with the path as given ("host.json: /devices/0: unknown key \"colour\"", "host.json: is a
-// directory, not a host description"). While it waits for input, `stop` is asked every 100 ms;
-// once it answers true the load fails ("cannot read: Interrupted system call").
+// Reads and parses a file, "-" standard input, in one pass over the text and without holding it.
+// Errors are prefixed with the path as given, "<stdin>" for "-" ("host.json: /devices/0: unknown
+// key \"colour\"", "host.json: is a directory, not a host description"). While it waits for
+// input, `stop` is asked every 100 ms; once it answers true the load fails ("cannot read:
+// Interrupted system call").
 bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error,
                          size_t limit = kMaxDescriptionBytes,
                          const std::function<bool()>& stop = nullptr);
