@@ -17,6 +17,7 @@
 #include "host/common/Lifetime.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/Playback.h"
+#include "host/emulated/SentSample.h"
 
 namespace kelvane::host::emulated {
 
@@ -43,6 +44,9 @@ class EmulatedHost : public common::HostBase {
     void sendObserverError(int32_t device, int32_t errorType);
     void pushSample(int32_t device, std::map<int32_t, int64_t> sample);
     void emitBurst(int32_t device, size_t count);
+    // Calls `probe` on the host thread for every sample the timer sends, once this call has
+    // reached that thread: set it before the streams it should see start. For measurements.
+    void setSentSampleProbe(SentSampleProbe probe);
 
     // Closing the host's ends on demand.
     void closeInstance();
@@ -74,6 +78,7 @@ class EmulatedHost : public common::HostBase {
     void doSendObserverError(int32_t device, int32_t errorType);
     void doPushSample(int32_t device, std::map<int32_t, int64_t> sample);
     void doEmitBurst(int32_t device, size_t count);
+    void doSetSentSampleProbe(SentSampleProbe probe);
     void doCloseService(uint32_t reason, std::string description);
     void doCloseDevice(int32_t device);
     void doCloseObserver(int32_t device);
@@ -88,6 +93,7 @@ class EmulatedHost : public common::HostBase {
     // Host thread only. They go after the teardown ran there.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
     std::unique_ptr<Playback> mPlayback;
+    SentSampleProbe mSentProbe;  // the devices hold its address
     common::Lifetime mLifetime;  // ended by the teardown; guards the timeline's entries
     size_t mTimelineRun = 0;     // entries run so far
     bool mPlayedOut = false;     // every recorded sample sent
