@@ -110,6 +110,10 @@ Figures figuresOf(const std::map<pid_t, ThreadUsage>& before,
                   const std::map<pid_t, ThreadUsage>& after, const char* timerThread,
                   const char* recvThread, double events, const TimeLogs& logs) {
     Figures f;
+    const Latencies l = latenciesOf(logs.sent.entries(), logs.received.entries());
+    f.lateP50 = l.lateness.p50Us, f.lateP99 = l.lateness.p99Us, f.lateMax = l.lateness.maxUs;
+    f.handOffP50 = l.handOff.p50Us, f.handOffP99 = l.handOff.p99Us, f.handOffMax = l.handOff.maxUs;
+    f.totalP50 = l.total.p50Us, f.totalP99 = l.total.p99Us, f.totalMax = l.total.maxUs;
     f.events = events;
     if (events <= 0) return f;
     const UsageDelta all = usageBetween(before, after, "");
@@ -121,10 +125,6 @@ Figures figuresOf(const std::map<pid_t, ThreadUsage>& before,
     f.restCpuUs = f.cpuUs - f.timerCpuUs - f.recvCpuUs;
     f.wakeups = static_cast<double>(all.voluntarySwitches) / events;
     f.recvWakeups = static_cast<double>(recv.voluntarySwitches) / events;
-    const Latencies l = latenciesOf(logs.sent.entries(), logs.received.entries());
-    f.lateP50 = l.lateness.p50Us, f.lateP99 = l.lateness.p99Us, f.lateMax = l.lateness.maxUs;
-    f.handOffP50 = l.handOff.p50Us, f.handOffP99 = l.handOff.p99Us, f.handOffMax = l.handOff.maxUs;
-    f.totalP50 = l.total.p50Us, f.totalP99 = l.total.p99Us, f.totalMax = l.total.maxUs;
     return f;
 }
 

@@ -228,8 +228,9 @@ TEST_F(HostTest, SentSampleProbeReportsEveryTimerSampleWithTheTimestampDelivered
     host->registerWithBridge();
     startSubHal();
     passGracePeriod();
-    subHal->batch(1, 10000000, 0);  // 100 Hz
-    subHal->activate(1, true);
+    subHal->getSensorsList_2_1([](const hidl_vec<SensorInfo>& l) { ASSERT_EQ(l.size(), 1u); });
+    ASSERT_EQ(subHal->batch(1, 10000000, 0), Result::OK);  // 100 Hz
+    ASSERT_EQ(subHal->activate(1, true), Result::OK);
     ASSERT_TRUE(host->waitForEvent({Kind::kStreamStarted, 3}));
     ASSERT_TRUE(clock->FastForwardBy(base::TimeDelta::FromMilliseconds(95)));
     subHal->activate(1, false);
