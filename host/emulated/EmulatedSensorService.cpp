@@ -32,9 +32,7 @@ EmulatedSensorService::EmulatedSensorService(const description::HostConfig* conf
       mSentProbe(sentProbe),
       mRunner(std::move(runner)) {}
 
-EmulatedSensorService::~EmulatedSensorService() {
-    for (const auto& d : mDevices) d->whenSetUp(base::OnceClosure());  // may outlive this
-}
+EmulatedSensorService::~EmulatedSensorService() = default;
 
 void EmulatedSensorService::close(uint32_t reason, const std::string& description) {
     if (!mBinding.is_bound()) return;
@@ -46,11 +44,10 @@ void EmulatedSensorService::close(uint32_t reason, const std::string& descriptio
     setUpEnded();
 }
 
-std::vector<std::shared_ptr<EmulatedSensorDevice>> EmulatedSensorService::devices(
-    int32_t device) const {
-    std::vector<std::shared_ptr<EmulatedSensorDevice>> found;
+std::vector<EmulatedSensorDevice*> EmulatedSensorService::devices(int32_t device) const {
+    std::vector<EmulatedSensorDevice*> found;
     for (const auto& d : mDevices) {
-        if (d->id() == device) found.push_back(d);
+        if (d->id() == device) found.push_back(d.get());
     }
     return found;
 }
@@ -106,7 +103,7 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
         deviceSetUp(iio_device_id);
         return;
     }
-    auto device = std::make_shared<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner,
+    auto device = std::make_unique<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner,
                                                          mPlayback, mSentProbe);
     device->whenSetUp(
         base::BindOnce(&EmulatedSensorService::deviceSetUp, base::Unretained(this), iio_device_id));
