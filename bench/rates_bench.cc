@@ -111,9 +111,14 @@ Figures figuresOf(const std::map<pid_t, ThreadUsage>& before,
                   const char* recvThread, double events, const TimeLogs& logs) {
     Figures f;
     const Latencies l = latenciesOf(logs.sent.entries(), logs.received.entries());
-    f.lateP50 = l.lateness.p50Us, f.lateP99 = l.lateness.p99Us, f.lateMax = l.lateness.maxUs;
-    f.handOffP50 = l.handOff.p50Us, f.handOffP99 = l.handOff.p99Us, f.handOffMax = l.handOff.maxUs;
-    f.totalP50 = l.total.p50Us, f.totalP99 = l.total.p99Us, f.totalMax = l.total.maxUs;
+    auto copy = [](const Spread& from, double* p50, double* p99, double* max) {
+        *p50 = from.p50Us;
+        *p99 = from.p99Us;
+        *max = from.maxUs;
+    };
+    copy(l.lateness, &f.lateP50, &f.lateP99, &f.lateMax);
+    copy(l.handOff, &f.handOffP50, &f.handOffP99, &f.handOffMax);
+    copy(l.total, &f.totalP50, &f.totalP99, &f.totalMax);
     f.events = events;
     if (events <= 0) return f;
     const UsageDelta all = usageBetween(before, after, "");
