@@ -124,6 +124,9 @@ int Session::open(const CommonOptions& options) {
     }
     host::description::HostConfig config;
     mHostInput = options.hostFile;
+    mHostKind = !options.iioUri.empty()     ? HostKind::kIio
+                : options.hostFile.empty() ? HostKind::kBuiltIn
+                                           : HostKind::kDescription;
     mHostName =
         !options.iioUri.empty() ? "the IIO devices of " + options.iioUri
         : options.hostFile.empty()
@@ -182,6 +185,7 @@ int Session::open(const CommonOptions& options) {
     mHost->registerWithBridge();
 
     const std::string path = libraryPath(options.library);
+    mSubHalPath = path;
     std::string error;
     mSubHal = loadSubHal(path, &error);
     if (mSubHal == nullptr) {

@@ -54,6 +54,9 @@ struct RecordedDevice {
     int32_t timestampChannel = -1;  // the index of its "timestamp" channel, -1 if none
 };
 
+// What serves the sensors: the built-in emulated host, a host description, or IIO devices.
+enum class HostKind { kBuiltIn, kDescription, kIio };
+
 class Session {
   public:
     using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
@@ -94,6 +97,9 @@ class Session {
     // What serves the sensors, for a person: "the built-in emulated host", "the emulated host of
     // lab.json", "the IIO devices of ip:board".
     const std::string& hostName() const { return mHostName; }
+    HostKind hostKind() const { return mHostKind; }
+    // The sub-HAL's file, as loaded.
+    const std::string& subHalPath() const { return mSubHalPath; }
     // The --host argument: "" for none, "-" for standard input.
     const std::string& hostInput() const { return mHostInput; }
     // Whether the host replays recorded samples (a --host description with timedSamples).
@@ -126,6 +132,8 @@ class Session {
     bool mReplays = false;
     std::string mHostName;
     std::string mHostInput;
+    HostKind mHostKind = HostKind::kBuiltIn;
+    std::string mSubHalPath;
     std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
 };
 

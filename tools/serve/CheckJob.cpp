@@ -16,7 +16,10 @@ using Clock = std::chrono::steady_clock;
 }  // namespace
 
 CheckJob::CheckJob(Session& session, EventStream& stream, SensorControls& controls, EventPump& pump)
-    : mSession(session), mStream(stream), mControls(controls), mPump(pump) {}
+    : mSession(session), mStream(stream), mControls(controls), mPump(pump) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    publishLocked();
+}
 
 CheckJob::~CheckJob() { cancel(); }
 
@@ -56,7 +59,7 @@ void CheckJob::discardQueuedEvents() {
 
 void CheckJob::run(bool quick) {
     const auto start = Clock::now();
-    mControls.suspend("a check is running");
+    mControls.suspend("a check is running; the controls return when it ends");
     mPump.pause();
     discardQueuedEvents();
 
@@ -102,11 +105,6 @@ std::string CheckJob::stateJsonLocked() const {
     return state.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-void CheckJob::publishLocked() { mStream.publish(sseFrame("check", stateJsonLocked())); }
-
-void CheckJob::sendStateTo(EventStream::Subscriber& subscriber) const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    subscriber.send(sseFrame("check", stateJsonLocked()));
-}
+void CheckJob::publishLocked() { mStream.publishState("check", stateJsonLocked()); }
 
 }  // namespace kelvane::tools::serve

@@ -4,7 +4,7 @@
 // "check" messages. When it is over the sub-HAL is initialized with the session's callback
 // again and the sensors that were on are turned back on.
 //
-// Threads: start() and sendStateTo() from the server's threads, cancel() from the main thread;
+// Threads: start() from the server's thread, cancel() from the main thread;
 // mMutex guards the state below it.
 #pragma once
 
@@ -34,7 +34,6 @@ class CheckJob {
     Reply start(bool quick);
     // Ends a run at once, its results dropped, and waits for its thread. Idempotent.
     void cancel();
-    void sendStateTo(EventStream::Subscriber& subscriber) const;
 
   private:
     void run(bool quick);

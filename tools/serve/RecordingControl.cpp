@@ -4,13 +4,17 @@
 
 #include <nlohmann/json.hpp>
 
+#include "RecordingFile.h"
 #include "host/common/Recorder.h"
 #include "host/description/DescriptionWriter.h"
 
 namespace kelvane::tools::serve {
 
 RecordingControl::RecordingControl(Session& session, EventStream& stream, int64_t originNs)
-    : mSession(session), mStream(stream), mOriginNs(originNs) {}
+    : mSession(session), mStream(stream), mOriginNs(originNs) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    publishLocked();
+}
 
 Reply RecordingControl::start() {
     std::lock_guard<std::mutex> lock(mMutex);
@@ -19,13 +23,19 @@ Reply RecordingControl::start() {
     mRecording = true;
     mStartedS = (android::elapsedRealtimeNano() - mOriginNs) / 1e9;
     mSamples.reset();
-    mStream.publish(sseFrame("recording", stateJsonLocked()));
+    publishLocked();
     return {};
 }
 
 Reply RecordingControl::stop() {
     std::lock_guard<std::mutex> lock(mMutex);
     if (!mRecording) return refusal(409, "no recording is running");
+    stopLocked();
+    publishLocked();
+    return {};
+}
+
+size_t RecordingControl::stopLocked() {
     mSession.recorder()->pause();
     mRecording = false;
     size_t samples = 0;
@@ -33,8 +43,7 @@ Reply RecordingControl::stop() {
         if (device.timedSamples) samples += device.timedSamples->size();
     }
     mSamples = samples;
-    mStream.publish(sseFrame("recording", stateJsonLocked()));
-    return {};
+    return samples;
 }
 
 Reply RecordingControl::download() const {
@@ -42,20 +51,30 @@ Reply RecordingControl::download() const {
         std::lock_guard<std::mutex> lock(mMutex);
         if (!mStartedS) return refusal(404, "nothing was recorded yet");
     }
-    return {200, host::description::hostDescriptionText(mSession.recorder()->description()),
-            "application/json"};
+    return {200,
+            host::description::hostDescriptionText(mSession.recorder()->description()),
+            "application/json",
+            {{"Content-Disposition", "attachment; filename=\"recording.json\""}}};
 }
 
-std::string RecordingControl::stateJsonLocked() const {
+std::string RecordingControl::finish(const std::string& path) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    if (!mRecording) return {};
+    const size_t samples = stopLocked();
+    std::string error;
+    auto file = RecordingFile::create(path, mSession.hostInput(), &error);
+    if (file && file->commit(mSession.recorder()->description(), &error)) {
+        return "the recording started from the page is in " + path + " (" +
+               std::to_string(samples) + " samples)";
+    }
+    return "the recording started from the page could not be written: " + error;
+}
+
+void RecordingControl::publishLocked() {
     nlohmann::json state = {{"recording", mRecording}, {"startedS", nullptr}, {"samples", nullptr}};
     if (mStartedS) state["startedS"] = *mStartedS;
     if (mSamples) state["samples"] = *mSamples;
-    return state.dump();
-}
-
-void RecordingControl::sendStateTo(EventStream::Subscriber& subscriber) const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    subscriber.send(sseFrame("recording", stateJsonLocked()));
+    mStream.publishState("recording", state.dump());
 }
 
 }  // namespace kelvane::tools::serve

@@ -1,9 +1,10 @@
 // Recording from a page: start, stop, and the recording as a host description to download,
 // which `--host` replays. The session's recorder sits between the library and the host from the
 // start, paused; starting forgets what an earlier recording kept and counts times from then.
-// Every change goes to every page as a "recording" message.
+// Every change goes to every page as the "recording" state message. A recording still running
+// when the server stops is written to a file of its own (finish()).
 //
-// Threads: the server's threads; mMutex guards the state and orders the messages.
+// Threads: the server's and the controller's; mMutex guards the state and orders the messages.
 #pragma once
 
 #include <mutex>
@@ -24,12 +25,15 @@ class RecordingControl {
     Reply start();
     Reply stop();
     // The recording so far (while it runs) or the last one, as a host description; 404 before
-    // any.
+    // any. Takes as long as writing the description does.
     Reply download() const;
-    void sendStateTo(EventStream::Subscriber& subscriber) const;
+    // At the end of the run: stops a recording that runs and writes it to `path` (a new file);
+    // returns the line that says where, or why not; "" when none ran.
+    std::string finish(const std::string& path);
 
   private:
-    std::string stateJsonLocked() const;
+    size_t stopLocked();  // the samples recorded
+    void publishLocked();
 
     Session& mSession;
     EventStream& mStream;
