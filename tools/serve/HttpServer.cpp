@@ -80,6 +80,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     void write(std::string bytes, std::function<void()> then);
     void takeFrames();
     void lingerAndClose();
+    void drain();  // until the client closes or the linger deadline passes
 
     beast::tcp_stream mStream;
     const std::weak_ptr<HttpServer::Impl> mServer;
@@ -87,7 +88,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     RequestReader mReader;
     std::string mOut;  // what is being written
     std::shared_ptr<EventStream::Subscriber> mSubscriber;
-    char mDrain[512];
+    char mDrain[4096];
+    std::chrono::steady_clock::time_point mLingerUntil;
 };
 
 void Connection::start() {
@@ -165,11 +167,17 @@ void Connection::lingerAndClose() {
     beast::error_code ignored;
     mStream.socket().shutdown(tcp::socket::shutdown_send, ignored);
     mSubscriber.reset();
-    mStream.expires_after(kLingerDeadline);
+    mLingerUntil = std::chrono::steady_clock::now() + kLingerDeadline;
+    mStream.expires_at(mLingerUntil);
+    drain();
+}
+
+void Connection::drain() {
     mStream.async_read_some(asio::buffer(mDrain), [self = shared_from_this()](
                                                       const beast::error_code& error, std::size_t) {
-        if (error) return self->close();
-        self->lingerAndClose();
+        // A read that always finds data wins every race with the stream's timer: look too.
+        if (error || std::chrono::steady_clock::now() >= self->mLingerUntil) return self->close();
+        self->drain();
     });
 }
 
