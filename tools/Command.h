@@ -4,7 +4,9 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "OutputFile.h"
 #include "Session.h"
 
 // The command-line library is costly to compile; only the commands that add options include it.
@@ -22,6 +24,12 @@ class Command {
     virtual void addOptions(CLI::App& app) = 0;
     // After parsing, before anything is loaded: a one-line usage error, or "" when all is well.
     virtual std::string checkOptions() { return {}; }
+    // The files the command writes and reads besides --record, --host and --library, so that
+    // none replaces another before anything runs (outputClash()).
+    virtual std::vector<FileArgument> outputFiles() const { return {}; }
+    virtual std::vector<FileArgument> inputFiles() const { return {}; }
+    // Whether the command prints its results on stdout, where an output "-" would mix in.
+    virtual bool printsOnStdout() const { return true; }
     // Whether --json changes what the subcommand prints; if not, --json is refused.
     virtual bool hasJson() const { return true; }
     // What Ctrl-C does to this subcommand, for its help.

@@ -118,6 +118,11 @@ std::string unexpectedArguments(const std::vector<std::string>& leftover, const 
     std::string line = (chosen != nullptr ? where + ": " : std::string()) + "unknown option " +
                        quoted(name).substr(1, quoted(name).size() - 2);
     const std::string guess = closestWord(name, names);
+    if (guess == name && chosen != nullptr) {
+        // Known to the subcommand, but given before it, where only common options are read.
+        return where + ": " + name + " goes after the subcommand it belongs to (iio-subhal " +
+               where + " " + name + " ...)" + helpHint;
+    }
     if (!guess.empty()) return line + "; did you mean " + guess + "?" + helpHint;
     for (const CLI::App* sub : main.get_subcommands({})) {
         if (sub == chosen) continue;
@@ -192,6 +197,32 @@ std::string parseErrorLine(const CLI::ParseError& error, const CLI::App& main,
         }
     }
     return where + error.what() + hint;
+}
+
+std::string misreadValue(const std::vector<std::string>& args, const CLI::App& main) {
+    std::vector<const CLI::App*> apps{&main};
+    for (const CLI::App* sub : main.get_subcommands({})) apps.push_back(sub);
+    for (const std::string& word : args) {
+        const size_t equals = word.find('=');
+        if (word.rfind("--", 0) != 0 || equals == std::string::npos) continue;
+        const std::string name = word.substr(0, equals);
+        for (const CLI::App* app : apps) {
+            const CLI::Option* option = app->get_option_no_throw(name);
+            if (option == nullptr) continue;
+            const std::string hint = app == &main ? std::string(" (iio-subhal --help)")
+                                                  : " (iio-subhal help " + app->get_name() + ")";
+            if (option->get_items_expected_max() == 0) {
+                return quoted(word) + ": " + name + " takes no value; give " + name +
+                       " or leave it out" + hint;
+            }
+            if (equals + 1 == word.size()) {
+                return quoted(word) + ": " + name + " needs a value (" + name + " " +
+                       valueName(*option) + ")" + hint;
+            }
+            break;
+        }
+    }
+    return {};
 }
 
 std::optional<std::vector<std::string>> helpWords(const std::vector<std::string>& args,

@@ -41,6 +41,11 @@ std::string unexpectedArguments(const std::vector<std::string>& leftover, const 
 std::string parseErrorLine(const CLI::ParseError& error, const CLI::App& main,
                            const CLI::App* chosen, const std::vector<std::string>& args);
 
+// The one-line error for "--NAME=VALUE" words CLI11 would misread: a flag given a value
+// ("--follow=no" would turn it on) or an option given an empty one ("--sensor=" would take the
+// next word as its value). "" when there is none. `main` holds every subcommand.
+std::string misreadValue(const std::vector<std::string>& args, const CLI::App& main);
+
 // Where `help` is the subcommand, the words after it (the topic, if any); nullopt otherwise.
 // `valueOptions` are the common options that take a value ("--host"), whose value is skipped.
 std::optional<std::vector<std::string>> helpWords(const std::vector<std::string>& args,

@@ -78,20 +78,13 @@ std::string printable(const std::string& text) {
     return out;
 }
 
+const sensors::SensorKind* sensorKind(SensorType type) {
+    return sensors::kindOfAndroidType(static_cast<int32_t>(type));
+}
+
 const char* valueUnit(SensorType type) {
-    switch (type) {
-        case SensorType::ACCELEROMETER:
-        case SensorType::GRAVITY:
-            return "m/s²";
-        case SensorType::GYROSCOPE:
-            return "rad/s";
-        case SensorType::MAGNETIC_FIELD:
-            return "µT";
-        case SensorType::LIGHT:
-            return "lux";
-        default:
-            return "";
-    }
+    const sensors::SensorKind* kind = sensorKind(type);
+    return kind != nullptr ? kind->unit : "";
 }
 
 std::string formatFloat(float value) {
@@ -108,15 +101,8 @@ std::string shortTypeName(const SensorInfo& sensor) {
 }
 
 bool isThreeAxis(const Event& event) {
-    switch (event.sensorType) {
-        case SensorType::ACCELEROMETER:
-        case SensorType::MAGNETIC_FIELD:
-        case SensorType::GYROSCOPE:
-        case SensorType::GRAVITY:
-            return true;
-        default:
-            return false;
-    }
+    const sensors::SensorKind* kind = sensorKind(event.sensorType);
+    return kind != nullptr && kind->axisCount == 3;
 }
 
 bool isMeta(const Event& event) { return event.sensorType == SensorType::META_DATA; }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "hardware/sensors/mojom/sensor_kinds.h"
+
 namespace kelvane::tools {
 
 using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
@@ -15,6 +17,10 @@ using Event = android::hardware::sensors::V2_1::Event;
 // `text` with control characters (C0, DEL, C1) and backslashes escaped as \n, \t, \\, \x1b or
 // \u009b, so that a host-provided string cannot break a table or drive the terminal.
 std::string printable(const std::string& text);
+
+// The kind of sensor the library publishes as Android type `type` (its axes, unit, short name,
+// default rate); null for a type the library does not publish.
+const sensors::SensorKind* sensorKind(android::hardware::sensors::V2_1::SensorType type);
 
 // The unit a person reads a type's values, range and resolution in: "m/s²", "rad/s", "µT",
 // "lux"; "" for a type this tool does not know.
@@ -36,7 +42,7 @@ std::string eventText(const Event& event, const std::string& sensorName);
 // One JSON object on one line, without a newline.
 std::string eventJson(const Event& event);
 
-// Whether the event carries three axes (accelerometer, magnetometer, gyroscope, gravity).
+// Whether the event carries three axes (one of a three-axis kind).
 bool isThreeAxis(const Event& event);
 bool isMeta(const Event& event);
 

@@ -17,20 +17,15 @@ std::string lower(std::string text) {
     return text;
 }
 
-// Names people use for a type, besides its typeAsString and the last part of it.
-std::vector<std::string> commonNames(SensorType type) {
-    switch (type) {
-        case SensorType::ACCELEROMETER:
-            return {"accel"};
-        case SensorType::MAGNETIC_FIELD:
-            return {"magnetometer", "magnetic field", "mag", "compass"};
-        case SensorType::GYROSCOPE:
-            return {"gyro"};
-        case SensorType::LIGHT:
-            return {"ambient light", "als"};
-        default:
-            return {};
+// Whether `wanted` is a name people use for the kind of `type`.
+bool isKindName(SensorType type, const std::string& wanted) {
+    const sensors::SensorKind* kind = sensorKind(type);
+    if (kind == nullptr) return false;
+    if (wanted == kind->shortName) return true;
+    for (const char* const* alias = kind->aliases; *alias != nullptr; ++alias) {
+        if (wanted == *alias) return true;
     }
+    return false;
 }
 
 bool matches(const SensorInfo& sensor, const std::string& wanted, bool isHandle, int32_t handle) {
@@ -40,10 +35,7 @@ bool matches(const SensorInfo& sensor, const std::string& wanted, bool isHandle,
         wanted == lower(sensor.name)) {
         return true;
     }
-    for (const std::string& name : commonNames(sensor.type)) {
-        if (wanted == name) return true;
-    }
-    return false;
+    return isKindName(sensor.type, wanted);
 }
 
 std::string choices(const std::vector<SensorInfo>& all) {

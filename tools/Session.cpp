@@ -10,10 +10,11 @@
 #include <utility>
 
 #include "Output.h"
-#include "RecordingFile.h"
+#include "OutputFile.h"
 #include "host/common/Recorder.h"
 #include "host/description/BuiltInHost.h"
 #include "host/description/DescriptionReader.h"
+#include "host/description/DescriptionWriter.h"
 #include "host/emulated/EmulatedHost.h"
 #include "host/libiio/LibiioHost.h"
 
@@ -73,11 +74,14 @@ int Session::close() {
     mHost.reset();  // every pipe through the recorder is closed with it
     // Written once, whatever ended the run.
     const std::unique_ptr<host::common::Recorder> recorder = std::move(mRecorder);
-    const std::unique_ptr<RecordingFile> file = std::move(mRecordFile);
+    const std::unique_ptr<OutputFile> file = std::move(mRecordFile);
     if (!recorder || !file) return kExitOk;
     const host::description::HostConfig recording = recorder->description();
     std::string error;
-    if (!file->commit(recording, &error)) {
+    const auto write = [&recording](std::FILE* out) {
+        return host::description::writeHostDescription(recording, out);
+    };
+    if (!file->commit(write, &error)) {
         printError(printable(error));
         return kExitFailure;
     }
@@ -116,7 +120,7 @@ int Session::open(const CommonOptions& options) {
     if (!options.recordFile.empty()) {
         // Before anything runs, so that a path that cannot be written costs no stream.
         std::string error;
-        mRecordFile = RecordingFile::create(options.recordFile, options.hostFile, &error);
+        mRecordFile = OutputFile::create(options.recordFile, OutputFile::Role(), &error);
         if (!mRecordFile) {
             printError(printable(error));
             return kExitUsage;

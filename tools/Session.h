@@ -26,7 +26,7 @@ struct TimedSamples;
 
 namespace kelvane::tools {
 
-class RecordingFile;
+class OutputFile;
 
 enum ExitCode : int {
     kExitOk = 0,
@@ -117,7 +117,7 @@ class Session {
   private:
     void fetchSensors();
 
-    std::unique_ptr<RecordingFile> mRecordFile;         // with --record, from the start of open()
+    std::unique_ptr<OutputFile> mRecordFile;            // with --record, from the start of open()
     std::unique_ptr<host::common::Recorder> mRecorder;  // outlives mHost, which reports to it
     std::unique_ptr<host::common::Host> mHost;
     std::unique_ptr<HostWatch> mWatch;  // reads mHost's log; goes before it

@@ -32,17 +32,16 @@ void HostConnection::registerWithBridge() {
     // the host thread only if it has not been shut down there (the post is refused once the
     // host thread stopped).
     vel::VelHostRegistry::registerHost(
-        mBridgeVersion,
-        base::BindRepeating(
-            [](scoped_refptr<base::SingleThreadTaskRunner> runner, HostConnection* connection,
-               const LifetimeToken& alive, vel::mojom::VelBridgeHostRequest request) {
-                // Raced the shutdown: closed unanswered.
-                runner->PostTask(FROM_HERE,
-                                 whileAlive(alive, base::BindOnce(&HostConnection::bindBridge,
-                                                                  base::Unretained(connection),
-                                                                  std::move(request))));
-            },
-            mRunner, this, mLifetime.watch()));
+        mBridgeVersion, base::BindRepeating(
+                            [](scoped_refptr<base::SingleThreadTaskRunner> runner,
+                               const base::WeakPtr<HostConnection>& connection,
+                               vel::mojom::VelBridgeHostRequest request) {
+                                // Raced the shutdown: closed unanswered.
+                                runner->PostTask(FROM_HERE,
+                                                 base::BindOnce(&HostConnection::bindBridge,
+                                                                connection, std::move(request)));
+                            },
+                            mRunner, mWeak.GetWeakPtr()));
 }
 
 void HostConnection::unregister() {
@@ -110,7 +109,7 @@ void HostConnection::closeIioSensorHost() {
 }
 
 void HostConnection::shutDown() {
-    mLifetime.end();
+    mWeak.InvalidateWeakPtrs();
     mInterposed.clear();
     mHalClient.reset();
     mIioSensorHosts.clear();

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "base/memory/weak_ptr.h"
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "hardware/sensors/mojom/vel.mojom.h"
 #include "host/common/HostEventLog.h"
-#include "host/common/Lifetime.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host::common {
@@ -78,11 +78,12 @@ class HostConnection : private vel::mojom::VelBridgeHost, private vel::mojom::Ii
     // Host thread only.
     ServiceInterposer mInterposer;
     std::vector<std::shared_ptr<void>> mInterposed;  // between the client and the backend
-    Lifetime mLifetime;  // ended by shutDown(); guards the connections queued for the host thread
     std::vector<std::unique_ptr<mojo::Binding<vel::mojom::VelBridgeHost>>> mBridges;
     vel::mojom::IioSensorInstancePtr mInstance;
     std::vector<std::unique_ptr<mojo::Binding<vel::mojom::IioSensorHost>>> mIioSensorHosts;
     chromeos::sensors::mojom::SensorHalClientPtr mHalClient;
+    // Last. The connections queued for the host thread hold it; shutDown() invalidates it.
+    base::WeakPtrFactory<HostConnection> mWeak{this};
 };
 
 }  // namespace kelvane::host::common

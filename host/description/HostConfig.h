@@ -12,6 +12,9 @@
 #include <utility>
 #include <vector>
 
+#include "hardware/sensors/mojom/sensor_kinds.h"
+#include "hardware/sensors/mojom/vel.mojom.h"
+
 namespace kelvane::host::description {
 
 // A handshake step the device never answers.
@@ -96,11 +99,11 @@ struct TimelineEvent {
 };
 
 struct HostConfig {
-    uint32_t bridgeVersion = 54;
-    // The device types a client opens: those the sub-HAL publishes (accelerometer, gyroscope,
-    // light, magnetometer, gravity) unless a description models another client. The timeline and
+    uint32_t bridgeVersion = vel::mojom::kBridgeVersion;
+    // The device types a client opens: those the sub-HAL publishes (the served sensor kinds)
+    // unless a description models another client. The timeline and
     // recorded samples start once every listed device of one of these types is set up.
-    std::vector<int32_t> clientTypes = {1, 2, 3, 5, 11};
+    std::vector<int32_t> clientTypes = sensors::servedDeviceTypes();
     // A recording's: the boot-time clock of the machine that recorded it at the moment its times
     // count from, so that a sample's send time reads on that clock. Only where the samples'
     // timestamps were on that clock too (not a remote board's).

@@ -110,11 +110,10 @@ void EmulatedHost::startTimeline() {
     if (mConfig.speed <= 0.0) return;  // the playback runs the timeline among the samples
     for (const description::TimelineEvent& event : mConfig.timeline) {
         const double delayUs = static_cast<double>(event.at.count()) / mConfig.speed;
-        mRunner->PostDelayedTask(FROM_HERE,
-                                 mLifetime.guard(base::BindOnce(&EmulatedHost::runTimelineEvent,
-                                                                base::Unretained(this), event)),
-                                 common::boundedDelay(base::TimeDelta::FromMicroseconds(
-                                     static_cast<int64_t>(std::min(delayUs, 9.0e18)))));
+        mRunner->PostDelayedTask(
+            FROM_HERE, base::BindOnce(&EmulatedHost::runTimelineEvent, mWeak.GetWeakPtr(), event),
+            common::boundedDelay(base::TimeDelta::FromMicroseconds(
+                static_cast<int64_t>(std::min(delayUs, 9.0e18)))));
     }
 }
 
@@ -196,7 +195,7 @@ void EmulatedHost::forEachDevice(int32_t device,
 }
 
 void EmulatedHost::closeDevices() {
-    mLifetime.end();
+    mWeak.InvalidateWeakPtrs();
     mPlayback->stop();
     mServices.clear();
 }

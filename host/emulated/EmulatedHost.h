@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "base/memory/weak_ptr.h"
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "host/common/HostBase.h"
-#include "host/common/Lifetime.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/Playback.h"
 
@@ -88,10 +88,11 @@ class EmulatedHost : public common::HostBase {
     // Host thread only. They go after the teardown ran there.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
     std::unique_ptr<Playback> mPlayback;
-    common::Lifetime mLifetime;  // ended by the teardown; guards the timeline's entries
-    size_t mTimelineRun = 0;     // entries run so far
-    bool mPlayedOut = false;     // every recorded sample sent
-    bool mReplayOver = false;    // kReplayOver logged
+    size_t mTimelineRun = 0;   // entries run so far
+    bool mPlayedOut = false;   // every recorded sample sent
+    bool mReplayOver = false;  // kReplayOver logged
+    // Last. The timeline's entries hold it; the teardown invalidates it.
+    base::WeakPtrFactory<EmulatedHost> mWeak{this};
 };
 
 }  // namespace kelvane::host::emulated

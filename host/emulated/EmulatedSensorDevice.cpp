@@ -157,23 +157,23 @@ template <typename Callback, typename Value>
 void EmulatedSensorDevice::reply(common::HostStep step, Callback callback, Value value,
                                  bool closeAfter, bool last) {
     // The log says when the answer went out, so that readers can tell a late answer from none.
-    auto answer = [](std::weak_ptr<EmulatedSensorDevice> device, common::HostStep answered,
+    auto answer = [](const base::WeakPtr<EmulatedSensorDevice>& device, common::HostStep answered,
                      Callback cb, Value v, bool close, bool lastStep) {
-        std::shared_ptr<EmulatedSensorDevice> d = device.lock();
-        if (d)
-            d->mLog->add(common::HostEvent(common::HostEventKind::kStepAnswered, d->mConfig.id)
-                             .withStep(answered));
+        if (device) {
+            device->mLog->add(
+                common::HostEvent(common::HostEventKind::kStepAnswered, device->mConfig.id)
+                    .withStep(answered));
+        }
         std::move(cb).Run(v);
-        if (!d) return;
-        if (close) d->close();
-        if (lastStep) d->setUpEnded();
+        if (device && close) device->close();
+        if (device && lastStep) device->setUpEnded();
     };
     if (mConfig.replyDelay.count() <= 0) {
-        answer(weak_from_this(), step, std::move(callback), std::move(value), closeAfter, last);
+        answer(mWeak.GetWeakPtr(), step, std::move(callback), std::move(value), closeAfter, last);
         return;
     }
     mRunner->PostDelayedTask(FROM_HERE,
-                             base::BindOnce(answer, weak_from_this(), step, std::move(callback),
+                             base::BindOnce(answer, mWeak.GetWeakPtr(), step, std::move(callback),
                                             std::move(value), closeAfter, last),
                              common::boundedDelay(mConfig.replyDelay));
 }
@@ -223,7 +223,7 @@ void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback c
         if (mFrequency > 0.0) {
             startTimer();
         } else {
-            ++mGeneration;
+            mTicks.InvalidateWeakPtrs();
         }
     }
     std::move(callback).Run(mFrequency);
@@ -276,13 +276,13 @@ void EmulatedSensorDevice::setReading(bool reading) {
 }
 
 void EmulatedSensorDevice::stopReading() {
-    ++mGeneration;
+    mTicks.InvalidateWeakPtrs();
     mObserver.reset();
     setReading(false);
 }
 
 void EmulatedSensorDevice::startTimer() {
-    ++mGeneration;
+    mTicks.InvalidateWeakPtrs();
     mStreamRate = std::min(mFrequency, kFastestHz) * mConfig.faults.rateFactor;
     mStreamStart = base::TimeTicks::Now();
     mStreamStartNs = android::elapsedRealtimeNano();
@@ -296,17 +296,10 @@ void EmulatedSensorDevice::scheduleTick() {
         mStreamStart + base::TimeDelta::FromSecondsD(static_cast<double>(mNextIndex) / mStreamRate);
     const base::TimeDelta delay = common::boundedDelay(due - base::TimeTicks::Now());
     mRunner->PostDelayedTask(
-        FROM_HERE,
-        base::BindOnce(
-            [](std::weak_ptr<EmulatedSensorDevice> device, uint64_t generation) {
-                if (auto d = device.lock()) d->onTick(generation);
-            },
-            weak_from_this(), mGeneration),
-        delay);
+        FROM_HERE, base::BindOnce(&EmulatedSensorDevice::onTick, mTicks.GetWeakPtr()), delay);
 }
 
-void EmulatedSensorDevice::onTick(uint64_t generation) {
-    if (generation != mGeneration) return;
+void EmulatedSensorDevice::onTick() {
     const double elapsed = (base::TimeTicks::Now() - mStreamStart).InSecondsF();
     const uint64_t due = static_cast<uint64_t>(std::max(0.0, elapsed * mStreamRate)) + 1;
     if (due > mNextIndex + kMaxCatchUp) mNextIndex = due - kMaxCatchUp;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/callback.h"
+#include "base/memory/weak_ptr.h"
 #include "base/single_thread_task_runner.h"
 #include "base/time/time.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
@@ -21,12 +22,11 @@
 
 namespace kelvane::host::emulated {
 
-// Lives on the host thread: created, called and destroyed there. Held by shared_ptr so that
-// delayed tasks can hold it weakly.
 class Playback;
 
-class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
-                             public std::enable_shared_from_this<EmulatedSensorDevice> {
+// Lives on the host thread: created, called and destroyed there. Its delayed replies and ticks
+// hold it weakly.
+class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice {
   public:
     // `playback` (owned by the host, outliving every device) plays the device's recorded
     // samples; it is told when this endpoint starts reading.
@@ -92,7 +92,7 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     void stopReading();
     void startTimer();
     void scheduleTick();
-    void onTick(uint64_t generation);
+    void onTick();
     // Whether sample `index` of the stream is one the faults drop.
     bool dropped(uint64_t index) const;
     void send(const SampleGenerator::Sample& sample);
@@ -112,12 +112,14 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     base::OnceClosure mSetUp;                 // see whenSetUp()
     double mFrequency = 0.0;                  // the rate last answered
     bool mReading = false;                    // between a good StartReadingSamples and its end
-    uint64_t mGeneration = 0;                 // bumped to cancel the pending tick
     uint64_t mSessions = 0;                   // see readingSession()
     double mStreamRate = 0.0;                 // the timer's rate, Hz
     base::TimeTicks mStreamStart;
     int64_t mStreamStartNs = 0;  // mStreamStart on the boot-time clock
     uint64_t mNextIndex = 0;     // the next sample of the stream, counted from mStreamStart
+    // Last. The pending tick holds mTicks, invalidated to cancel it; delayed replies hold mWeak.
+    base::WeakPtrFactory<EmulatedSensorDevice> mTicks{this};
+    base::WeakPtrFactory<EmulatedSensorDevice> mWeak{this};
 };
 
 }  // namespace kelvane::host::emulated

@@ -30,9 +30,7 @@ EmulatedSensorService::EmulatedSensorService(const description::HostConfig* conf
       mPlayback(playback),
       mRunner(std::move(runner)) {}
 
-EmulatedSensorService::~EmulatedSensorService() {
-    for (const auto& d : mDevices) d->whenSetUp(base::OnceClosure());  // may outlive this
-}
+EmulatedSensorService::~EmulatedSensorService() = default;
 
 void EmulatedSensorService::close(uint32_t reason, const std::string& description) {
     if (!mBinding.is_bound()) return;
@@ -44,11 +42,10 @@ void EmulatedSensorService::close(uint32_t reason, const std::string& descriptio
     setUpEnded();
 }
 
-std::vector<std::shared_ptr<EmulatedSensorDevice>> EmulatedSensorService::devices(
-    int32_t device) const {
-    std::vector<std::shared_ptr<EmulatedSensorDevice>> found;
+std::vector<EmulatedSensorDevice*> EmulatedSensorService::devices(int32_t device) const {
+    std::vector<EmulatedSensorDevice*> found;
     for (const auto& d : mDevices) {
-        if (d->id() == device) found.push_back(d);
+        if (d->id() == device) found.push_back(d.get());
     }
     return found;
 }
@@ -105,7 +102,7 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
         return;
     }
     auto device =
-        std::make_shared<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner, mPlayback);
+        std::make_unique<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner, mPlayback);
     device->whenSetUp(
         base::BindOnce(&EmulatedSensorService::deviceSetUp, base::Unretained(this), iio_device_id));
     device->bind(std::move(device_request));

@@ -36,7 +36,7 @@ class EmulatedSensorService : public common::HostSensorService {
     // pipe gone first.
     void whenSetUp(base::OnceClosure done) { mSetUp = std::move(done); }
     // Every endpoint opened for `device` through this service, in opening order.
-    std::vector<std::shared_ptr<EmulatedSensorDevice>> devices(int32_t device) const;
+    std::vector<EmulatedSensorDevice*> devices(int32_t device) const;
     // Closes the endpoints of `device`, also the requests still waiting to be answered.
     void closeDevice(int32_t device);
 
@@ -56,7 +56,7 @@ class EmulatedSensorService : public common::HostSensorService {
     const description::HostConfig* const mConfig;
     Playback* const mPlayback;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
-    std::vector<std::shared_ptr<EmulatedSensorDevice>> mDevices;
+    std::vector<std::unique_ptr<EmulatedSensorDevice>> mDevices;
     // GetDevice requests of stalled devices: held open, never bound.
     std::vector<std::pair<int32_t, chromeos::sensors::mojom::SensorDeviceRequest>> mStalled;
     base::OnceClosure mSetUp;      // see whenSetUp()

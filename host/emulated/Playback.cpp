@@ -49,14 +49,13 @@ void Playback::wake() {
 
 void Playback::stop() {
     mStopped = true;
-    mLifetime.end();  // the planned step, if any, does nothing
+    mWeak.InvalidateWeakPtrs();  // the planned step, if any, does nothing
 }
 
 void Playback::post(base::TimeDelta delay) {
-    mRunner->PostDelayedTask(
-        FROM_HERE,
-        mLifetime.guard(base::BindOnce(&Playback::step, base::Unretained(this), ++mGeneration)),
-        common::boundedDelay(delay));
+    mWeak.InvalidateWeakPtrs();  // only the latest planned step runs
+    mRunner->PostDelayedTask(FROM_HERE, base::BindOnce(&Playback::step, mWeak.GetWeakPtr()),
+                             common::boundedDelay(delay));
 }
 
 int64_t Playback::nowUs() const {
@@ -136,8 +135,7 @@ bool Playback::advanceVirtualTime() {
     return true;
 }
 
-void Playback::step(uint64_t generation) {
-    if (generation != mGeneration) return;
+void Playback::step() {
     if (!sendDue(nowUs())) {
         post(base::TimeDelta());
         return;

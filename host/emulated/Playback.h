@@ -15,9 +15,9 @@
 #include <memory>
 #include <vector>
 
+#include "base/memory/weak_ptr.h"
 #include "base/single_thread_task_runner.h"
 #include "base/time/time.h"
-#include "host/common/Lifetime.h"
 #include "host/description/HostConfig.h"
 
 namespace kelvane::host::emulated {
@@ -66,7 +66,7 @@ class Playback {
     };
 
     void post(base::TimeDelta delay);
-    void step(uint64_t generation);
+    void step();
     // The endpoints that may take the track's next sample now, into mReaders.
     void collectReaders(Track& track);
     // Sends the samples due at `now` to the devices being read, at most a batch. Returns false if
@@ -87,10 +87,10 @@ class Playback {
     bool mStarted = false;
     bool mStopped = false;
     base::TimeTicks mOrigin;
-    uint64_t mGeneration = 0;    // bumped by each post: only the latest planned step runs
-    common::Lifetime mLifetime;  // ended by stop(); guards the planned step
-    int64_t mVirtualUs = 0;      // speed 0: the recorded time reached
-    size_t mNextTimeline = 0;    // speed 0: the first timeline entry not run yet
+    int64_t mVirtualUs = 0;    // speed 0: the recorded time reached
+    size_t mNextTimeline = 0;  // speed 0: the first timeline entry not run yet
+    // Last. The planned step holds it; each new plan and stop() invalidate it.
+    base::WeakPtrFactory<Playback> mWeak{this};
 };
 
 }  // namespace kelvane::host::emulated

@@ -170,21 +170,13 @@ void LibiioSensorDevice::startReader() {
     }
     std::vector<SampleReader::Channel> channels;
     for (int32_t index : mEnabled.indices()) channels.push_back({index, mChannels[index]});
-    std::weak_ptr<LibiioSensorDevice> self = weak_from_this();
+    base::WeakPtr<LibiioSensorDevice> self = mWeak.GetWeakPtr();
     auto deliver = [runner = mRunner, self](std::vector<Sample> samples) {
         runner->PostTask(FROM_HERE,
-                         base::BindOnce(
-                             [](std::weak_ptr<LibiioSensorDevice> device, std::vector<Sample> s) {
-                                 if (auto d = device.lock()) d->onSamples(std::move(s));
-                             },
-                             self, std::move(samples)));
+                         base::BindOnce(&LibiioSensorDevice::onSamples, self, std::move(samples)));
     };
     auto fail = [runner = mRunner, self](int error) {
-        runner->PostTask(FROM_HERE, base::BindOnce(
-                                        [](std::weak_ptr<LibiioSensorDevice> device, int e) {
-                                            if (auto d = device.lock()) d->onReadError(e);
-                                        },
-                                        self, error));
+        runner->PostTask(FROM_HERE, base::BindOnce(&LibiioSensorDevice::onReadError, self, error));
     };
     if (mBuffered) {
         const size_t scans = std::clamp<size_t>(

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "base/memory/weak_ptr.h"
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "host/common/EnabledChannels.h"
@@ -20,12 +21,11 @@
 
 namespace kelvane::host::iio {
 
-// Lives on the host thread: created, called and destroyed there. Held by shared_ptr so that
-// samples posted by its reader thread can hold it weakly. A read failure (the device went away)
+// Lives on the host thread: created, called and destroyed there. The samples its reader thread
+// posts there hold it weakly. A read failure (the device went away)
 // sends the observer READ_FAILED and then closes both pipes; a timed-out read sends READ_TIMEOUT
 // and reading goes on.
-class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
-                           public std::enable_shared_from_this<LibiioSensorDevice> {
+class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice {
   public:
     // `context`, `log` and `scaleWarned` (the devices whose differing axis scales were already
     // reported on stderr, shared by the host's devices) outlive the device.
@@ -82,6 +82,7 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice,
     common::EnabledChannels mEnabled;  // channels the client enabled
     double mFrequency = 0.0;           // the rate last answered
     std::unique_ptr<SampleReader> mReader;
+    base::WeakPtrFactory<LibiioSensorDevice> mWeak{this};  // last
 };
 
 }  // namespace kelvane::host::iio

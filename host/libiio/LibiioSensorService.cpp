@@ -51,7 +51,7 @@ void LibiioSensorService::GetDevice(int32_t iio_device_id,
         mDevices.erase(std::remove_if(mDevices.begin(), mDevices.end(),
                                       [](const auto& d) { return d->closed(); }),
                        mDevices.end());
-        auto opened = std::make_shared<LibiioSensorDevice>(mContext, device, iio_device_id, mLog,
+        auto opened = std::make_unique<LibiioSensorDevice>(mContext, device, iio_device_id, mLog,
                                                            mScaleWarned, mRunner);
         opened->bind(std::move(device_request));
         mLog->add(common::HostEvent(common::HostEventKind::kStepAnswered, iio_device_id)

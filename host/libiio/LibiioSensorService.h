@@ -41,7 +41,7 @@ class LibiioSensorService : public common::HostSensorService {
     iio_context* const mContext;
     std::set<int32_t>* const mScaleWarned;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
-    std::vector<std::shared_ptr<LibiioSensorDevice>> mDevices;
+    std::vector<std::unique_ptr<LibiioSensorDevice>> mDevices;
 };
 
 }  // namespace kelvane::host::iio

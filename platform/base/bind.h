@@ -1,5 +1,6 @@
-// BindOnce / BindRepeating: bind leading arguments to a function, member function (receiver first,
-// usually base::Unretained(this)), lambda or callback. Bound arguments are stored by value.
+// BindOnce / BindRepeating: bind leading arguments to a function, member function (receiver first:
+// base::Unretained(this), or a WeakPtr so that the call is dropped once the target is gone), lambda
+// or callback. Bound arguments are stored by value.
 #pragma once
 
 #include <cstdlib>
@@ -11,6 +12,10 @@
 #include "base/callback.h"
 
 namespace base {
+
+template <typename T>
+class WeakPtr;
+
 namespace internal {
 
 // Holds a receiver without owning it or checking that it is alive.
@@ -106,21 +111,45 @@ decltype(auto) InvokeFunctor(F&& f, A&&... args) {
     }
 }
 
+template <typename T>
+struct IsWeakPtr : std::false_type {};
+template <typename T>
+struct IsWeakPtr<WeakPtr<T>> : std::true_type {};
+
+// A method whose receiver is bound as a WeakPtr: the call is dropped once the target is gone.
+template <typename Functor, typename BoundTuple, typename = void>
+struct IsWeakMethodCall : std::false_type {};
+template <typename Functor, typename First, typename... Rest>
+struct IsWeakMethodCall<Functor, std::tuple<First, Rest...>,
+                        std::enable_if_t<std::is_member_function_pointer_v<Functor>>>
+    : IsWeakPtr<First> {};
+
+// The receiver of a weak method call is passed as the raw target; every other bound argument
+// as Unwrap() makes it.
+template <bool kWeakReceiver, size_t I, typename T>
+decltype(auto) UnwrapBound(T&& t) {
+    if constexpr (kWeakReceiver && I == 0) {
+        return t.get();
+    } else {
+        return Unwrap(std::forward<T>(t));
+    }
+}
+
 // kOnce: made by BindOnce, so it runs once with its bound arguments moved out; a repeating state
 // passes them as lvalues every time.
 template <bool kOnce, typename Functor, typename BoundTuple, typename R, typename... Unbound>
 class BindState final : public BindStateBase<R, Unbound...> {
   public:
+    static constexpr bool kWeakReceiver = IsWeakMethodCall<Functor, BoundTuple>::value;
+    static_assert(!kWeakReceiver || std::is_void_v<R>,
+                  "a method bound to a WeakPtr may be dropped, so it must return void");
+
     BindState(Functor f, BoundTuple bound) : mFunctor(std::move(f)), mBound(std::move(bound)) {}
 
     R RunOnce(Unbound&&... args) override {
         if constexpr (kOnce) {
-            return std::apply(
-                [&](auto&... bound) -> R {
-                    return InvokeFunctor(std::move(mFunctor), Unwrap(std::move(bound))...,
-                                         std::forward<Unbound>(args)...);
-                },
-                mBound);
+            return Call(std::move(mFunctor), std::move(mBound), kIndices,
+                        std::forward<Unbound>(args)...);
         } else {
             return RunRepeating(std::forward<Unbound>(args)...);
         }
@@ -129,16 +158,24 @@ class BindState final : public BindStateBase<R, Unbound...> {
         if constexpr (kOnce) {
             std::abort();  // a once callback never shares its state
         } else {
-            return std::apply(
-                [&](auto&... bound) -> R {
-                    return InvokeFunctor(mFunctor, Unwrap(bound)...,
-                                         std::forward<Unbound>(args)...);
-                },
-                mBound);
+            return Call(mFunctor, mBound, kIndices, std::forward<Unbound>(args)...);
         }
     }
 
   private:
+    static constexpr auto kIndices = std::make_index_sequence<std::tuple_size_v<BoundTuple>>();
+
+    template <typename F, typename Tuple, size_t... I>
+    static R Call(F&& f, Tuple&& bound, std::index_sequence<I...>, Unbound&&... args) {
+        if constexpr (kWeakReceiver) {
+            if (!std::get<0>(bound)) return;
+        }
+        return InvokeFunctor(
+            std::forward<F>(f),
+            UnwrapBound<kWeakReceiver, I>(std::get<I>(std::forward<Tuple>(bound)))...,
+            std::forward<Unbound>(args)...);
+    }
+
     Functor mFunctor;
     BoundTuple mBound;
 };

@@ -6,13 +6,33 @@
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <string>
+#include <type_traits>
 
 #include "tools/check/CheckReport.h"
+#include "tools/check/RuleCatalogue.h"
 
 namespace kelvane::tools::check {
 namespace {
+
+// Rule ids are constants (RuleId has no conversion from text); the catalogue holds each once,
+// in a known group, with a source and a summary, and finds it by its text.
+TEST(CheckReportTest, EveryRuleIdIsInTheCatalogueOnce) {
+    std::set<std::string> seen;
+    for (const RuleInfo& rule : ruleCatalogue()) {
+        EXPECT_TRUE(seen.insert(rule.id.str()).second) << rule.id.str();
+        const std::string group = ruleGroup(rule.id.str());
+        EXPECT_TRUE(group == "list" || group == "commands" || group == "stream" || group == "cts" ||
+                    group == "proxy")
+            << rule.id.str();
+        EXPECT_EQ(findRule(rule.id.str()), &rule);
+        EXPECT_NE(std::string(rule.source), "");
+    }
+    EXPECT_EQ(findRule("stream.cout"), nullptr);
+    static_assert(!std::is_convertible_v<const char*, RuleId>, "ids are constants, not text");
+}
 
 std::vector<CheckResult> awkwardResults() {
     return {
@@ -73,10 +93,9 @@ TEST(CheckReportTest, WorstFirstKeepsRuleOrderWithinAVerdict) {
     for (const CheckResult& r : worstFirst(results)) {
         order.push_back(std::string(verdictName(r.verdict)) + " " + r.rule);
     }
-    EXPECT_EQ(order, (std::vector<std::string>{"FAIL list.fifo", "FAIL stream.count",
-                                               "DEVIATION commands.flush-inactive",
-                                               "SKIP stream.norm", "PASS list.name",
-                                               "PASS commands.flush"}));
+    EXPECT_EQ(order, (std::vector<std::string>{
+                         "FAIL list.fifo", "FAIL stream.count", "DEVIATION commands.flush-inactive",
+                         "SKIP stream.norm", "PASS list.name", "PASS commands.flush"}));
 }
 
 }  // namespace

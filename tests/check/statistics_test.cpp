@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 
 #include "tools/check/StreamStatistics.h"
 
@@ -104,6 +105,35 @@ TEST(StreamStatisticsTest, EventCountWithoutFifo) {
     EXPECT_EQ(eventCount(880, 13000 * kMs, fastest).verdict, Verdict::kPass);
     EXPECT_EQ(eventCount(879, 13000 * kMs, fastest).detail,
               "879 events in 13 s at FASTEST, needs >= 880");
+}
+
+// The figures the report and the page show, from the same intervals the rules judge: a 100 Hz
+// stream with one dropped sample, one frozen timestamp, and jitter of +-1 ms every 10th event.
+TEST(StreamStatisticsTest, IntervalSummaryAgreesWithTheRules) {
+    std::vector<int64_t> t;
+    for (int64_t i = 0; i < 200; ++i) {
+        if (i == 50) continue;  // dropped: one 19 ms interval (event 49 is 1 ms late)
+        t.push_back(i * 10 * kMs + (i % 10 == 9 ? kMs : 0));
+    }
+    t.push_back(t.back());  // frozen
+    const IntervalSummary s = summarizeIntervals(t, 10 * kMs);
+    EXPECT_EQ(s.intervals, 199u);
+    EXPECT_EQ(s.gaps, 1u) << "19 ms > 1.8 x 10 ms; 11 ms is not";
+    EXPECT_EQ(s.notIncreasing, 1u);
+    EXPECT_DOUBLE_EQ(s.longestNs, 19.0 * kMs);
+    EXPECT_NEAR(s.rateHz, 199 / 1.991, 1e-9);
+    EXPECT_NEAR(s.medianNs, 10.0 * kMs, 1.0);
+    // The jitter rule's spread is the summary's jitter.
+    std::vector<Sample> samples;
+    for (int64_t ts : t) samples.push_back({ts, ts, 0, 0, 0});
+    const Outcome rule = jitter(samples, {10 * kMs, 0, "100 Hz"}, true);
+    char expected[32];
+    std::snprintf(expected, sizeof(expected), "spread %.4g ms", s.jitterNs / 1e6);
+    EXPECT_NE(rule.detail.find(expected), std::string::npos) << rule.detail;
+    // Percentiles interpolate between ranks; the median of an even count is the mean of two.
+    EXPECT_DOUBLE_EQ(percentile({1, 2, 3, 4, 5}, 0.975), 4.9);
+    EXPECT_DOUBLE_EQ(median({4, 1, 3, 2}), 2.5);
+    EXPECT_EQ(median({}), 0);
 }
 
 }  // namespace

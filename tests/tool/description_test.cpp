@@ -96,8 +96,8 @@ TEST(HostDescriptionTest, FullDescription) {
 
 TEST(HostDescriptionTest, EmptyDescriptionIsAHostWithoutDevices) {
     HostConfig config = parseOk("{}");
-    EXPECT_EQ(config.bridgeVersion, 54u);
-    EXPECT_EQ(config.clientTypes, (std::vector<int32_t>{1, 2, 3, 5, 11}));
+    EXPECT_EQ(config.bridgeVersion, vel::mojom::kBridgeVersion);
+    EXPECT_EQ(config.clientTypes, sensors::servedDeviceTypes());
     EXPECT_TRUE(config.devices.empty());
     EXPECT_TRUE(config.timeline.empty());
     EXPECT_EQ(parseOk(R"({"clientTypes": [9, 1]})").clientTypes, (std::vector<int32_t>{9, 1}));
@@ -211,7 +211,7 @@ TEST(HostDescriptionTest, LoadNamesTheFile) {
 
 TEST(HostDescriptionTest, BuiltInHostServesFiveStreamingSensors) {
     HostConfig config = builtInHost();
-    EXPECT_EQ(config.bridgeVersion, 54u);
+    EXPECT_EQ(config.bridgeVersion, vel::mojom::kBridgeVersion);
     EXPECT_TRUE(config.stream);
     ASSERT_EQ(config.devices.size(), 5u);
     const std::vector<int32_t> types[] = {{1}, {2}, {5}, {3}, {11}};

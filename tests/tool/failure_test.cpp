@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -171,6 +172,68 @@ TEST_F(ToolFailureTest, ARecordingPathIsCheckedBeforeAnythingStreams) {
     ProcessRun piped = runTool({"--host", "-", "stream", "--record", input}, fromStdin);
     EXPECT_EQ(piped.exitCode, 2) << piped.err;
     EXPECT_EQ(readFile(input), R"({"devices": []})");
+}
+
+// Item: every output replaced whatever was at its path: a device node became a regular file (as
+// root, `-o /dev/null` broke the machine's /dev/null), a FIFO's reader got nothing, a link to
+// /proc/self/fd/1 was replaced by a file. Run as an ordinary user, as the tool mostly is.
+TEST_F(ToolFailureTest, OutputsGoIntoWhatIsNotARegularFileAndReplaceOnlyRegularOnes) {
+    const std::string recording = mDir + "/r.json";
+    ASSERT_EQ(runTool({"stream", "--count", "5", "--record", recording}).exitCode, 0);
+    const bool root = geteuid() == 0;
+    // As root, a device node of our own stands in for /dev/null: a fault must not break the
+    // machine's.
+    std::string device = "/dev/null";
+    if (root) {
+        device = mDir + "/null";
+        ASSERT_EQ(mknod(device.c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
+    }
+    const std::string fifo = mDir + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
+    const std::string toStdout = mDir + "/stdout.html";
+    ASSERT_EQ(symlink("/proc/self/fd/1", toStdout.c_str()), 0);
+    const std::string privateFile = write("private.html", "old");
+    const std::string link = mDir + "/link.html";
+    ASSERT_EQ(symlink(privateFile.c_str(), link.c_str()), 0);
+    for (const std::string& path : {mDir, device, fifo, privateFile}) {
+        chmod(path.c_str(), path == privateFile ? 0600 : path == mDir ? 0777 : 0666);
+        if (root) {
+            ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0) << path;
+        }
+    }
+    const std::string asUser = root ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+    auto report = [&](const std::string& setup, const std::string& output) {
+        return runToolInShell(setup + asUser + R"("$0" "$@"; code=$?; wait; exit $code)",
+                              {"report", recording, "-o", output});
+    };
+    struct stat st = {};
+    EXPECT_EQ(report("", device).exitCode, 0);
+    ASSERT_EQ(stat(device.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISCHR(st.st_mode));
+
+    EXPECT_EQ(report("cat '" + fifo + "' > '" + mDir + "/read.html' & ", fifo).exitCode, 0);
+    EXPECT_TRUE(contains(readFile(mDir + "/read.html"), "<!DOCTYPE html>"));
+    ASSERT_EQ(stat(fifo.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISFIFO(st.st_mode));
+
+    const ProcessRun printed = report("", toStdout);
+    EXPECT_EQ(printed.exitCode, 0) << printed.err;
+    EXPECT_EQ(printed.out.rfind("<!DOCTYPE html>", 0), 0u);
+    ASSERT_EQ(lstat(toStdout.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+
+    // A regular file behind a link is replaced whole, keeping its mode; the link stays.
+    EXPECT_EQ(report("", link).exitCode, 0);
+    ASSERT_EQ(lstat(link.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    ASSERT_EQ(stat(privateFile.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
+    EXPECT_TRUE(contains(readFile(privateFile), "<!DOCTYPE html>"));
+
+    std::vector<std::string> expected = {"fifo",   "link.html", "private.html",
+                                         "r.json", "read.html", "stdout.html"};
+    if (root) expected.insert(expected.begin() + 2, "null");
+    EXPECT_EQ(files(), expected);
 }
 
 // Item: a full disk left a truncated recording over the file that was there.

@@ -294,7 +294,9 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
         std::vector<std::string> args;
         const char* error;  // the whole of stderr
     } cases[] = {
-        {{}, "no subcommand given: list, stream, flush, dump, check, serve, report or help (iio-subhal --help)"},
+        {{},
+         "no subcommand given: list, stream, flush, dump, check, serve, report or help (iio-subhal "
+         "--help)"},
         {{"lst"}, "unknown subcommand \"lst\"; did you mean list? (iio-subhal --help)"},
         {{"stream", "--sensors", "1"},
          "stream: unknown option --sensors; did you mean --sensor? (iio-subhal help stream)"},
@@ -341,6 +343,26 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
         {{"stream", "--", "--count", "1"},
          "\"--count\" comes after --, where options are not read (iio-subhal --help)"},
         {{"help", "stream", "list"}, "help takes one subcommand, got 2 (iio-subhal help)"},
+        // "--NAME=" took the next word as its value; "--follow=no" turned --follow on.
+        {{"stream", "--sensor=", "--duration", "1"},
+         "\"--sensor=\": --sensor needs a value (--sensor SENSOR) (iio-subhal help stream)"},
+        {{"stream", "--rate="},
+         "\"--rate=\": --rate needs a value (--rate HZ) (iio-subhal help stream)"},
+        {{"stream", "--follow=no"},
+         "\"--follow=no\": --follow takes no value; give --follow or leave it out (iio-subhal "
+         "help stream)"},
+        {{"--json=banana", "list"},
+         "\"--json=banana\": --json takes no value; give --json or leave it out (iio-subhal "
+         "--help)"},
+        {{"--count", "3", "stream"},
+         "stream: --count goes after the subcommand it belongs to (iio-subhal stream --count ...) "
+         "(iio-subhal help stream)"},
+        // Outputs that would write nothing, or destroy each other.
+        {{"check", "--html", ""}, "--html is empty; give a FILE or leave the option out"},
+        {{"check", "--junit", "x.xml", "--html", "x.xml"},
+         "--junit and --html both write x.xml; give each its own file"},
+        {{"stream", "--record", "-"},
+         "--record -: standard output carries what the command prints; give a file"},
     };
     for (const auto& c : cases) {
         ToolRun run = runTool(c.args);
@@ -367,7 +389,8 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
     // A subcommand with a required operand, and help itself, have help too.
     EXPECT_NE(runTool({"help", "flush"}).out.find("Usage: iio-subhal flush"), std::string::npos);
     EXPECT_NE(runTool({"help", "help"}).out.find("Usage: iio-subhal help"), std::string::npos);
-    EXPECT_NE(runTool({"help", "help"}).out.find("list, stream, flush, dump, check, serve, report or help"),
+    EXPECT_NE(runTool({"help", "help"})
+                  .out.find("list, stream, flush, dump, check, serve, report or help"),
               std::string::npos);
     // An option's help shows its value's name only, not CLI11's notes ("--rate HZ Excludes:
     // --period-ns", "--speed X:X") wedged between the option and its description.
@@ -498,8 +521,14 @@ TEST_F(ToolTest, LongAndOpenEndedStreams) {
 }
 
 TEST_F(ToolTest, WriteErrorsAreReported) {
-    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-             {"list"}, {"dump"}, {"stream", "--sensor", "1", "--count", "3"}}) {
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{"list"},
+                                               {"dump"},
+                                               {"stream", "--sensor", "1", "--count", "3"},
+                                               {"--help"},
+                                               {"--version"},
+                                               {"stream", "--help"},
+                                               {"help", "check"}}) {
         ToolRun run = runTool(args, toFile("/dev/full"));
         EXPECT_EQ(run.exitCode, 1) << args[0] << ": " << run.err;
         const std::string expected = "iio-subhal: write error: No space left on device\n";

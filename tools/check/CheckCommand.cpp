@@ -6,57 +6,18 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 
 #include "Command.h"
 #include "Diagnostics.h"
 #include "Output.h"
-#include "RecordingFile.h"
+#include "OutputFile.h"
 #include "Stdout.h"
 #include "check/CheckReport.h"
-#include "check/CommandRules.h"
-#include "check/CtsRules.h"
-#include "check/ListRules.h"
 #include "check/RuleCatalogue.h"
-#include "check/StreamRules.h"
+#include "check/RunRules.h"
 #include "report/ReportPages.h"
 
 namespace kelvane::tools::check {
-
-namespace {
-
-// The rules judged over the whole run, after everything else.
-void runWholeRunRules(CheckRun& run) {
-    for (const SensorInfo& sensor : run.sensors()) {
-        const auto violation = run.timestampViolations().find(sensor.sensorHandle);
-        if (violation != run.timestampViolations().end()) {
-            run.add("stream.timestamps", sensor, "",
-                    fail("timestamp " + violation->second + " did not increase"));
-        }
-    }
-    // A sensor never streamed has nothing to judge; one that streamed without a violation passes.
-    for (const SensorInfo& sensor : run.sensors()) {
-        if (run.timestampViolations().count(sensor.sensorHandle) != 0) continue;
-        const uint64_t events = run.sensorEventsSeen(sensor.sensorHandle);
-        run.add(
-            "stream.timestamps", sensor, "",
-            events == 0 ? skip("no events were seen") : pass(std::to_string(events) + " events"));
-    }
-    const uint64_t seen = run.sensorEventsSeen();
-    const uint64_t mismatches = run.wakelockMismatches();
-    if (mismatches != 0) {
-        run.add("proxy.wakelock", kSubHal,
-                fail(std::to_string(mismatches) +
-                     " posts held the wake lock without a wake-up sensor's event, or the reverse"));
-    } else if (seen == 0) {
-        run.add("proxy.wakelock", kSubHal, skip("no events were posted"));
-    } else {
-        run.add("proxy.wakelock", kSubHal,
-                pass("every post of " + std::to_string(seen) + " sensor events"));
-    }
-}
-
-}  // namespace
 
 namespace {
 
@@ -68,11 +29,13 @@ class CheckCommand : public Command {
         app.add_flag("--hifi", mOptions.hifi,
                      "judge as for high-fidelity sensors: enforce jitter, tighter standard "
                      "deviations");
-        app.add_option("--junit", mOptions.junitFile, "also write a JUnit XML report to FILE")
-            ->type_name("FILE");
-        app.add_option("--html", mOptions.htmlFile,
-                       "also write a self-contained HTML report to FILE, failures first")
-            ->type_name("FILE");
+        mJunitOption =
+            app.add_option("--junit", mOptions.junitFile, "also write a JUnit XML report to FILE")
+                ->type_name("FILE");
+        mHtmlOption =
+            app.add_option("--html", mOptions.htmlFile,
+                           "also write a self-contained HTML report to FILE, failures first")
+                ->type_name("FILE");
         app.add_option("--rule", mOptions.rules,
                        "run only rules whose id matches PATTERN (glob, e.g. 'list.*'); repeatable")
             ->type_name("PATTERN")
@@ -83,7 +46,7 @@ class CheckCommand : public Command {
         for (const std::string& pattern : mOptions.rules) {
             bool matched = false;
             for (const RuleInfo& rule : ruleCatalogue()) {
-                matched = matched || fnmatch(pattern.c_str(), rule.id, 0) == 0;
+                matched = matched || fnmatch(pattern.c_str(), rule.id.c_str(), 0) == 0;
             }
             if (!matched) return "--rule \"" + pattern + "\" matches no rule";
         }
@@ -92,41 +55,37 @@ class CheckCommand : public Command {
     std::string onInterrupt() const override {
         return "Ctrl-C ends the check at once (the shell sees 130); no report is written.";
     }
+    std::vector<FileArgument> outputFiles() const override {
+        std::vector<FileArgument> files;
+        if (mJunitOption->count() != 0)
+            files.push_back({"--junit", mOptions.junitFile, "JUnit report"});
+        if (mHtmlOption->count() != 0) files.push_back({"--html", mOptions.htmlFile, "report"});
+        return files;
+    }
     int run(Session& session) override { return runCheck(session, mOptions, session.json()); }
 
   private:
     CheckOptions mOptions;
+    CLI::Option* mJunitOption = nullptr;
+    CLI::Option* mHtmlOption = nullptr;
 };
 
 }  // namespace
 
-std::vector<CheckResult> runRules(Session& session, const CheckOptions& options) {
-    const auto start = std::chrono::steady_clock::now();
-    CheckRun run(session, options);
-    runListRules(run);
-    // Before anything else streams: a replayed recording is played once, to whoever reads it.
-    runCtsRules(run);
-    runCommandRules(run);
-    runStreamRules(run);
-    runInitializeRules(run);
-    runWholeRunRules(run);
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    run.progress("done in " + std::to_string(static_cast<int>(seconds + 0.5)) + " s");
-    return run.results();
-}
-
 int runCheck(Session& session, const CheckOptions& options, bool json) {
-    std::unique_ptr<RecordingFile> html;
-    if (!options.htmlFile.empty()) {
-        // Before the rules run, so that a path that cannot be written costs no run.
-        std::string error;
-        html = RecordingFile::create(options.htmlFile, session.hostInput(), &error,
-                                     RecordingFile::Role{"--html", "report", "the --host input"});
-        if (!html) {
-            printError(printable(error));
-            return kExitUsage;
-        }
+    // Before the rules run, so that a path that cannot be written costs no run.
+    std::unique_ptr<OutputFile> html;
+    std::unique_ptr<OutputFile> junit;
+    std::string error;
+    if (!options.htmlFile.empty() &&
+        !(html = OutputFile::create(options.htmlFile, {"--html", "report"}, &error))) {
+        printError(printable(error));
+        return kExitUsage;
+    }
+    if (!options.junitFile.empty() &&
+        !(junit = OutputFile::create(options.junitFile, {"--junit", "JUnit report"}, &error))) {
+        printError(printable(error));
+        return kExitUsage;
     }
     const auto start = std::chrono::steady_clock::now();
     const std::vector<CheckResult> results = runRules(session, options);
@@ -148,21 +107,15 @@ int runCheck(Session& session, const CheckOptions& options, bool json) {
         writeStdout(resultTable(results));
     }
     flushStdout();
-    if (!options.junitFile.empty()) {
-        std::ofstream file(options.junitFile);
-        file << resultJUnit(results, seconds);
-        file.close();
-        if (!file) {
-            printError("cannot write " + options.junitFile);
-            return kExitUsage;
-        }
+    // A report that cannot be written is a failure of the run, as in `report`.
+    if (junit && !junit->commit(resultJUnit(results, seconds), &error)) {
+        printError(printable(error));
+        return kExitFailure;
     }
-    if (html) {
-        std::string error;
-        if (!html->commit(report::checkReportPage(results, seconds, session.hostName()), &error)) {
-            printError(printable(error));
-            return kExitUsage;
-        }
+    if (html &&
+        !html->commit(report::checkReportPage(results, seconds, session.hostName()), &error)) {
+        printError(printable(error));
+        return kExitFailure;
     }
     for (const CheckResult& r : results) {
         if (r.verdict == Verdict::kFail) return kExitFailure;

@@ -93,20 +93,6 @@ struct Tally {
 
 }  // namespace
 
-const char* verdictName(Verdict verdict) {
-    switch (verdict) {
-        case Verdict::kPass:
-            return "PASS";
-        case Verdict::kFail:
-            return "FAIL";
-        case Verdict::kSkip:
-            return "SKIP";
-        case Verdict::kDeviation:
-            return "DEVIATION";
-    }
-    return "?";
-}
-
 std::vector<CheckResult> groupedByRule(const std::vector<CheckResult>& results) {
     std::vector<CheckResult> sorted = results;
     std::stable_sort(sorted.begin(), sorted.end(), [](const CheckResult& a, const CheckResult& b) {
@@ -121,17 +107,22 @@ std::vector<CheckResult> groupedByRule(const std::vector<CheckResult>& results) 
 std::vector<CheckResult> worstFirst(const std::vector<CheckResult>& results) {
     auto rank = [](Verdict v) {
         switch (v) {
-            case Verdict::kFail: return 0;
-            case Verdict::kDeviation: return 1;
-            case Verdict::kSkip: return 2;
-            case Verdict::kPass: return 3;
+            case Verdict::kFail:
+                return 0;
+            case Verdict::kDeviation:
+                return 1;
+            case Verdict::kSkip:
+                return 2;
+            case Verdict::kPass:
+                return 3;
         }
         return 3;
     };
     std::vector<CheckResult> ordered = groupedByRule(results);
-    std::stable_sort(ordered.begin(), ordered.end(), [&](const CheckResult& a, const CheckResult& b) {
-        return rank(a.verdict) < rank(b.verdict);
-    });
+    std::stable_sort(ordered.begin(), ordered.end(),
+                     [&](const CheckResult& a, const CheckResult& b) {
+                         return rank(a.verdict) < rank(b.verdict);
+                     });
     return ordered;
 }
 
@@ -188,14 +179,7 @@ std::string resultTable(const std::vector<CheckResult>& results) {
 std::string resultJsonLines(const std::vector<CheckResult>& results) {
     std::string out;
     for (const CheckResult& r : groupedByRule(results)) {
-        nlohmann::json object = {{"rule", r.rule},
-                                 {"source", r.source},
-                                 {"group", r.group},
-                                 {"subject", r.subject},
-                                 {"verdict", verdictName(r.verdict)},
-                                 {"detail", r.detail}};
-        object["handle"] = r.handle ? nlohmann::json(*r.handle) : nlohmann::json(nullptr);
-        out += object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+        out += toJson(r).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
     }
     return out;
 }

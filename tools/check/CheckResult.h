@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
@@ -35,5 +36,9 @@ struct CheckResult {
     Verdict verdict = Verdict::kPass;
     std::string detail;
 };
+
+// The one JSON form of a result, for JSON lines, the pages and serve:
+// {"rule", "source", "group", "subject", "handle" (null for the sub-HAL), "verdict", "detail"}.
+nlohmann::json toJson(const CheckResult& result);
 
 }  // namespace kelvane::tools::check

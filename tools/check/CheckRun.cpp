@@ -13,8 +13,6 @@ namespace kelvane::tools::check {
 
 namespace {
 
-using android::hardware::sensors::V1_0::MetaDataEventType;
-using android::hardware::sensors::V1_0::Result;
 using android::hardware::sensors::V1_0::SensorFlagBits;
 using android::hardware::sensors::V2_1::SensorType;
 using Clock = std::chrono::steady_clock;
@@ -52,41 +50,12 @@ bool publishedAs(const RecordedDevice& device, SensorType type) {
 
 }  // namespace
 
-bool isMetaEvent(const Event& event) { return event.sensorType == SensorType::META_DATA; }
-
-bool isFlushComplete(const Event& event, int32_t handle) {
-    return isMetaEvent(event) && event.sensorHandle == handle &&
-           event.u.meta.what == MetaDataEventType::META_DATA_FLUSH_COMPLETE;
-}
-
-std::string resultName(Result result) {
-    switch (result) {
-        case Result::OK:
-            return "OK";
-        case Result::PERMISSION_DENIED:
-            return "PERMISSION_DENIED";
-        case Result::NO_MEMORY:
-            return "NO_MEMORY";
-        case Result::BAD_VALUE:
-            return "BAD_VALUE";
-        case Result::INVALID_OPERATION:
-            return "INVALID_OPERATION";
-    }
-    return std::to_string(static_cast<int>(result));
-}
-
-std::string periodText(int64_t periodNs) {
-    if (periodNs % 1000000 == 0) return std::to_string(periodNs / 1000000) + " ms";
-    if (periodNs % 1000 == 0) return std::to_string(periodNs / 1000) + " us";
-    return std::to_string(periodNs) + " ns";
-}
-
 CheckRun::CheckRun(Session& session, const CheckOptions& options)
     : mSession(session), mOptions(options), mCurrent(&session.callback()) {
     mCallbacks.push_back(mCurrent);
 }
 
-bool CheckRun::wants(const std::string& rule) const {
+bool CheckRun::wants(RuleId rule) const {
     if (mOptions.rules.empty()) return true;
     for (const std::string& pattern : mOptions.rules) {
         if (fnmatch(pattern.c_str(), rule.c_str(), 0) == 0) return true;
@@ -94,8 +63,8 @@ bool CheckRun::wants(const std::string& rule) const {
     return false;
 }
 
-bool CheckRun::wantsAny(const std::vector<std::string>& rules) const {
-    for (const std::string& rule : rules) {
+bool CheckRun::wantsAny(const std::vector<RuleId>& rules) const {
+    for (const RuleId& rule : rules) {
         if (wants(rule)) return true;
     }
     return false;
@@ -106,20 +75,18 @@ void CheckRun::progress(const std::string& what) const {
     std::fprintf(stderr, "check: %s\n", what.c_str());
 }
 
-void CheckRun::add(const std::string& rule, const SensorInfo& sensor, const std::string& suffix,
+void CheckRun::add(RuleId rule, const SensorInfo& sensor, const std::string& suffix,
                    Outcome outcome) {
     if (!wants(rule)) return;
-    const RuleInfo* info = findRule(rule);
-    mResults.push_back({rule, info != nullptr ? info->source : "", ruleGroup(rule),
-                        std::string(sensor.name) + suffix, sensor.sensorHandle, outcome.verdict,
-                        std::move(outcome.detail)});
+    add(rule, std::string(sensor.name) + suffix, std::move(outcome));
+    mResults.back().handle = sensor.sensorHandle;
 }
 
-void CheckRun::add(const std::string& rule, const std::string& subject, Outcome outcome) {
+void CheckRun::add(RuleId rule, const std::string& subject, Outcome outcome) {
     if (!wants(rule)) return;
-    const RuleInfo* info = findRule(rule);
-    mResults.push_back({rule, info != nullptr ? info->source : "", ruleGroup(rule), subject,
-                        std::nullopt, outcome.verdict, std::move(outcome.detail)});
+    const RuleInfo* info = findRule(rule.str());
+    mResults.push_back({rule.str(), info != nullptr ? info->source : "", ruleGroup(rule.str()),
+                        subject, std::nullopt, outcome.verdict, std::move(outcome.detail)});
 }
 
 void CheckRun::note(const std::vector<Event>& events) {
@@ -148,8 +115,8 @@ std::vector<Event> CheckRun::collectUntil(
     std::vector<Event> all;
     while (!done(all) && Clock::now() < deadline && !cancelled()) {
         // A cancelled run is looked for between short waits.
-        const auto wake = mOptions.cancelled ? std::min(deadline, Clock::now() + kCancelPoll)
-                                             : deadline;
+        const auto wake =
+            mOptions.cancelled ? std::min(deadline, Clock::now() + kCancelPoll) : deadline;
         std::vector<Event> taken = mCurrent->queue().takeUntil(wake, receivedNs);
         note(taken);
         all.insert(all.end(), taken.begin(), taken.end());

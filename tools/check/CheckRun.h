@@ -14,6 +14,8 @@
 #include "ProxyCallback.h"
 #include "Session.h"
 #include "check/CheckResult.h"
+#include "check/RuleIds.h"
+#include "check/SubHalFacts.h"
 
 namespace kelvane::tools::check {
 
@@ -58,15 +60,14 @@ class CheckRun {
     std::optional<int64_t> recordedSendTimeNs(const SensorInfo& sensor, int64_t timestampNs) const;
 
     // Whether --rule selected `rule`.
-    bool wants(const std::string& rule) const;
-    bool wantsAny(const std::vector<std::string>& rules) const;
+    bool wants(RuleId rule) const;
+    bool wantsAny(const std::vector<RuleId>& rules) const;
 
     // One progress line on stderr: "check: <what>".
     void progress(const std::string& what) const;
 
-    void add(const std::string& rule, const SensorInfo& sensor, const std::string& suffix,
-             Outcome outcome);
-    void add(const std::string& rule, const std::string& subject, Outcome outcome);
+    void add(RuleId rule, const SensorInfo& sensor, const std::string& suffix, Outcome outcome);
+    void add(RuleId rule, const std::string& subject, Outcome outcome);
     const std::vector<CheckResult>& results() const { return mResults; }
 
     // Events posted to the current callback. Every event taken is also fed to the run-wide
@@ -116,11 +117,5 @@ class CheckRun {
     // recordedSendTimeNs()'s index, built on first use: per sensor type, timestamp -> send time.
     mutable std::map<int32_t, std::map<int64_t, int64_t>> mSendTimes;
 };
-
-// Shared helpers of the rule files.
-bool isMetaEvent(const Event& event);
-bool isFlushComplete(const Event& event, int32_t handle);
-std::string resultName(android::hardware::sensors::V1_0::Result result);
-std::string periodText(int64_t periodNs);  // "200 ms", "5 ms", "10 us"
 
 }  // namespace kelvane::tools::check

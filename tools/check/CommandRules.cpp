@@ -61,7 +61,7 @@ size_t flushCompletions(const std::vector<Event>& events, int32_t handle) {
 }
 
 void checkInvalidHandle(CheckRun& run) {
-    if (!run.wants("commands.invalid-handle")) return;
+    if (!run.wants(rules::kCommandsInvalidHandle)) return;
     int32_t largest = 0;
     for (const SensorInfo& sensor : run.published())
         largest = std::max(largest, sensor.sensorHandle);
@@ -79,12 +79,12 @@ void checkInvalidHandle(CheckRun& run) {
         problems.push_back("flush(" + h +
                            ") posted a flush completion for a sensor that does not exist");
     }
-    run.add("commands.invalid-handle", kSubHal,
+    run.add(rules::kCommandsInvalidHandle, kSubHal,
             firstProblem(problems, "all four answered BAD_VALUE for handle " + h));
 }
 
 void checkActivateTwice(CheckRun& run) {
-    if (!run.wants("commands.activate-twice")) return;
+    if (!run.wants(rules::kCommandsActivateTwice)) return;
     for (const SensorInfo& sensor : run.sensors()) {
         const int32_t handle = sensor.sensorHandle;
         ISensorsSubHal& hal = run.hal();
@@ -97,7 +97,7 @@ void checkActivateTwice(CheckRun& run) {
             expectAnswer("first activate(false)", hal.activate(handle, false), Result::OK));
         problems.push_back(
             expectAnswer("second activate(false)", hal.activate(handle, false), Result::OK));
-        run.add("commands.activate-twice", sensor, "", firstProblem(problems));
+        run.add(rules::kCommandsActivateTwice, sensor, "", firstProblem(problems));
     }
     run.settle();
 }
@@ -106,7 +106,7 @@ void checkActivateTwice(CheckRun& run) {
 // the conformance test does. While the too short period is in force, the event rate shows whether
 // the sub-HAL clamped it.
 void checkBatch(CheckRun& run) {
-    if (!run.wantsAny({"commands.batch", "commands.batch-clamp"})) return;
+    if (!run.wantsAny({rules::kCommandsBatch, rules::kCommandsBatchClamp})) return;
     ISensorsSubHal& hal = run.hal();
     std::map<int32_t, std::vector<std::string>> problems;
     for (const SensorInfo& sensor : run.sensors()) {
@@ -134,10 +134,10 @@ void checkBatch(CheckRun& run) {
             expectAnswer("batch(" + std::to_string(sensor.maxDelay) + ", 0) on the active sensor",
                          hal.batch(h, sensor.maxDelay, 0), Result::OK));
         problems[h].push_back(expectAnswer("activate(false)", hal.activate(h, false), Result::OK));
-        run.add("commands.batch", sensor, "", firstProblem(problems[h]));
+        run.add(rules::kCommandsBatch, sensor, "", firstProblem(problems[h]));
 
         if (!isContinuous(sensor) || sensor.minDelay <= 0) {
-            run.add("commands.batch-clamp", sensor, "",
+            run.add(rules::kCommandsBatchClamp, sensor, "",
                     skip("only a continuous sensor's minDelay bounds its rate"));
             continue;
         }
@@ -150,7 +150,7 @@ void checkBatch(CheckRun& run) {
             last = event.timestamp;
         }
         if (n < 2 || last <= first) {
-            run.add("commands.batch-clamp", sensor, "",
+            run.add(rules::kCommandsBatchClamp, sensor, "",
                     skip("too few events arrived to measure the rate"));
             continue;
         }
@@ -162,22 +162,22 @@ void checkBatch(CheckRun& run) {
                           "%.0f Hz after batch(%d ns), above the %.0f Hz that minDelay %d us "
                           "allows: periods pass through unclamped, by design",
                           rate, sensor.minDelay, bound, sensor.minDelay);
-            run.add("commands.batch-clamp", sensor, "", deviation(text));
+            run.add(rules::kCommandsBatchClamp, sensor, "", deviation(text));
         } else {
             std::snprintf(text, sizeof(text), "%.0f Hz, within the %.0f Hz of minDelay", rate,
                           bound);
-            run.add("commands.batch-clamp", sensor, "", pass(text));
+            run.add(rules::kCommandsBatchClamp, sensor, "", pass(text));
         }
     }
     run.settle();
 }
 
 void checkFlushActive(CheckRun& run) {
-    if (!run.wants("commands.flush")) return;
+    if (!run.wants(rules::kCommandsFlush)) return;
     std::vector<SensorInfo> sensors;
     for (const SensorInfo& sensor : run.sensors()) {
         if (isOneShot(sensor)) {
-            run.add("commands.flush", sensor, "", skip("a one-shot sensor cannot be flushed"));
+            run.add(rules::kCommandsFlush, sensor, "", skip("a one-shot sensor cannot be flushed"));
         } else {
             sensors.push_back(sensor);
         }
@@ -216,14 +216,14 @@ void checkFlushActive(CheckRun& run) {
     }
     for (const SensorInfo& sensor : sensors) {
         hal.activate(sensor.sensorHandle, false);
-        run.add("commands.flush", sensor, "",
+        run.add(rules::kCommandsFlush, sensor, "",
                 firstProblem(problems[sensor.sensorHandle], "1 and 5 completions"));
     }
     run.settle();
 }
 
 void checkFlushInactive(CheckRun& run) {
-    if (!run.wants("commands.flush-inactive")) return;
+    if (!run.wants(rules::kCommandsFlushInactive)) return;
     std::map<int32_t, Result> answers;
     for (const SensorInfo& sensor : run.sensors()) {
         answers[sensor.sensorHandle] = run.hal().flush(sensor.sensorHandle);
@@ -236,20 +236,20 @@ void checkFlushInactive(CheckRun& run) {
                                  std::to_string(completions) +
                                  (completions == 1 ? " completion" : " completions");
         if (answer == Result::BAD_VALUE && completions == 0) {
-            run.add("commands.flush-inactive", sensor, "", pass(seen));
+            run.add(rules::kCommandsFlushInactive, sensor, "", pass(seen));
         } else if (answer == Result::OK && completions == 1) {
             run.add(
-                "commands.flush-inactive", sensor, "",
+                rules::kCommandsFlushInactive, sensor, "",
                 deviation(seen + ": an inactive sensor is flushed like an active one, by design"));
         } else {
-            run.add("commands.flush-inactive", sensor, "",
+            run.add(rules::kCommandsFlushInactive, sensor, "",
                     fail(seen + ", expected BAD_VALUE with none (or, by design, OK with one)"));
         }
     }
 }
 
 void checkOperationMode(CheckRun& run) {
-    if (!run.wants("commands.operation-mode")) return;
+    if (!run.wants(rules::kCommandsOperationMode)) return;
     bool injection = false;
     for (const SensorInfo& sensor : run.sensors()) {
         injection = injection || (sensor.flags & SensorFlagBits::DATA_INJECTION) != 0;
@@ -271,14 +271,14 @@ void checkOperationMode(CheckRun& run) {
     } else {
         outcome = fail(seen + ", expected BAD_VALUE: no sensor declares DATA_INJECTION");
     }
-    run.add("commands.operation-mode", kSubHal, outcome);
+    run.add(rules::kCommandsOperationMode, kSubHal, outcome);
 }
 
 void checkDirectChannel(CheckRun& run) {
-    if (!run.wants("commands.direct-channel")) return;
+    if (!run.wants(rules::kCommandsDirectChannel)) return;
     for (const SensorInfo& sensor : run.sensors()) {
         if ((sensor.flags & SensorFlagBits::MASK_DIRECT_CHANNEL) != 0) {
-            run.add("commands.direct-channel", kSubHal,
+            run.add(rules::kCommandsDirectChannel, kSubHal,
                     skip(std::string(sensor.name) + " declares direct channels"));
             return;
         }
@@ -306,7 +306,7 @@ void checkDirectChannel(CheckRun& run) {
     problems.push_back(expectAnswer("configDirectReport", configured, Result::INVALID_OPERATION));
     problems.push_back(expectAnswer("unregisterDirectChannel", hal.unregisterDirectChannel(-1),
                                     Result::INVALID_OPERATION));
-    run.add("commands.direct-channel", kSubHal, firstProblem(problems));
+    run.add(rules::kCommandsDirectChannel, kSubHal, firstProblem(problems));
 }
 
 // The continuous sensor the initialize rules stream from.
@@ -339,12 +339,13 @@ void runCommandRules(CheckRun& run) {
 }
 
 void runInitializeRules(CheckRun& run) {
-    if (!run.wantsAny({"commands.initialize-twice", "commands.initialize-cleanup"})) return;
+    if (!run.wantsAny({rules::kCommandsInitializeTwice, rules::kCommandsInitializeCleanup})) return;
     run.progress("initialize twice");
     const SensorInfo* sensor = streamingSensor(run);
     if (sensor == nullptr) {
-        run.add("commands.initialize-twice", kSubHal, skip("no continuous sensor to stream from"));
-        run.add("commands.initialize-cleanup", kSubHal,
+        run.add(rules::kCommandsInitializeTwice, kSubHal,
+                skip("no continuous sensor to stream from"));
+        run.add(rules::kCommandsInitializeCleanup, kSubHal,
                 skip("no continuous sensor to stream from"));
         return;
     }
@@ -369,7 +370,7 @@ void runInitializeRules(CheckRun& run) {
         problems.push_back("the newest callback received no event of " + std::string(sensor->name) +
                            " within 2 s");
     }
-    if (run.wants("commands.initialize-twice")) {
+    if (run.wants(rules::kCommandsInitializeTwice)) {
         run.collectFor(milliseconds(100));
         size_t misplaced = 0;
         for (const auto& replaced : {previous, older}) {
@@ -382,12 +383,12 @@ void runInitializeRules(CheckRun& run) {
             problems.push_back(std::to_string(misplaced) +
                                " events went to a replaced callback after the re-initialize");
         }
-        run.add("commands.initialize-twice", kSubHal, firstProblem(problems));
+        run.add(rules::kCommandsInitializeTwice, kSubHal, firstProblem(problems));
     }
 
     // Re-initialize while the sensor streams: the conformance suite expects silence until the
     // sensor is activated again.
-    if (run.wants("commands.initialize-cleanup")) {
+    if (run.wants(rules::kCommandsInitializeCleanup)) {
         android::sp<ProxyCallback> fresh = run.newCallback();
         const Result answer = hal.initialize(fresh);
         run.useCallback(fresh);
@@ -395,14 +396,14 @@ void runInitializeRules(CheckRun& run) {
             [handle](const std::vector<Event>& events) { return hasSensorEvent(events, handle); },
             milliseconds(2000));
         if (answer != Result::OK) {
-            run.add("commands.initialize-cleanup", kSubHal,
+            run.add(rules::kCommandsInitializeCleanup, kSubHal,
                     fail("initialize answered " + resultName(answer)));
         } else if (hasSensorEvent(after, handle)) {
-            run.add("commands.initialize-cleanup", kSubHal,
+            run.add(rules::kCommandsInitializeCleanup, kSubHal,
                     deviation("events of the still active " + std::string(sensor->name) +
                               " reach the new callback without a new activate, by design"));
         } else {
-            run.add("commands.initialize-cleanup", kSubHal, pass("no event within 2 s"));
+            run.add(rules::kCommandsInitializeCleanup, kSubHal, pass("no event within 2 s"));
         }
     }
     hal.activate(handle, false);

@@ -33,11 +33,12 @@ const std::vector<Rate>& suiteRates(bool quick) {
 }
 
 // The rules judged on every stream of a continuous sensor.
-const std::vector<std::string> kStreamRules = {
-    "cts.ordering",      "cts.frequency", "cts.gaps",    "cts.jitter",       "cts.timestamp-future",
-    "cts.timestamp-age", "cts.magnitude", "cts.std-dev", "cts.initial-value"};
-const std::vector<std::string> kBatchingRules = {"cts.event-count", "cts.flush", "cts.ordering",
-                                                 "cts.timestamp-future"};
+const std::vector<RuleId> kStreamRules = {
+    rules::kCtsOrdering,  rules::kCtsFrequency,       rules::kCtsGaps,
+    rules::kCtsJitter,    rules::kCtsTimestampFuture, rules::kCtsTimestampAge,
+    rules::kCtsMagnitude, rules::kCtsStdDev,          rules::kCtsInitialValue};
+const std::vector<RuleId> kBatchingRules = {rules::kCtsEventCount, rules::kCtsFlush,
+                                            rules::kCtsOrdering, rules::kCtsTimestampFuture};
 
 // The suite leaves the report latency at 10 s in its batching run, for 13 s.
 constexpr int64_t kBatchLatencyNs = 10000000000;
@@ -127,8 +128,8 @@ class CtsRunner {
                 t != SensorType::MAGNETIC_FIELD) {
                 continue;
             }
-            mRun.add("cts.min-delay", sensor, "", stats::minDelay(sensor));
-            mRun.add("cts.resolution", sensor, "", stats::resolution(sensor));
+            mRun.add(rules::kCtsMinDelay, sensor, "", stats::minDelay(sensor));
+            mRun.add(rules::kCtsResolution, sensor, "", stats::resolution(sensor));
         }
     }
 
@@ -142,7 +143,7 @@ class CtsRunner {
                 const std::string suffix = suffixFor(rate.label);
                 const std::optional<std::string> notHere = recordingSkip(sensor, rate);
                 if (notHere) {
-                    for (const std::string& rule : kStreamRules) {
+                    for (const RuleId& rule : kStreamRules) {
                         mRun.add(rule, sensor, suffix, skip(*notHere));
                     }
                     continue;
@@ -151,7 +152,7 @@ class CtsRunner {
                 auto& seen = judged[sensor.sensorHandle];
                 const auto earlier = seen.find(period.ns);
                 if (earlier != seen.end()) {
-                    for (const std::string& rule : kStreamRules) {
+                    for (const RuleId& rule : kStreamRules) {
                         mRun.add(
                             rule, sensor, suffix,
                             skip(rate.label + " is judged at " +
@@ -233,22 +234,22 @@ class CtsRunner {
                 flush = fail(std::to_string(completions) + " completions for 1 flush within " +
                              std::to_string(kFlushLimit.count() / 1000) + " s, needs exactly 1");
             }
-            mRun.add("cts.flush", s.sensor, "", flush);
+            mRun.add(rules::kCtsFlush, s.sensor, "", flush);
             const std::vector<Sample> mine = samplesOf(inRun, received, h);
             if (isOnChange(s.sensor)) {
-                mRun.add("cts.ordering", s.sensor, "",
+                mRun.add(rules::kCtsOrdering, s.sensor, "",
                          mine.size() < 2 && replay ? skip("fewer than 2 recorded events")
                                                    : stats::ordering(mine));
-                mRun.add("cts.timestamp-future", s.sensor, "",
+                mRun.add(rules::kCtsTimestampFuture, s.sensor, "",
                          timestampRule(s.sensor, mine, stats::notInFuture));
                 continue;
             }
             if (isReplay(s.sensor)) {
-                mRun.add("cts.event-count", s.sensor, s.suffix,
+                mRun.add(rules::kCtsEventCount, s.sensor, s.suffix,
                          skip("a recording holds as many events as it recorded"));
                 continue;
             }
-            mRun.add("cts.event-count", s.sensor, s.suffix,
+            mRun.add(rules::kCtsEventCount, s.sensor, s.suffix,
                      stats::eventCount(
                          mine.size(),
                          std::chrono::duration_cast<std::chrono::nanoseconds>(runTime).count(),
@@ -383,7 +384,7 @@ class CtsRunner {
         const SensorInfo& sensor = s.sensor;
         const bool replay = isReplay(sensor);
         const std::string& suffix = s.suffix;
-        auto add = [&](const char* rule, Outcome outcome) {
+        auto add = [&](RuleId rule, Outcome outcome) {
             mRun.add(rule, sensor, suffix, std::move(outcome));
         };
         // A live stream too short to judge is itself the finding; a recording merely ran out.
@@ -393,32 +394,34 @@ class CtsRunner {
                                      ", needs " + std::to_string(n);
             return replay ? skip(text + " (the recording ran out)") : fail(text);
         };
-        add("cts.ordering", needs(2, [&] { return stats::ordering(mine); }));
-        add("cts.frequency", needs(2, [&] { return stats::frequency(mine, s.expected); }));
-        add("cts.gaps", needs(3, [&] { return stats::gaps(mine, s.expected); }));
+        add(rules::kCtsOrdering, needs(2, [&] { return stats::ordering(mine); }));
+        add(rules::kCtsFrequency, needs(2, [&] { return stats::frequency(mine, s.expected); }));
+        add(rules::kCtsGaps, needs(3, [&] { return stats::gaps(mine, s.expected); }));
         const bool jitterType =
             sensor.type == SensorType::ACCELEROMETER || sensor.type == SensorType::GYROSCOPE ||
             sensor.type == SensorType::MAGNETIC_FIELD || sensor.type == SensorType::GRAVITY;
-        add("cts.jitter", jitterType ? stats::jitter(mine, s.expected, mRun.hifi())
-                                     : skip("judged for motion sensors only"));
-        add("cts.timestamp-future", timestampRule(sensor, mine, [&](const std::vector<Sample>& m) {
+        add(rules::kCtsJitter, jitterType ? stats::jitter(mine, s.expected, mRun.hifi())
+                                          : skip("judged for motion sensors only"));
+        add(rules::kCtsTimestampFuture,
+            timestampRule(sensor, mine, [&](const std::vector<Sample>& m) {
                 return needs(1, [&] { return stats::notInFuture(m); });
             }));
-        add("cts.timestamp-age", timestampRule(sensor, mine, [&](const std::vector<Sample>& m) {
+        add(rules::kCtsTimestampAge, timestampRule(sensor, mine, [&](const std::vector<Sample>& m) {
                 return needs(1, [&] { return stats::age(m, s.expected); });
             }));
         if (atRestType(sensor.type)) {
-            add("cts.magnitude", needs(1, [&] { return stats::magnitude(mine, sensor.type); }));
+            add(rules::kCtsMagnitude,
+                needs(1, [&] { return stats::magnitude(mine, sensor.type); }));
         }
         if (atRestType(sensor.type) || sensor.type == SensorType::MAGNETIC_FIELD) {
-            add("cts.std-dev", needs(2, [&] {
+            add(rules::kCtsStdDev, needs(2, [&] {
                     return stats::standardDeviation(mine, sensor.type, s.expected, mRun.hifi());
                 }));
         }
         if (replay) {
-            add("cts.initial-value", skip("a replay starts where its recording started"));
+            add(rules::kCtsInitialValue, skip("a replay starts where its recording started"));
         } else {
-            add("cts.initial-value", stats::initialValue(mine, startNs, streamNs));
+            add(rules::kCtsInitialValue, stats::initialValue(mine, startNs, streamNs));
         }
     }
 

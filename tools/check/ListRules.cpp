@@ -72,15 +72,17 @@ using Predicate =
     std::function<Outcome(const SensorInfo& sensor, const std::vector<SensorInfo>& all)>;
 
 struct SensorRule {
-    const char* id;
+    RuleId id;
     Predicate check;
 };
 
 const std::vector<SensorRule>& sensorRules() {
     static const std::vector<SensorRule> kRules = {
-        {"list.name", [](const SensorInfo& s,
-                         const auto&) { return s.name.empty() ? fail("name is empty") : pass(); }},
-        {"list.name-unique",
+        {rules::kListName,
+         [](const SensorInfo& s, const auto&) {
+             return s.name.empty() ? fail("name is empty") : pass();
+         }},
+        {rules::kListNameUnique,
          [](const SensorInfo& s, const std::vector<SensorInfo>& all) {
              for (const SensorInfo& other : all) {
                  if (other.sensorHandle != s.sensorHandle && other.type == s.type &&
@@ -91,17 +93,17 @@ const std::vector<SensorRule>& sensorRules() {
              }
              return pass();
          }},
-        {"list.vendor",
+        {rules::kListVendor,
          [](const SensorInfo& s, const auto&) {
              return s.vendor.empty() ? fail("vendor is empty") : pass();
          }},
-        {"list.type",
+        {rules::kListType,
          [](const SensorInfo& s, const auto&) {
              if (s.type == SensorType::META_DATA) return fail("type is META_DATA (0)");
              if (s.type == SensorType::ADDITIONAL_INFO) return fail("type is ADDITIONAL_INFO (33)");
              return pass();
          }},
-        {"list.type-string",
+        {rules::kListTypeString,
          [](const SensorInfo& s, const auto&) {
              const std::string text = s.typeAsString;
              if (typeOf(s) >= static_cast<int32_t>(SensorType::DEVICE_PRIVATE_BASE)) {
@@ -112,22 +114,22 @@ const std::vector<SensorRule>& sensorRules() {
              return fail("typeAsString is " + quoted(text) + ", expected empty or " +
                          quoted(official));
          }},
-        {"list.power",
+        {rules::kListPower,
          [](const SensorInfo& s, const auto&) {
              return s.power >= 0 ? pass() : fail("power is " + std::to_string(s.power) + " < 0");
          }},
-        {"list.max-range",
+        {rules::kListMaxRange,
          [](const SensorInfo& s, const auto&) {
              return s.maxRange > 0 ? pass()
                                    : fail("maxRange is " + std::to_string(s.maxRange) + " <= 0");
          }},
-        {"list.fifo",
+        {rules::kListFifo,
          [](const SensorInfo& s, const auto&) {
              if (s.fifoMaxEventCount >= s.fifoReservedEventCount) return pass();
              return fail("fifoMaxEventCount " + std::to_string(s.fifoMaxEventCount) +
                          " < fifoReservedEventCount " + std::to_string(s.fifoReservedEventCount));
          }},
-        {"list.reporting-mode",
+        {rules::kListReportingMode,
          [](const SensorInfo& s, const auto&) {
              const uint32_t expected = expectedMode(typeOf(s));
              if (expected == kAnyMode) return skip("the type has no fixed reporting mode");
@@ -135,7 +137,7 @@ const std::vector<SensorRule>& sensorRules() {
              return fail(std::string("reporting mode is ") + modeName(modeOf(s)) +
                          ", the type's is " + modeName(expected));
          }},
-        {"list.delays",
+        {rules::kListDelays,
          [](const SensorInfo& s, const auto&) {
              const std::string values = "minDelay " + std::to_string(s.minDelay) + ", maxDelay " +
                                         std::to_string(s.maxDelay);
@@ -160,7 +162,7 @@ const std::vector<SensorRule>& sensorRules() {
              }
              return pass();
          }},
-        {"proxy.handle-top-byte",
+        {rules::kProxyHandleTopByte,
          [](const SensorInfo& s, const auto&) {
              const uint32_t handle = static_cast<uint32_t>(s.sensorHandle);
              if ((handle & 0xFF000000u) == 0) return pass();
@@ -223,7 +225,7 @@ std::string officialTypeString(int32_t type) {
 
 void runListRules(CheckRun& run) {
     run.progress("sensor list: " + std::to_string(run.published().size()) + " sensors");
-    run.add("list.published", kSubHal,
+    run.add(rules::kListPublished, kSubHal,
             run.published().empty() ? fail("getSensorsList_2_1 answered an empty list")
                                     : pass(std::to_string(run.published().size()) + " sensors"));
     for (const SensorInfo& sensor : run.published()) {

@@ -5,10 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "check/RuleIds.h"
+
 namespace kelvane::tools::check {
 
 struct RuleInfo {
-    const char* id;       // "<group>.<name>"
+    RuleId id;
     const char* source;   // e.g. "SensorListValid", "proxy"
     const char* summary;  // what a PASS means
 };

@@ -44,8 +44,9 @@ constexpr milliseconds kStartLimit{2000};
 // The streaming periods: slow, normal and fast.
 constexpr int64_t kPeriodsNs[] = {200000000, 20000000, 5000000};
 
-const std::vector<std::string> kStreamingRules = {"stream.commands", "stream.count",
-                                                  "stream.handle", "stream.meta", "stream.norm"};
+const std::vector<RuleId> kStreamingRules = {rules::kStreamCommands, rules::kStreamCount,
+                                             rules::kStreamHandle, rules::kStreamMeta,
+                                             rules::kStreamNorm};
 
 std::string fmt(const char* format, double a, double b = 0, double c = 0) {
     char text[160];
@@ -132,7 +133,7 @@ void streamAtPeriod(CheckRun& run, const std::vector<Tested>& tested, int64_t pe
         if (minDelayNs > periodNs) {
             const std::string reason = "minDelay " + std::to_string(t.sensor.minDelay) +
                                        " us > period " + periodText(periodNs);
-            for (const std::string& rule : kStreamingRules) {
+            for (const RuleId& rule : kStreamingRules) {
                 run.add(rule, t.sensor, suffix, skip(reason));
             }
             continue;
@@ -174,35 +175,35 @@ void streamAtPeriod(CheckRun& run, const std::vector<Tested>& tested, int64_t pe
                 break;
             }
         }
-        run.add("stream.commands", sensor, suffix, commands);
+        run.add(rules::kStreamCommands, sensor, suffix, commands);
 
         const double needed = static_cast<double>(duration.count()) * 1e6 / periodNs / 2.0;
         const std::string counted = std::to_string(mine.size()) + " events in " +
                                     std::to_string(duration.count() / 1000) + " s";
-        run.add("stream.count", sensor, suffix,
+        run.add(rules::kStreamCount, sensor, suffix,
                 static_cast<double>(mine.size()) >= needed
                     ? pass(counted)
                     : fail(counted + fmt(", needs at least %.0f", std::ceil(needed))));
-        run.add("stream.handle", sensor, suffix, checkHandles(events, sensor));
-        run.add("stream.meta", sensor, suffix, checkForeign(events, active));
+        run.add(rules::kStreamHandle, sensor, suffix, checkHandles(events, sensor));
+        run.add(rules::kStreamMeta, sensor, suffix, checkForeign(events, active));
         if (t->kind->norm) {
-            run.add("stream.norm", sensor, suffix, checkNorm(mine, *t->kind->norm));
+            run.add(rules::kStreamNorm, sensor, suffix, checkNorm(mine, *t->kind->norm));
         } else {
-            run.add("stream.norm", sensor, suffix, skip("no norm is fixed for this type"));
+            run.add(rules::kStreamNorm, sensor, suffix, skip("no norm is fixed for this type"));
         }
     }
 }
 
 void hotSwitch(CheckRun& run, const std::vector<Tested>& tested) {
-    if (!run.wants("stream.hot-switch")) return;
+    if (!run.wants(rules::kStreamHotSwitch)) return;
     const size_t needed = run.quick() ? 10 : 50;
     const milliseconds settleTime{500};
     std::vector<SensorInfo> switching;
     for (const Tested& t : tested) {
         if (t.sensor.minDelay == t.sensor.maxDelay) {
-            run.add("stream.hot-switch", t.sensor, "", skip("minDelay == maxDelay"));
+            run.add(rules::kStreamHotSwitch, t.sensor, "", skip("minDelay == maxDelay"));
         } else if (t.sensor.minDelay <= 0 || t.sensor.maxDelay <= 0) {
-            run.add("stream.hot-switch", t.sensor, "",
+            run.add(rules::kStreamHotSwitch, t.sensor, "",
                     skip("minDelay or maxDelay is not a period"));
         } else {
             switching.push_back(t.sensor);
@@ -265,13 +266,13 @@ void hotSwitch(CheckRun& run, const std::vector<Tested>& tested) {
                 break;
             }
         }
-        run.add("stream.hot-switch", sensor, "", outcome);
+        run.add(rules::kStreamHotSwitch, sensor, "", outcome);
     }
     run.settle();
 }
 
 void noStaleEvents(CheckRun& run) {
-    if (!run.wants("stream.no-stale")) return;
+    if (!run.wants(rules::kStreamNoStale)) return;
     std::vector<SensorInfo> sensors;
     for (const SensorInfo& sensor : run.sensors()) {
         if ((sensor.flags & SensorFlagBits::MASK_REPORTING_MODE) == 0 && sensor.minDelay > 0) {
@@ -304,17 +305,18 @@ void noStaleEvents(CheckRun& run) {
         const std::vector<Event> before = eventsOf(old, sensor.sensorHandle);
         const std::vector<Event> after = eventsOf(fresh, sensor.sensorHandle);
         if (before.empty()) {
-            run.add("stream.no-stale", sensor, "", fail("no event within 2 s of activation"));
+            run.add(rules::kStreamNoStale, sensor, "", fail("no event within 2 s of activation"));
             continue;
         }
         if (after.empty()) {
-            run.add("stream.no-stale", sensor, "", fail("no event within 2 s of re-activation"));
+            run.add(rules::kStreamNoStale, sensor, "",
+                    fail("no event within 2 s of re-activation"));
             continue;
         }
         const double gapMs =
             static_cast<double>(after.front().timestamp - before.back().timestamp) / 1e6;
         const double boundMs = 500.0 + 3.0 * sensor.minDelay / 1000.0;
-        run.add("stream.no-stale", sensor, "",
+        run.add(rules::kStreamNoStale, sensor, "",
                 gapMs >= boundMs
                     ? pass(fmt("first new event %.0f ms after the last old one", gapMs))
                     : fail(fmt("first new event %.0f ms after the last old one, needs >= %.0f ms",
@@ -330,7 +332,7 @@ void runStreamRules(CheckRun& run) {
         if (const SensorInfo* sensor = run.defaultSensor(kind.type)) {
             tested.push_back({*sensor, &kind});
         } else {
-            for (const std::string& rule : kStreamingRules) {
+            for (const RuleId& rule : kStreamingRules) {
                 run.add(rule, std::string("no ") + kind.label,
                         skip(std::string("the sub-HAL publishes no ") + kind.label));
             }

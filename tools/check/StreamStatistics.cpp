@@ -39,14 +39,6 @@ std::vector<double> intervalsNs(const std::vector<Sample>& samples, size_t from)
     return out;
 }
 
-// Linear interpolation between the closest ranks of sorted `values`.
-double percentile(const std::vector<double>& sorted, double p) {
-    const double rank = p * static_cast<double>(sorted.size() - 1);
-    const size_t low = static_cast<size_t>(std::floor(rank));
-    const size_t high = std::min(low + 1, sorted.size() - 1);
-    return sorted[low] + (rank - static_cast<double>(low)) * (sorted[high] - sorted[low]);
-}
-
 double norm(const Sample& s) {
     return std::sqrt(double{s.x} * s.x + double{s.y} * s.y + double{s.z} * s.z);
 }
@@ -66,6 +58,46 @@ const char* unitOf(SensorType type) {
 }
 
 }  // namespace
+
+double percentile(const std::vector<double>& sorted, double p) {
+    const double rank = p * static_cast<double>(sorted.size() - 1);
+    const size_t low = static_cast<size_t>(std::floor(rank));
+    const size_t high = std::min(low + 1, sorted.size() - 1);
+    return sorted[low] + (rank - static_cast<double>(low)) * (sorted[high] - sorted[low]);
+}
+
+double median(std::vector<double> values) {
+    if (values.empty()) return 0;
+    std::sort(values.begin(), values.end());
+    return percentile(values, 0.5);
+}
+
+IntervalSummary summarizeIntervals(const std::vector<int64_t>& timestampsNs, double referenceNs) {
+    IntervalSummary out;
+    if (timestampsNs.size() < 2) return out;
+    std::vector<double> intervals;
+    intervals.reserve(timestampsNs.size() - 1);
+    for (size_t i = 1; i < timestampsNs.size(); ++i) {
+        intervals.push_back(static_cast<double>(timestampsNs[i] - timestampsNs[i - 1]));
+        if (intervals.back() <= 0) ++out.notIncreasing;
+    }
+    out.intervals = intervals.size();
+    const double span = static_cast<double>(timestampsNs.back() - timestampsNs.front());
+    if (span > 0) {
+        out.meanNs = span / static_cast<double>(out.intervals);
+        out.rateHz = 1e9 / out.meanNs;
+    }
+    std::vector<double> sorted = intervals;
+    std::sort(sorted.begin(), sorted.end());
+    out.medianNs = percentile(sorted, 0.5);
+    out.longestNs = sorted.back();
+    if (sorted.size() >= 2) out.jitterNs = percentile(sorted, 0.975) - percentile(sorted, 0.025);
+    const double reference = referenceNs > 0 ? referenceNs : out.medianNs;
+    for (double interval : intervals) {
+        if (reference > 0 && interval > kGapFactor * reference) ++out.gaps;
+    }
+    return out;
+}
 
 double slowestPeriodNs(int64_t periodNs) { return static_cast<double>(periodNs) / 0.9; }
 
@@ -102,7 +134,7 @@ Outcome frequency(const std::vector<Sample>& samples, const Expectation& expecte
 
 Outcome gaps(const std::vector<Sample>& samples, const Expectation& expected) {
     if (samples.size() < 3) return tooFew(samples.size(), 3);
-    const double limitNs = 1.8 * static_cast<double>(expected.periodNs);
+    const double limitNs = kGapFactor * static_cast<double>(expected.periodNs);
     size_t count = 0;
     double longest = 0;
     for (double interval : intervalsNs(samples, 2)) {

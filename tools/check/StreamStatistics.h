@@ -1,5 +1,6 @@
-// Android's compatibility-suite statistics over one sensor's stream, as pure functions: each
-// takes what was measured and returns the verdict with the measured value next to the bound.
+// The statistics of a sensor's stream, as pure functions, for the rules, the report and the live
+// page alike, so that the three agree on the same data: percentiles, intervals, rate, gaps, and
+// Android's compatibility-suite verdicts, each with the measured value next to the bound.
 // No threads, no sub-HAL: the rule runner (CtsRules) collects the streams and calls these.
 #pragma once
 
@@ -29,6 +30,32 @@ struct Expectation {
     int64_t latencyNs = 0;  // the requested report latency R
     std::string rate;       // how the request reads in details: "50 Hz", "FASTEST"
 };
+
+// An interval longer than this many periods is a gap: the suite's bound, and what the report and
+// the live page count too.
+constexpr double kGapFactor = 1.8;
+
+// The p-th quantile (p in [0, 1]) of ascending `sorted`, interpolated linearly between the
+// closest ranks, as the suite computes its percentiles. `sorted` must not be empty.
+double percentile(const std::vector<double>& sorted, double p);
+// The middle value, interpolated; 0 for none.
+double median(std::vector<double> values);
+
+// What the intervals between a stream's timestamps say, as the rules, the report and the page
+// show them. A gap is an interval over kGapFactor x `referenceNs` (the period asked for, or, if
+// none, the median interval).
+struct IntervalSummary {
+    size_t intervals = 0;
+    double rateHz = 0;  // (N - 1) / (t_last - t_first); 0 when the span is not positive
+    double meanNs = 0;  // span / (N - 1)
+    double medianNs = 0;
+    double jitterNs = 0;  // 97.5th - 2.5th percentile; 0 for fewer than 2 intervals
+    double longestNs = 0;
+    size_t gaps = 0;
+    size_t notIncreasing = 0;  // intervals <= 0: timestamps frozen or going back
+};
+IntervalSummary summarizeIntervals(const std::vector<int64_t>& timestampsNs,
+                                   double referenceNs = 0);
 
 // The slowest period a continuous sensor may stream at: P / 0.9.
 double slowestPeriodNs(int64_t periodNs);

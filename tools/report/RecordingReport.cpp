@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <limits>
 
+#include "check/StreamStatistics.h"
+
 namespace kelvane::tools::report {
 
 namespace {
@@ -16,8 +18,8 @@ using host::description::VirtualDevice;
 using nlohmann::json;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-// An interval longer than this many medians is a gap (as the compatibility suite counts them).
-constexpr double kGapFactor = 1.8;
+using check::stats::kGapFactor;
+using check::stats::median;
 
 struct TypeInfo {
     const char* name;
@@ -185,13 +187,6 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
 }
 
 }  // namespace
-
-double median(std::vector<double> values) {
-    if (values.empty()) return 0;
-    const size_t middle = values.size() / 2;
-    std::nth_element(values.begin(), values.begin() + middle, values.end());
-    return values[middle];
-}
 
 Decimated decimate(const std::vector<double>& t, const std::vector<std::vector<double>>& columns,
                    size_t buckets, double gapS) {

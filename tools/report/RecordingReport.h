@@ -36,8 +36,6 @@ struct Histogram {
 };
 Histogram intervalHistogram(const std::vector<double>& intervalsMs, double medianMs, size_t bins);
 
-double median(std::vector<double> values);  // 0 for none
-
 struct ReportOptions {
     size_t buckets = 2000;  // per device
     size_t maxGapsListed = 500;

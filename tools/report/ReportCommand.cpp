@@ -5,7 +5,7 @@
 #include "Command.h"
 #include "Diagnostics.h"
 #include "Output.h"
-#include "RecordingFile.h"
+#include "OutputFile.h"
 #include "host/description/DescriptionReader.h"
 #include "report/ReportPages.h"
 
@@ -25,13 +25,20 @@ class ReportCommand : public Command {
     }
     bool hasJson() const override { return false; }
     bool opensSession() const override { return false; }
+    std::vector<FileArgument> outputFiles() const override {
+        return {{"--output", mOutput, "report"}};
+    }
+    std::vector<FileArgument> inputFiles() const override {
+        return {{"the recording", mInput, ""}};
+    }
+    bool printsOnStdout() const override { return false; }
 
     int run(Session&) override {
         const std::string name = mInput == "-" ? "<stdin>" : mInput;
         std::string error;
         // Before the input is read, so that a path that cannot be written costs no wait.
-        std::unique_ptr<RecordingFile> output = RecordingFile::create(
-            mOutput, mInput, &error, RecordingFile::Role{"--output", "report", "the recording"});
+        std::unique_ptr<OutputFile> output =
+            OutputFile::create(mOutput, OutputFile::Role{"--output", "report"}, &error);
         if (!output) {
             printError(printable(error));
             return kExitUsage;

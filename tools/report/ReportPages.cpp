@@ -34,12 +34,7 @@ std::string checkReportPage(const std::vector<check::CheckResult>& results, doub
     nlohmann::json rows = nlohmann::json::array();
     std::vector<std::string> groups;
     for (const check::CheckResult& r : ordered) {
-        rows.push_back({{"rule", r.rule},
-                        {"source", r.source},
-                        {"group", r.group},
-                        {"subject", r.subject},
-                        {"verdict", check::verdictName(r.verdict)},
-                        {"detail", r.detail}});
+        rows.push_back(check::toJson(r));
         if (std::find(groups.begin(), groups.end(), r.group) == groups.end()) {
             groups.push_back(r.group);
         }

@@ -14,7 +14,8 @@ namespace kelvane::tools::report {
 std::string recordingReportPage(const host::description::HostConfig& recording,
                                 const std::string& name);
 
-// Every result with its verdict, measured value and bound; failures first, then deviations and skips; the summary lines.
+// Every result with its verdict, measured value and bound; failures first, then deviations and
+// skips; the summary lines.
 std::string checkReportPage(const std::vector<check::CheckResult>& results, double seconds,
                             const std::string& hostName);
 

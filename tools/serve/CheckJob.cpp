@@ -4,8 +4,8 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
-#include "check/CheckCommand.h"
 #include "check/CheckReport.h"
+#include "check/RunRules.h"
 
 namespace kelvane::tools::serve {
 
@@ -89,12 +89,7 @@ void CheckJob::run(bool quick) {
 std::string CheckJob::stateJsonLocked() const {
     nlohmann::json results = nlohmann::json::array();
     for (const check::CheckResult& r : mResults) {
-        results.push_back({{"rule", r.rule},
-                           {"source", r.source},
-                           {"group", r.group},
-                           {"subject", r.subject},
-                           {"verdict", check::verdictName(r.verdict)},
-                           {"detail", r.detail}});
+        results.push_back(check::toJson(r));
     }
     nlohmann::json state = {{"running", mRunning},
                             {"quick", mQuick},

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Output.h"
-#include "check/CheckRun.h"
+#include "check/SubHalFacts.h"
 
 namespace kelvane::tools::serve {
 

@@ -4,17 +4,11 @@
 #include <cmath>
 #include <vector>
 
+#include "check/StreamStatistics.h"
+
 namespace kelvane::tools::serve {
 
-namespace {
-
-// The nearest-rank percentile of sorted values.
-double percentile(const std::vector<double>& sorted, double p) {
-    const size_t rank = static_cast<size_t>(std::ceil(p / 100.0 * sorted.size()));
-    return sorted[std::min(sorted.size() - 1, rank == 0 ? 0 : rank - 1)];
-}
-
-}  // namespace
+using check::stats::percentile;
 
 void LiveStats::add(int64_t timestampNs, int64_t receivedNs) {
     // A timestamp that goes back (a restarted device, a replay that starts over) starts over.
@@ -34,22 +28,18 @@ LiveFigures LiveStats::figures() const {
     latencies.reserve(mEvents.size());
     for (const Sample& s : mEvents) latencies.push_back((s.receivedNs - s.timestampNs) / 1e6);
     std::sort(latencies.begin(), latencies.end());
-    figures.latencyP50Ms = percentile(latencies, 50);
-    figures.latencyP99Ms = percentile(latencies, 99);
+    figures.latencyP50Ms = percentile(latencies, 0.5);
+    figures.latencyP99Ms = percentile(latencies, 0.99);
 
     if (mEvents.size() < 2) return figures;
-    const double spanNs =
-        static_cast<double>(mEvents.back().timestampNs - mEvents.front().timestampNs);
-    if (spanNs <= 0) return figures;
-    figures.rateHz = (mEvents.size() - 1) * 1e9 / spanNs;
-    figures.intervalMs = spanNs / 1e6 / (mEvents.size() - 1);
-    std::vector<double> intervals;
-    intervals.reserve(mEvents.size() - 1);
-    for (size_t i = 1; i < mEvents.size(); ++i) {
-        intervals.push_back((mEvents[i].timestampNs - mEvents[i - 1].timestampNs) / 1e6);
-    }
-    std::sort(intervals.begin(), intervals.end());
-    figures.jitterMs = percentile(intervals, 97.5) - percentile(intervals, 2.5);
+    std::vector<int64_t> timestamps;
+    timestamps.reserve(mEvents.size());
+    for (const Sample& s : mEvents) timestamps.push_back(s.timestampNs);
+    const check::stats::IntervalSummary summary = check::stats::summarizeIntervals(timestamps);
+    if (summary.rateHz <= 0) return figures;
+    figures.rateHz = summary.rateHz;
+    figures.intervalMs = summary.meanNs / 1e6;
+    figures.jitterMs = summary.jitterNs / 1e6;
     return figures;
 }
 

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "check/CheckRun.h"
+#include "check/SubHalFacts.h"
 
 namespace kelvane::tools::serve {
 

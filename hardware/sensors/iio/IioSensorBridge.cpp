@@ -10,38 +10,9 @@
 namespace kelvane {
 namespace sensors {
 
-using android::hardware::sensors::V2_1::SensorType;
-
 namespace {
 
 constexpr int64_t kEnumerationGraceUs = 2000000;
-
-// Host device-type codes 1, 2, 3, 5 and 11: bit (code - 1) of this mask.
-constexpr uint32_t kSupportedTypeMask = 1047;
-
-bool isSupportedType(int code) {
-    return code >= 1 && code <= 11 && (kSupportedTypeMask & (1u << (code - 1))) != 0;
-}
-
-SensorType sensorTypeFor(int code) {
-    switch (code) {
-        case 1:
-            return SensorType::ACCELEROMETER;
-        case 2:
-            return SensorType::GYROSCOPE;
-        case 3:
-            return SensorType::LIGHT;
-        case 5:
-            return SensorType::MAGNETIC_FIELD;
-        default:
-            return SensorType::GRAVITY;  // 11, the last supported code
-    }
-}
-
-// Runs `task` only while the bridge that posted it is alive. Both run on the Mojo thread.
-void runWhileAlive(const std::weak_ptr<int>& lifetime, base::OnceClosure task) {
-    if (!lifetime.expired()) std::move(task).Run();
-}
 
 }  // namespace
 
@@ -118,27 +89,20 @@ void IioSensorBridge::onAllDeviceIds(const base::flat_map<int, std::vector<int>>
     LOG(INFO) << "IioSensorBridge: got " << devices.size() << " IIO devices";
     int created = 0;
     for (const auto& [deviceId, types] : devices) {
-        const int* code = nullptr;
-        for (const int& t : types) {
-            if (isSupportedType(t)) {
-                code = &t;
-                break;
-            }
-        }
-        if (code == nullptr) continue;
-        const SensorType type = sensorTypeFor(*code);
+        const SensorKind* kind = firstServedKind(types);
+        if (kind == nullptr) continue;
         int handle;
         {
-            std::lock_guard<std::mutex> lock(mDevicesMutex);
+            base::AutoLock lock(mDevicesLock);
             handle = mNextHandle++;
             auto device =
-                std::make_unique<IioSensorDevice>(deviceId, handle, type, types, mEventCallback);
+                std::make_unique<IioSensorDevice>(deviceId, handle, *kind, types, mEventCallback);
             device->initialize(mSensorService);
             mDevices[handle] = std::move(device);
         }
         ++created;
         LOG(INFO) << "IioSensorBridge: device " << deviceId << " -> handle " << handle << " type "
-                  << static_cast<int>(type);
+                  << kind->androidType;
     }
     if (created == 0) {
         LOG(INFO) << "IioSensorBridge: no supported IIO devices found";
@@ -152,7 +116,7 @@ void IioSensorBridge::onAllDeviceIds(const base::flat_map<int, std::vector<int>>
 void IioSensorBridge::checkEnumerationComplete() {
     int ready = 0;
     {
-        std::lock_guard<std::mutex> lock(mDevicesMutex);
+        base::AutoLock lock(mDevicesLock);
         for (const auto& entry : mDevices) {
             if (entry.second->isReady()) ++ready;
         }
@@ -162,22 +126,22 @@ void IioSensorBridge::checkEnumerationComplete() {
 }
 
 void IioSensorBridge::completeEnumeration() {
-    {
-        std::lock_guard<std::mutex> lock(mEnumMutex);
-        mEnumerationComplete = true;
-    }
-    mEnumCv.notify_all();
+    base::AutoLock lock(mEnumLock);
+    mEnumerationComplete = true;
+    mEnumDone.Broadcast();
 }
 
 std::vector<std::pair<int, IioSensorBridge::SensorInfo>> IioSensorBridge::getSensors(
     int timeoutMs) {
-    std::unique_lock<std::mutex> enumLock(mEnumMutex);
     const auto deadline = std::chrono::steady_clock::now() +
                           std::chrono::nanoseconds(static_cast<int64_t>(timeoutMs) * 1000000);
-    mEnumCv.wait_until(enumLock, deadline, [this] { return mEnumerationComplete; });
+    base::AutoLock enumLock(mEnumLock);
+    while (!mEnumerationComplete) {
+        if (!mEnumDone.WaitUntil(deadline)) break;
+    }
 
     std::vector<std::pair<int, SensorInfo>> sensors;
-    std::lock_guard<std::mutex> devicesLock(mDevicesMutex);
+    base::AutoLock devicesLock(mDevicesLock);
     for (const auto& [handle, device] : mDevices) {
         if (device->isReady()) sensors.emplace_back(handle, device->getSensorInfo());
     }
@@ -185,14 +149,14 @@ std::vector<std::pair<int, IioSensorBridge::SensorInfo>> IioSensorBridge::getSen
 }
 
 void IioSensorBridge::activate(int handle, bool enabled) {
-    std::lock_guard<std::mutex> lock(mDevicesMutex);
+    base::AutoLock lock(mDevicesLock);
     auto it = mDevices.find(handle);
     if (it == mDevices.end()) return;
     post(base::BindOnce(&IioSensorDevice::activate, base::Unretained(it->second.get()), enabled));
 }
 
 void IioSensorBridge::batch(int handle, int64_t samplingPeriodNs) {
-    std::lock_guard<std::mutex> lock(mDevicesMutex);
+    base::AutoLock lock(mDevicesLock);
     auto it = mDevices.find(handle);
     if (it == mDevices.end()) return;
     post(base::BindOnce(&IioSensorDevice::batch, base::Unretained(it->second.get()),
@@ -204,7 +168,7 @@ void IioSensorBridge::post(base::OnceClosure task, base::TimeDelta delay) {
         mProcessSupport->getThread()->getTaskRunner();
     runner->PostDelayedTask(
         base::Location::CreateFromHere(__FILE__),
-        base::BindOnce(&runWhileAlive, std::weak_ptr<int>(mLifetime), std::move(task)), delay);
+        base::BindOnce(&IioSensorBridge::runPosted, mWeak.GetWeakPtr(), std::move(task)), delay);
 }
 
 }  // namespace sensors

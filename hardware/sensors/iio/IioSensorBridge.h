@@ -2,17 +2,18 @@
 
 #include <android/hardware/sensors/2.1/types.h>
 
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "IioSensorDevice.h"
 #include "IioSensorEventCallback.h"
 #include "base/containers/flat_map.h"
+#include "base/memory/weak_ptr.h"
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "hardware/sensors/mojom/vel.mojom.h"
 #include "mojo/public/cpp/bindings/binding.h"
@@ -51,15 +52,18 @@ class IioSensorBridge : public vel::VelService,
     void checkEnumerationComplete();
 
     // Binder threads. Waits up to `timeoutMs` for enumeration, then describes every ready device.
-    std::vector<std::pair<int, SensorInfo>> getSensors(int timeoutMs);
+    std::vector<std::pair<int, SensorInfo>> getSensors(int timeoutMs)
+        EXCLUDES(mEnumLock, mDevicesLock);
     // Binder threads. Queue the command for the device on the Mojo thread; unknown handles are
     // ignored.
-    void activate(int handle, bool enabled);
-    void batch(int handle, int64_t samplingPeriodNs);
+    void activate(int handle, bool enabled) EXCLUDES(mDevicesLock);
+    void batch(int handle, int64_t samplingPeriodNs) EXCLUDES(mDevicesLock);
 
   private:
-    void completeEnumeration();
+    void completeEnumeration() EXCLUDES(mEnumLock);
+    // Runs `task` on the Mojo thread after `delay`, unless the bridge is gone by then.
     void post(base::OnceClosure task, base::TimeDelta delay = base::TimeDelta());
+    void runPosted(base::OnceClosure task) { std::move(task).Run(); }
 
     vel::MojoProcessSupport* const mProcessSupport;
     IioSensorEventCallback* const mEventCallback;
@@ -69,16 +73,15 @@ class IioSensorBridge : public vel::VelService,
     vel::mojom::IioSensorHostPtr mIioSensorHost;
     chromeos::sensors::mojom::SensorServicePtr mSensorService;
     // The registry; written on the Mojo thread, read by binder threads.
-    std::mutex mDevicesMutex;
-    std::map<int, std::unique_ptr<IioSensorDevice>> mDevices;  // guarded by mDevicesMutex
-    int mNextHandle = 1;                                       // guarded by mDevicesMutex
-    // Taken before mDevicesMutex when both are held.
-    std::mutex mEnumMutex;
-    std::condition_variable mEnumCv;
-    bool mEnumerationComplete = false;  // guarded by mEnumMutex
+    base::Lock mDevicesLock;
+    std::map<int, std::unique_ptr<IioSensorDevice>> mDevices GUARDED_BY(mDevicesLock);
+    int mNextHandle GUARDED_BY(mDevicesLock) = 1;
+    base::Lock mEnumLock ACQUIRED_BEFORE(mDevicesLock);
+    base::ConditionVariable mEnumDone{&mEnumLock};
+    bool mEnumerationComplete GUARDED_BY(mEnumLock) = false;
     std::unique_ptr<vel::VelBridgeSupport> mBridgeSupport;
-    // Tasks posted to the Mojo thread hold this weakly and skip their work once it has expired.
-    std::shared_ptr<int> mLifetime = std::make_shared<int>(0);
+    // Last, so that tasks posted to the Mojo thread find the bridge gone before any member goes.
+    base::WeakPtrFactory<IioSensorBridge> mWeak{this};
 };
 
 }  // namespace sensors

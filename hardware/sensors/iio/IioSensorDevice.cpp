@@ -19,81 +19,42 @@ using chromeos::sensors::mojom::ObserverErrorType;
 namespace {
 
 constexpr uint32_t kDeviceTimeoutMs = 5000;
-constexpr double kDefaultFrequencyHz = 50.0;
-
-const char* sensorTypeName(SensorType type) {
-    static constexpr const char* kNames[] = {
-        "Accelerometer", "Magnetometer", "Unknown", "Gyroscope", "Light",
-        "Unknown",       "Unknown",      "Unknown", "Gravity",
-    };
-    int value = static_cast<int>(type);
-    return value >= 1 && value <= 9 ? kNames[value - 1] : "Unknown";
-}
-
-// The channel-id prefix of a three-axis type, or null.
-const char* axisPrefix(SensorType type) {
-    switch (type) {
-        case SensorType::ACCELEROMETER:
-            return "accel";
-        case SensorType::MAGNETIC_FIELD:
-            return "magn";
-        case SensorType::GYROSCOPE:
-            return "anglvel";
-        case SensorType::GRAVITY:
-            return "gravity";
-        default:
-            return nullptr;
-    }
-}
-
-bool isThreeAxis(SensorType type) { return axisPrefix(type) != nullptr; }
-
-struct TypeDescription {
-    SensorType type;
-    const char* typeAsString;
-    float maxRange;
-    float resolution;
-    int32_t minDelayUs;
-    uint32_t flags;
-};
 
 constexpr float kPowerMa = 0.001f;
 constexpr int32_t kMaxDelayUs = 200000;
-constexpr uint32_t kContinuous =
-    static_cast<uint32_t>(android::hardware::sensors::V1_0::SensorFlagBits::CONTINUOUS_MODE);
-constexpr uint32_t kOnChange =
-    static_cast<uint32_t>(android::hardware::sensors::V1_0::SensorFlagBits::ON_CHANGE_MODE);
 
-constexpr TypeDescription kTypeDescriptions[] = {
-    {SensorType::ACCELEROMETER, "android.sensor.accelerometer", 78.4532f, 0.0023928226f, 10000,
-     kContinuous},
-    {SensorType::MAGNETIC_FIELD, "android.sensor.magnetic_field", 4911.994f, 0.15f, 20000,
-     kContinuous},
-    {SensorType::GYROSCOPE, "android.sensor.gyroscope", 34.906586f, 0.001065264f, 10000,
-     kContinuous},
-    {SensorType::LIGHT, "android.sensor.light", 100000.0f, 1.0f, 0, kOnChange},
-    {SensorType::GRAVITY, "android.sensor.gravity", 9.80665f, 0.001f, 10000, kContinuous},
-};
+uint32_t flagsOf(ReportingMode mode) {
+    using android::hardware::sensors::V1_0::SensorFlagBits;
+    switch (mode) {
+        case ReportingMode::kContinuous:
+            return static_cast<uint32_t>(SensorFlagBits::CONTINUOUS_MODE);
+        case ReportingMode::kOnChange:
+            return static_cast<uint32_t>(SensorFlagBits::ON_CHANGE_MODE);
+    }
+    return 0;
+}
 
+// The table holds Android's type numbers; these are the values Android defines for them.
+constexpr int32_t androidTypeOf(DeviceType type) { return kindOf(type)->androidType; }
+static_assert(androidTypeOf(DeviceType::ACCEL) == int32_t(SensorType::ACCELEROMETER));
+static_assert(androidTypeOf(DeviceType::ANGLVEL) == int32_t(SensorType::GYROSCOPE));
+static_assert(androidTypeOf(DeviceType::LIGHT) == int32_t(SensorType::LIGHT));
+static_assert(androidTypeOf(DeviceType::MAGN) == int32_t(SensorType::MAGNETIC_FIELD));
+static_assert(androidTypeOf(DeviceType::GRAVITY) == int32_t(SensorType::GRAVITY));
+
+// The published ranges are exact float values that compatibility results were taken with.
 constexpr uint32_t bitsOf(float f) { return __builtin_bit_cast(uint32_t, f); }
 static_assert(bitsOf(kPowerMa) == 0x3A83126F);
-static_assert(bitsOf(kTypeDescriptions[0].maxRange) == 0x429CE80A);
-static_assert(bitsOf(kTypeDescriptions[0].resolution) == 0x3B1CD0E7);
-static_assert(bitsOf(kTypeDescriptions[1].maxRange) == 0x45997FF4);
-static_assert(bitsOf(kTypeDescriptions[1].resolution) == 0x3E19999A);
-static_assert(bitsOf(kTypeDescriptions[2].maxRange) == 0x420BA058);
-static_assert(bitsOf(kTypeDescriptions[2].resolution) == 0x3A8BA054);
-static_assert(bitsOf(kTypeDescriptions[3].maxRange) == 0x47C35000);
-static_assert(bitsOf(kTypeDescriptions[3].resolution) == 0x3F800000);
-static_assert(bitsOf(kTypeDescriptions[4].maxRange) == 0x411CE80A);
-static_assert(bitsOf(kTypeDescriptions[4].resolution) == 0x3A83126F);
-
-const TypeDescription* findDescription(SensorType type) {
-    for (const TypeDescription& d : kTypeDescriptions) {
-        if (d.type == type) return &d;
-    }
-    return nullptr;
-}
+static_assert(bitsOf(kindOf(DeviceType::ACCEL)->maxRange) == 0x429CE80A);
+static_assert(bitsOf(kindOf(DeviceType::ACCEL)->resolution) == 0x3B1CD0E7);
+static_assert(bitsOf(kindOf(DeviceType::MAGN)->maxRange) == 0x45997FF4);
+static_assert(bitsOf(kindOf(DeviceType::MAGN)->resolution) == 0x3E19999A);
+static_assert(bitsOf(kindOf(DeviceType::ANGLVEL)->maxRange) == 0x420BA058);
+static_assert(bitsOf(kindOf(DeviceType::ANGLVEL)->resolution) == 0x3A8BA054);
+static_assert(bitsOf(kindOf(DeviceType::LIGHT)->maxRange) == 0x47C35000);
+static_assert(bitsOf(kindOf(DeviceType::LIGHT)->resolution) == 0x3F800000);
+static_assert(bitsOf(kindOf(DeviceType::GRAVITY)->maxRange) == 0x411CE80A);
+static_assert(bitsOf(kindOf(DeviceType::GRAVITY)->resolution) == 0x3A83126F);
 
 // raw -> float -> double, times the scale in double, back to float.
 float scaled(const base::flat_map<int32_t, int64_t>& sample, int32_t index, double scale) {
@@ -120,12 +81,13 @@ void onBatchFrequency(double frequency) {
 
 }  // namespace
 
-IioSensorDevice::IioSensorDevice(int deviceId, int handle, SensorType type,
+IioSensorDevice::IioSensorDevice(int deviceId, int handle, const SensorKind& kind,
                                  const std::vector<int>& deviceTypes,
                                  IioSensorEventCallback* callback)
     : mDeviceId(deviceId),
       mHandle(handle),
-      mSensorType(type),
+      mKind(kind),
+      mSensorType(static_cast<SensorType>(kind.androidType)),
       mDeviceTypes(deviceTypes.begin(), deviceTypes.end()),
       mCallback(callback),
       mObserverBinding(this),
@@ -138,6 +100,7 @@ IioSensorDevice::~IioSensorDevice() {
 
 void IioSensorDevice::initialize(
     mojo::InterfacePtr<chromeos::sensors::mojom::SensorService>& sensorService) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     sensorService->GetDevice(mDeviceId, mojo::MakeRequest(&mSensorDevice));
     mSensorDevice.set_connection_error_handler(base::BindOnce(
         [](int32_t deviceId) {
@@ -150,6 +113,7 @@ void IioSensorDevice::initialize(
 }
 
 void IioSensorDevice::onChannelIds(const std::vector<std::string>& channelIds) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     mChannelIds = channelIds;
     for (size_t i = 0; i < mChannelIds.size(); ++i) {
         mChannelIndices[mChannelIds[i]] = static_cast<int>(i);
@@ -158,12 +122,8 @@ void IioSensorDevice::onChannelIds(const std::vector<std::string>& channelIds) {
         auto it = mChannelIndices.find(id);
         if (it != mChannelIndices.end()) *field = it->second;
     };
-    if (const char* prefix = axisPrefix(mSensorType)) {
-        lookup(std::string(prefix) + "_x", &mXIndex);
-        lookup(std::string(prefix) + "_y", &mYIndex);
-        lookup(std::string(prefix) + "_z", &mZIndex);
-    } else if (mSensorType == SensorType::LIGHT) {
-        lookup("illuminance", &mLightIndex);
+    for (size_t axis = 0; axis < mKind.axisCount; ++axis) {
+        lookup(channelId(mKind, axis), &mAxisIndices[axis]);
     }
     lookup("timestamp", &mTimestampIndex);
 
@@ -173,14 +133,15 @@ void IioSensorDevice::onChannelIds(const std::vector<std::string>& channelIds) {
 }
 
 void IioSensorDevice::onAttributes(const std::vector<base::Optional<std::string>>& values) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     if (values.size() > 0 && values[0].has_value()) mName = *values[0];
     if (values.size() > 1 && values[1].has_value()) {
         if (!base::StringToDouble(*values[1], &mScale)) mScale = 1.0;
     }
     if (values.size() > 2 && values[2].has_value()) mLocation = *values[2];
 
-    LOG(INFO) << "IioSensorDevice " << mDeviceId << " (" << sensorTypeName(mSensorType)
-              << "): name=" << mName << " scale=" << mScale << " location=" << mLocation
+    LOG(INFO) << "IioSensorDevice " << mDeviceId << " (" << mKind.name << "): name=" << mName
+              << " scale=" << mScale << " location=" << mLocation
               << " channels=" << mChannelIds.size();
     mReady.store(true, std::memory_order_release);
 }
@@ -188,9 +149,8 @@ void IioSensorDevice::onAttributes(const std::vector<base::Optional<std::string>
 IioSensorDevice::SensorInfo IioSensorDevice::getSensorInfo() const {
     SensorInfo info{};
     info.sensorHandle = mHandle;
-    info.name = mLocation.empty()
-                    ? std::string(sensorTypeName(mSensorType))
-                    : std::string(sensorTypeName(mSensorType)) + " (" + mLocation + ")";
+    info.name = mLocation.empty() ? std::string(mKind.name)
+                                  : std::string(mKind.name) + " (" + mLocation + ")";
     info.vendor = "Tolvik";
     info.version = 1;
     info.type = mSensorType;
@@ -199,40 +159,38 @@ IioSensorDevice::SensorInfo IioSensorDevice::getSensorInfo() const {
     info.fifoMaxEventCount = 0;
     info.requiredPermission = "";
     info.maxDelay = kMaxDelayUs;
-    if (const TypeDescription* d = findDescription(mSensorType)) {
-        info.typeAsString = d->typeAsString;
-        info.maxRange = d->maxRange;
-        info.resolution = d->resolution;
-        info.minDelay = d->minDelayUs;
-        info.flags = d->flags;
-    }
+    info.typeAsString = mKind.typeAsString;
+    info.maxRange = mKind.maxRange;
+    info.resolution = mKind.resolution;
+    info.minDelay = mKind.minDelayUs;
+    info.flags = flagsOf(mKind.reportingMode);
     return info;
 }
 
 void IioSensorDevice::activate(bool enabled) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     mActive = enabled;
     if (enabled) {
         startSampling();
         return;
     }
-    if (!mSensorDevice.is_bound()) return;
-    mSensorDevice->StopReadingSamples();
-    if (mObserverBinding.is_bound()) mObserverBinding.Close();
+    stopSampling();
 }
 
 void IioSensorDevice::startSampling() {
     if (!mSensorDevice.is_bound()) return;
     std::vector<int32_t> channels;
-    for (int32_t index : {mXIndex, mYIndex, mZIndex, mLightIndex, mTimestampIndex}) {
-        if (index >= 0) channels.push_back(index);
+    for (size_t axis = 0; axis < mKind.axisCount; ++axis) {
+        if (mAxisIndices[axis] >= 0) channels.push_back(mAxisIndices[axis]);
     }
+    if (mTimestampIndex >= 0) channels.push_back(mTimestampIndex);
     if (channels.empty()) {
         LOG(WARNING) << "IioSensorDevice " << mDeviceId << ": no channels to enable";
         return;
     }
     mSensorDevice->SetChannelsEnabled(channels, true,
                                       base::BindRepeating(&onChannelsEnabled, mDeviceId));
-    double frequency = mFrequency > 0.0 ? mFrequency : kDefaultFrequencyHz;
+    double frequency = mFrequency > 0.0 ? mFrequency : mKind.defaultHz;
     mSensorDevice->SetFrequency(frequency, base::BindRepeating(&onStartFrequency));
 
     if (mObserverBinding.is_bound()) mObserverBinding.Close();
@@ -248,11 +206,13 @@ void IioSensorDevice::stopSampling() {
 }
 
 void IioSensorDevice::batch(int64_t samplingPeriodNs) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     mFrequency = 1e9 / static_cast<double>(samplingPeriodNs);
     if (mActive) mSensorDevice->SetFrequency(mFrequency, base::BindRepeating(&onBatchFrequency));
 }
 
 void IioSensorDevice::OnErrorOccurred(ObserverErrorType errorType) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     LOG(WARNING) << "IioSensorDevice " << mDeviceId << ": observer error "
                  << static_cast<int32_t>(errorType);
     // A failed read is the one error sampling recovers from: the host reads again once restarted.
@@ -263,26 +223,24 @@ void IioSensorDevice::OnErrorOccurred(ObserverErrorType errorType) {
 }
 
 void IioSensorDevice::OnSampleUpdated(const base::flat_map<int32_t, int64_t>& sample) {
+    DCHECK_CALLED_ON_VALID_SEQUENCE(mMojoSequence);
     if (!mActive || mCallback == nullptr) return;
 
     auto ts = mTimestampIndex >= 0 ? sample.find(mTimestampIndex) : sample.end();
     const int64_t timestamp = ts != sample.end() ? ts->second : android::elapsedRealtimeNano();
-
-    const bool threeAxis = isThreeAxis(mSensorType);
-    if (!threeAxis && mSensorType != SensorType::LIGHT) return;
 
     Event& event = mEvents[0];
     std::memset(&event.u, 0, sizeof(event.u));
     event.timestamp = timestamp;
     event.sensorHandle = mHandle;
     event.sensorType = mSensorType;
-    if (threeAxis) {
-        event.u.vec3.x = scaled(sample, mXIndex, mScale);
-        event.u.vec3.y = scaled(sample, mYIndex, mScale);
-        event.u.vec3.z = scaled(sample, mZIndex, mScale);
+    if (mKind.axisCount == 3) {
+        event.u.vec3.x = scaled(sample, mAxisIndices[0], mScale);
+        event.u.vec3.y = scaled(sample, mAxisIndices[1], mScale);
+        event.u.vec3.z = scaled(sample, mAxisIndices[2], mScale);
         event.u.vec3.status = android::hardware::sensors::V1_0::SensorStatus::ACCURACY_HIGH;
     } else {
-        event.u.scalar = scaled(sample, mLightIndex, mScale);
+        event.u.scalar = scaled(sample, mAxisIndices[0], mScale);
     }
     mCallback->postSensorEvents(mEvents, false);
 }

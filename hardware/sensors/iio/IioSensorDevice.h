@@ -2,6 +2,7 @@
 
 #include <android/hardware/sensors/2.1/types.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -11,7 +12,9 @@
 #include "IioSensorEventCallback.h"
 #include "base/containers/flat_map.h"
 #include "base/optional.h"
+#include "base/sequence_checker.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
+#include "hardware/sensors/mojom/sensor_kinds.h"
 #include "mojo/public/cpp/bindings/binding.h"
 #include "mojo/public/cpp/bindings/interface_ptr.h"
 
@@ -19,14 +22,15 @@ namespace kelvane {
 namespace sensors {
 
 // One IIO device of the host, published to Android as one sensor. Everything but getSensorInfo()
-// and isReady() runs on the Mojo thread.
+// and isReady() runs on the Mojo thread (checked), which also destroys it.
 class IioSensorDevice : public chromeos::sensors::mojom::SensorDeviceSamplesObserver {
   public:
     using SensorType = android::hardware::sensors::V2_1::SensorType;
     using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
 
-    IioSensorDevice(int deviceId, int handle, SensorType type, const std::vector<int>& deviceTypes,
-                    IioSensorEventCallback* callback);
+    // Published as a sensor of `kind`, one of the device's `deviceTypes`.
+    IioSensorDevice(int deviceId, int handle, const SensorKind& kind,
+                    const std::vector<int>& deviceTypes, IioSensorEventCallback* callback);
     ~IioSensorDevice() override;
     IioSensorDevice(const IioSensorDevice&) = delete;
     IioSensorDevice& operator=(const IioSensorDevice&) = delete;
@@ -45,13 +49,15 @@ class IioSensorDevice : public chromeos::sensors::mojom::SensorDeviceSamplesObse
     bool isReady() const { return mReady.load(std::memory_order_acquire); }
 
     void activate(bool enabled);
-    void startSampling();
-    void stopSampling();
     void batch(int64_t samplingPeriodNs);
 
   private:
+    void startSampling();
+    void stopSampling();
+
     const int32_t mDeviceId;
     const int32_t mHandle;
+    const SensorKind& mKind;
     const SensorType mSensorType;
     const std::vector<int32_t> mDeviceTypes;
     IioSensorEventCallback* const mCallback;
@@ -66,13 +72,12 @@ class IioSensorDevice : public chromeos::sensors::mojom::SensorDeviceSamplesObse
     std::atomic<bool> mReady{false};
     bool mActive = false;
     double mFrequency = 0.0;
-    int32_t mXIndex = -1;
-    int32_t mYIndex = -1;
-    int32_t mZIndex = -1;
-    int32_t mLightIndex = -1;
+    // The channel index of each of the kind's axes; -1 where the device lacks the channel.
+    std::array<int32_t, 3> mAxisIndices{-1, -1, -1};
     int32_t mTimestampIndex = -1;
     // The one-event vector handed to the callback, reused for every sample.
     std::vector<android::hardware::sensors::V2_1::Event> mEvents;
+    SEQUENCE_CHECKER(mMojoSequence);
 };
 
 }  // namespace sensors

@@ -76,17 +76,17 @@ void releaseOnMojoThread(sp<IioSensorBridge> bridge,
 
 class IioSensorSubHal::EventSink : public IioSensorEventCallback {
   public:
-    void setProxyCallback(sp<IHalProxyCallback> callback) {
+    void setProxyCallback(sp<IHalProxyCallback> callback) EXCLUDES(mLock) {
         sp<IHalProxyCallback> previous;
         {
-            std::lock_guard<std::mutex> lock(mMutex);
+            base::AutoLock lock(mLock);
             previous = std::move(mHalProxyCallback);
             mHalProxyCallback = std::move(callback);
         }
         // `previous` is released here, outside the lock
     }
-    sp<IHalProxyCallback> proxyCallback() const {
-        std::lock_guard<std::mutex> lock(mMutex);
+    sp<IHalProxyCallback> proxyCallback() const EXCLUDES(mLock) {
+        base::AutoLock lock(mLock);
         return mHalProxyCallback;
     }
     // Mojo thread (sample events) and binder threads (flush completions).
@@ -97,8 +97,8 @@ class IioSensorSubHal::EventSink : public IioSensorEventCallback {
     }
 
   private:
-    mutable std::mutex mMutex;
-    sp<IHalProxyCallback> mHalProxyCallback;  // guarded by mMutex
+    mutable base::Lock mLock;
+    sp<IHalProxyCallback> mHalProxyCallback GUARDED_BY(mLock);
 };
 
 IioSensorSubHal::IioSensorSubHal() : mEventSink(std::make_shared<EventSink>()) {
@@ -159,24 +159,23 @@ IioSensorSubHal::Return<void> IioSensorSubHal::getSensorsList_2_1(getSensorsList
 void IioSensorSubHal::discover() {
     const auto deadline =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(kSensorListWaitMs);
-    std::unique_lock<std::mutex> lock(mDiscoveryMutex);
+    base::AutoLock lock(mDiscoveryLock);
     while (!mPublished.load(std::memory_order_relaxed)) {
         if (mDiscovering) {
             // Another caller asks the bridge; its answer serves this call too, but this call
             // waits no longer than its own limit.
-            if (!mDiscoveryDone.wait_until(lock, deadline, [this] { return !mDiscovering; })) {
-                return;
-            }
+            if (!mDiscoveryDone.WaitUntil(deadline) && mDiscovering) return;
             continue;
         }
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
         mDiscovering = true;
-        lock.unlock();
-        std::vector<std::pair<int, SensorInfo>> found =
-            mBridge->getSensors(static_cast<int>(std::max<int64_t>(left.count(), 0)));
-        SUBHAL_LOG("IioSensorSubHal: discovered %zu sensors", found.size());
-        lock.lock();
+        std::vector<std::pair<int, SensorInfo>> found;
+        {
+            base::AutoUnlock unlocked(mDiscoveryLock);
+            found = mBridge->getSensors(static_cast<int>(std::max<int64_t>(left.count(), 0)));
+            SUBHAL_LOG("IioSensorSubHal: discovered %zu sensors", found.size());
+        }
         mDiscovering = false;
         if (!found.empty()) {
             for (const auto& [handle, info] : found) {
@@ -185,7 +184,7 @@ void IioSensorSubHal::discover() {
             }
             mPublished.store(true, std::memory_order_release);
         }
-        mDiscoveryDone.notify_all();
+        mDiscoveryDone.Broadcast();
         return;
     }
 }

@@ -4,15 +4,15 @@
 #include <utils/RefBase.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "IioSensorBridge.h"
 #include "IioSensorEventCallback.h"
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 
 namespace kelvane {
 namespace sensors {
@@ -70,7 +70,7 @@ class IioSensorSubHal : public android::hardware::sensors::V2_1::implementation:
   private:
     // Asks the bridge for the sensors and publishes them if there are any, waiting at most
     // kSensorListWaitMs from the call (also while another caller is asking).
-    void discover();
+    void discover() EXCLUDES(mDiscoveryLock);
     // Whether `handle` was published; the tables are read only once published.
     bool isPublished(int32_t handle) const;
 
@@ -80,14 +80,14 @@ class IioSensorSubHal : public android::hardware::sensors::V2_1::implementation:
     const std::shared_ptr<EventSink> mEventSink;
     std::atomic<OperationMode> mOperationMode{OperationMode::NORMAL};
     android::sp<IioSensorBridge> mBridge;  // set in the constructor, released in the destructor
-    // Filled once by the first discovery that finds sensors, under mDiscoveryMutex, then
+    // Filled once by the first discovery that finds sensors, under mDiscoveryLock, then
     // published through mPublished (release) and never written again: readers that see
     // mPublished (acquire) read them without a lock.
     std::vector<SensorInfo> mSensorList;
     std::map<int, SensorInfo> mSensorMap;
-    std::mutex mDiscoveryMutex;
-    std::condition_variable mDiscoveryDone;
-    bool mDiscovering = false;  // guarded by mDiscoveryMutex: a caller is asking the bridge
+    base::Lock mDiscoveryLock;
+    base::ConditionVariable mDiscoveryDone{&mDiscoveryLock};
+    bool mDiscovering GUARDED_BY(mDiscoveryLock) = false;  // a caller is asking the bridge
     std::atomic<bool> mPublished{false};
 };
 
