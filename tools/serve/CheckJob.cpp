@@ -17,14 +17,14 @@ using Clock = std::chrono::steady_clock;
 
 CheckJob::CheckJob(Session& session, EventStream& stream, SensorControls& controls, EventPump& pump)
     : mSession(session), mStream(stream), mControls(controls), mPump(pump) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     publishLocked();
 }
 
 CheckJob::~CheckJob() { cancel(); }
 
 Reply CheckJob::start(bool quick) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     if (mRunning) return refusal(409, "a check is already running");
     if (mCancelled) return refusal(409, "the server is stopping");
     if (mThread.joinable()) mThread.join();  // the last run's thread, already done
@@ -41,7 +41,7 @@ void CheckJob::cancel() {
     mCancelled = true;
     std::thread thread;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         thread = std::move(mThread);
     }
     if (thread.joinable()) thread.join();
@@ -66,7 +66,7 @@ void CheckJob::run(bool quick) {
     check::CheckOptions options;
     options.quick = quick;
     options.onProgress = [this](const std::string& line) {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         mProgress.push_back(line);
         publishLocked();
     };
@@ -79,7 +79,7 @@ void CheckJob::run(bool quick) {
     mPump.resume();
     if (!mCancelled) mControls.resume();
 
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     mRunning = false;
     if (!mCancelled) mResults = check::worstFirst(results);
     mSeconds = std::chrono::duration<double>(Clock::now() - start).count();

@@ -11,11 +11,11 @@ Controller::~Controller() { stop(); }
 
 void Controller::post(std::function<void()> task) {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         if (mStopping) return;
         mTasks.push_back(std::move(task));
     }
-    mWake.notify_one();
+    mWake.Signal();
 }
 
 namespace {
@@ -42,11 +42,11 @@ bool Controller::runAndWait(std::function<void()> task) {
 
 void Controller::stop() {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         mStopping = true;
         mTasks.clear();
     }
-    mWake.notify_all();
+    mWake.Broadcast();
     if (mThread.joinable()) mThread.join();
 }
 
@@ -54,8 +54,8 @@ void Controller::run() {
     for (;;) {
         std::function<void()> task;
         {
-            std::unique_lock<std::mutex> lock(mMutex);
-            mWake.wait(lock, [this] { return mStopping || !mTasks.empty(); });
+            base::AutoLock lock(mMutex);
+            while (!mStopping && mTasks.empty()) mWake.Wait();
             if (mStopping) return;
             task = std::move(mTasks.front());
             mTasks.pop_front();

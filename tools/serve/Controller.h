@@ -6,11 +6,12 @@
 // thread that owns the controller.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
+
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 
 namespace kelvane::tools::serve {
 
@@ -31,11 +32,11 @@ class Controller {
   private:
     void run();
 
-    std::mutex mMutex;
-    std::condition_variable mWake;
-    std::deque<std::function<void()>> mTasks;  // guarded by mMutex
-    bool mStopping = false;                    // guarded by mMutex
-    std::thread mThread;                       // last: starts once everything above exists
+    base::Lock mMutex;
+    base::ConditionVariable mWake{&mMutex};
+    std::deque<std::function<void()>> mTasks GUARDED_BY(mMutex);
+    bool mStopping GUARDED_BY(mMutex) = false;
+    std::thread mThread;  // last: starts once everything above exists
 };
 
 }  // namespace kelvane::tools::serve

@@ -41,22 +41,22 @@ EventPump::EventPump(Session& session, EventStream& stream, SensorControls& cont
 EventPump::~EventPump() { stop(); }
 
 void EventPump::pause() {
-    std::unique_lock<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     mPaused = true;
-    mIdle.wait(lock, [this] { return !mTaking; });
+    while (mTaking) mIdle.Wait();
 }
 
 void EventPump::resume() {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     mPaused = false;
 }
 
 void EventPump::stop() {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         mStopping = true;
     }
-    mWake.notify_all();
+    mWake.Broadcast();
     if (mThread.joinable()) mThread.join();
 }
 
@@ -65,8 +65,9 @@ void EventPump::run() {
     auto nextStats = Clock::now();
     for (;;) {
         {
-            std::unique_lock<std::mutex> lock(mMutex);
-            mWake.wait_until(lock, nextBatch, [this] { return mStopping; });
+            base::AutoLock lock(mMutex);
+            while (!mStopping && mWake.WaitUntil(nextBatch)) {
+            }
             if (mStopping) break;
         }
         takeAndPublish();
@@ -84,16 +85,16 @@ void EventPump::run() {
 
 void EventPump::takeAndPublish() {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         if (mPaused) return;
         mTaking = true;
     }
     takeEvents();
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         mTaking = false;
     }
-    mIdle.notify_all();
+    mIdle.Broadcast();
 }
 
 void EventPump::takeEvents() {

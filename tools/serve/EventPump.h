@@ -8,14 +8,14 @@
 // Threads: its own thread does everything above; pause(), resume() and stop() come from others.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "Session.h"
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 #include "serve/EventStream.h"
 #include "serve/LiveStats.h"
 #include "serve/SensorControls.h"
@@ -59,14 +59,14 @@ class EventPump {
     const int64_t mOriginNs;
     std::map<int32_t, Sensor> mSensors;  // pump thread only
 
-    std::mutex mMutex;
-    std::condition_variable mWake;  // a stop
-    std::condition_variable mIdle;  // a take ended
-    bool mStopping = false;         // guarded by mMutex
-    bool mPaused = false;           // guarded by mMutex
-    bool mTaking = false;           // guarded by mMutex: between the start and end of a take
-    std::string mHostJson;          // pump thread only: the last "host" message
-    std::thread mThread;            // last: starts once everything above exists
+    base::Lock mMutex;
+    base::ConditionVariable mWake{&mMutex};  // a stop
+    base::ConditionVariable mIdle{&mMutex};  // a take ended
+    bool mStopping GUARDED_BY(mMutex) = false;
+    bool mPaused GUARDED_BY(mMutex) = false;
+    bool mTaking GUARDED_BY(mMutex) = false;  // between the start and end of a take
+    std::string mHostJson;                    // pump thread only: the last "host" message
+    std::thread mThread;                      // last: starts once everything above exists
 };
 
 }  // namespace kelvane::tools::serve

@@ -10,7 +10,7 @@ std::string sseFrame(const std::string& event, const std::string& data) {
 }
 
 std::optional<std::string> EventStream::Subscriber::take() {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     if (mClosed && mStates.empty() && mSamples.empty()) return std::nullopt;
     std::string frames;
     if (mDropped != mDroppedToldAt) {
@@ -27,7 +27,7 @@ std::optional<std::string> EventStream::Subscriber::take() {
 void EventStream::Subscriber::notifyWhenReady(std::function<void()> ready) {
     std::function<void()> due;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         mReady = std::move(ready);
         due = dueLocked();
     }
@@ -41,14 +41,14 @@ std::function<void()> EventStream::Subscriber::dueLocked() {
 }
 
 uint64_t EventStream::Subscriber::dropped() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     return mDropped;
 }
 
 void EventStream::Subscriber::send(const std::string& frame) {
     std::function<void()> due;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         if (mClosed) return;
         if (mSamples.size() + frame.size() > mCapBytes) {
             ++mDropped;
@@ -63,7 +63,7 @@ void EventStream::Subscriber::send(const std::string& frame) {
 void EventStream::Subscriber::setState(const std::string& kind, const std::string& frame) {
     std::function<void()> due;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         if (mClosed) return;
         mStates[kind] = frame;
         due = dueLocked();
@@ -74,7 +74,7 @@ void EventStream::Subscriber::setState(const std::string& kind, const std::strin
 void EventStream::Subscriber::close() {
     std::function<void()> due;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         mClosed = true;
         due = dueLocked();
     }
@@ -93,7 +93,7 @@ std::vector<std::shared_ptr<EventStream::Subscriber>> EventStream::liveLocked() 
 }
 
 std::shared_ptr<EventStream::Subscriber> EventStream::subscribe() {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     mSubscribers.erase(std::remove_if(mSubscribers.begin(), mSubscribers.end(),
                                       [](const auto& s) { return s.expired(); }),
                        mSubscribers.end());
@@ -107,7 +107,7 @@ std::shared_ptr<EventStream::Subscriber> EventStream::subscribe() {
 void EventStream::publish(const std::string& frame) {
     std::vector<std::shared_ptr<Subscriber>> live;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         live = liveLocked();
     }
     for (const auto& subscriber : live) subscriber->send(frame);
@@ -117,7 +117,7 @@ void EventStream::publishState(const std::string& kind, const std::string& data)
     const std::string frame = sseFrame(kind, data);
     // Under the stream's mutex, so that a page subscribing meanwhile cannot end up with an
     // older state than the others: the subscriber's ready callback must not publish.
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     if (mClosed) return;
     mLatest[kind] = frame;
     for (const auto& subscriber : liveLocked()) subscriber->setState(kind, frame);
@@ -126,7 +126,7 @@ void EventStream::publishState(const std::string& kind, const std::string& data)
 void EventStream::close() {
     std::vector<std::shared_ptr<Subscriber>> live;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         mClosed = true;
         live = liveLocked();
     }
@@ -134,13 +134,13 @@ void EventStream::close() {
 }
 
 size_t EventStream::subscribers() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     return static_cast<size_t>(std::count_if(mSubscribers.begin(), mSubscribers.end(),
                                              [](const auto& s) { return !s.expired(); }));
 }
 
 bool EventStream::closed() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     return mClosed;
 }
 

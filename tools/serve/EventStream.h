@@ -17,10 +17,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "base/synchronization/lock.h"
 
 namespace kelvane::tools::serve {
 
@@ -46,16 +47,16 @@ class EventStream {
         void setState(const std::string& kind, const std::string& frame);
         void close();
         // The callback to run now, if it is due; disarms it.
-        std::function<void()> dueLocked();  // mMutex held
+        std::function<void()> dueLocked() REQUIRES(mMutex);
 
         const size_t mCapBytes;
-        mutable std::mutex mMutex;
-        std::map<std::string, std::string> mStates;  // guarded by mMutex: by kind, not taken yet
-        std::string mSamples;                        // guarded by mMutex
-        uint64_t mDropped = 0;                       // guarded by mMutex
-        uint64_t mDroppedToldAt = 0;                 // guarded by mMutex: mDropped when last told
-        bool mClosed = false;                        // guarded by mMutex
-        std::function<void()> mReady;  // guarded by mMutex: armed by notifyWhenReady()
+        mutable base::Lock mMutex;
+        std::map<std::string, std::string> mStates GUARDED_BY(mMutex);  // by kind, not taken yet
+        std::string mSamples GUARDED_BY(mMutex);
+        uint64_t mDropped GUARDED_BY(mMutex) = 0;
+        uint64_t mDroppedToldAt GUARDED_BY(mMutex) = 0;  // mDropped when last told
+        bool mClosed GUARDED_BY(mMutex) = false;
+        std::function<void()> mReady GUARDED_BY(mMutex);  // armed by notifyWhenReady()
     };
 
     // At most `maxSubscribers` pages at once, each sample queue at most `capBytes`.
@@ -74,14 +75,14 @@ class EventStream {
     bool closed() const;
 
   private:
-    std::vector<std::shared_ptr<Subscriber>> liveLocked();  // mMutex held
+    std::vector<std::shared_ptr<Subscriber>> liveLocked() REQUIRES(mMutex);
 
     const size_t mMaxSubscribers;
     const size_t mCapBytes;
-    mutable std::mutex mMutex;
-    std::vector<std::weak_ptr<Subscriber>> mSubscribers;  // guarded by mMutex
-    std::map<std::string, std::string> mLatest;           // guarded by mMutex: frame by kind
-    bool mClosed = false;                                 // guarded by mMutex
+    mutable base::Lock mMutex;
+    std::vector<std::weak_ptr<Subscriber>> mSubscribers GUARDED_BY(mMutex);
+    std::map<std::string, std::string> mLatest GUARDED_BY(mMutex);  // frame by kind
+    bool mClosed GUARDED_BY(mMutex) = false;
 };
 
 }  // namespace kelvane::tools::serve

@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "RecordingFile.h"
+#include "OutputFile.h"
 #include "host/common/Recorder.h"
 #include "host/description/DescriptionWriter.h"
 
@@ -12,12 +12,12 @@ namespace kelvane::tools::serve {
 
 RecordingControl::RecordingControl(Session& session, EventStream& stream, int64_t originNs)
     : mSession(session), mStream(stream), mOriginNs(originNs) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     publishLocked();
 }
 
 Reply RecordingControl::start() {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     if (mRecording) return refusal(409, "a recording is already running");
     mSession.recorder()->startOver();
     mRecording = true;
@@ -28,7 +28,7 @@ Reply RecordingControl::start() {
 }
 
 Reply RecordingControl::stop() {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     if (!mRecording) return refusal(409, "no recording is running");
     stopLocked();
     publishLocked();
@@ -48,7 +48,7 @@ size_t RecordingControl::stopLocked() {
 
 Reply RecordingControl::download() const {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         if (!mStartedS) return refusal(404, "nothing was recorded yet");
     }
     return {200,
@@ -58,12 +58,14 @@ Reply RecordingControl::download() const {
 }
 
 std::string RecordingControl::finish(const std::string& path) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     if (!mRecording) return {};
     const size_t samples = stopLocked();
     std::string error;
-    auto file = RecordingFile::create(path, mSession.hostInput(), &error);
-    if (file && file->commit(mSession.recorder()->description(), &error)) {
+    auto file = OutputFile::create(path, {"serve", "recording"}, &error);
+    if (file &&
+        file->commit(host::description::hostDescriptionText(mSession.recorder()->description()),
+                     &error)) {
         return "the recording started from the page is in " + path + " (" +
                std::to_string(samples) + " samples)";
     }

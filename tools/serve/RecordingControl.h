@@ -7,11 +7,11 @@
 // Threads: the server's and the controller's; mMutex guards the state and orders the messages.
 #pragma once
 
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "Session.h"
+#include "base/synchronization/lock.h"
 #include "serve/EventStream.h"
 #include "serve/Reply.h"
 
@@ -32,16 +32,16 @@ class RecordingControl {
     std::string finish(const std::string& path);
 
   private:
-    size_t stopLocked();  // the samples recorded
-    void publishLocked();
+    size_t stopLocked() REQUIRES(mMutex);  // the samples recorded
+    void publishLocked() REQUIRES(mMutex);
 
     Session& mSession;
     EventStream& mStream;
     const int64_t mOriginNs;
-    mutable std::mutex mMutex;
-    bool mRecording = false;          // guarded by mMutex
-    std::optional<double> mStartedS;  // guarded by mMutex: since the origin
-    std::optional<size_t> mSamples;   // guarded by mMutex: of the last stopped recording
+    mutable base::Lock mMutex;
+    bool mRecording GUARDED_BY(mMutex) = false;
+    std::optional<double> mStartedS GUARDED_BY(mMutex);  // since the origin
+    std::optional<size_t> mSamples GUARDED_BY(mMutex);   // of the last stopped recording
 };
 
 }  // namespace kelvane::tools::serve

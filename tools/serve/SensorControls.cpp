@@ -5,6 +5,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "Output.h"
 #include "check/SubHalFacts.h"
 
 namespace kelvane::tools::serve {
@@ -13,9 +14,10 @@ namespace {
 
 using android::hardware::sensors::V1_0::Result;
 
-int64_t periodNs(std::optional<double> hz) {
-    return std::llround(1e9 / hz.value_or(kDefaultRateHz));
-}
+// The library's own default when the kinds table does not know the sensor.
+constexpr double kFallbackDefaultHz = 50;
+
+int64_t periodNs(double hz) { return std::llround(1e9 / hz); }
 
 Reply libraryRefused(const std::string& call, Result result) {
     return refusal(502, "the library answered " + call + " with " + check::resultName(result));
@@ -25,7 +27,10 @@ Reply libraryRefused(const std::string& call, Result result) {
 
 SensorControls::SensorControls(Session& session, EventStream& stream, Controller& controller)
     : mSession(session), mStream(stream), mController(controller) {
-    for (const auto& sensor : session.sensors()) mSensors[sensor.sensorHandle];
+    for (const auto& sensor : session.sensors()) {
+        const sensors::SensorKind* kind = sensorKind(sensor.type);
+        mSensors[sensor.sensorHandle].defaultHz = kind ? kind->defaultHz : kFallbackDefaultHz;
+    }
     publish();
 }
 
@@ -72,7 +77,7 @@ Reply SensorControls::setRateNow(int32_t handle, std::optional<double> hz) {
     Reply reply;
     SensorState* sensor = find(handle, &reply);
     if (sensor == nullptr) return reply;
-    const int64_t period = periodNs(hz);
+    const int64_t period = periodNs(hz.value_or(sensor->defaultHz));
     const Result result = mSession.subHal()->batch(handle, period, 0);
     if (result != Result::OK) {
         return libraryRefused(
@@ -124,7 +129,7 @@ void SensorControls::resume() {
         mSuspended.clear();
         for (auto& [handle, sensor] : mSensors) {
             if (!mOnBeforeSuspend[handle]) continue;
-            if (sensor.askedHz) mSession.subHal()->batch(handle, periodNs(sensor.askedHz), 0);
+            if (sensor.askedHz) mSession.subHal()->batch(handle, periodNs(*sensor.askedHz), 0);
             sensor.on = mSession.subHal()->activate(handle, true) == Result::OK;
         }
         publish();

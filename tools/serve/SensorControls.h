@@ -19,9 +19,6 @@
 
 namespace kelvane::tools::serve {
 
-// The rate the library runs a sensor at when none was asked.
-constexpr double kDefaultRateHz = 50;
-
 class SensorControls {
   public:
     // Called once with the reply, on the controller thread.
@@ -46,6 +43,7 @@ class SensorControls {
 
   private:
     struct SensorState {
+        double defaultHz = 0;  // what the library runs it at when no rate was asked
         bool on = false;
         std::optional<double> askedHz;        // none: the library's default
         std::optional<int64_t> flushAskedNs;  // a flush not completed yet, boot-time clock

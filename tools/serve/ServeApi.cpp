@@ -32,35 +32,42 @@ const char* reportingMode(uint32_t flags) {
     }
 }
 
-// The names of a sensor's value columns.
-json axesOf(const Session::SensorInfo& sensor) {
-    Event event{};
-    event.sensorType = sensor.type;
-    if (isThreeAxis(event)) return {"x", "y", "z"};
-    return {valueUnit(sensor.type)};
+// What the sensor-kinds table says of a sensor: its value columns, unit, name and default rate.
+json kindFacts(const Session::SensorInfo& sensor) {
+    const sensors::SensorKind* kind = sensorKind(sensor.type);
+    if (kind == nullptr) {
+        return {{"axes", json::array()},
+                {"unit", ""},
+                {"shortName", shortTypeName(sensor)},
+                {"defaultHz", nullptr}};
+    }
+    json axes = json::array();
+    for (size_t axis = 0; axis < kind->axisCount; ++axis) axes.push_back(kind->axes[axis]);
+    return {{"axes", std::move(axes)},
+            {"unit", kind->unit},
+            {"shortName", kind->shortName},
+            {"defaultHz", kind->defaultHz}};
 }
 
 json sensorList(const std::vector<Session::SensorInfo>& sensors) {
     json list = json::array();
     for (const Session::SensorInfo& s : sensors) {
-        list.push_back({{"sensorHandle", s.sensorHandle},
-                        {"name", std::string(s.name)},
-                        {"vendor", std::string(s.vendor)},
-                        {"type", static_cast<int32_t>(s.type)},
-                        {"typeAsString", std::string(s.typeAsString)},
-                        {"shortType", shortTypeName(s)},
-                        {"shortName", shortTypeName(s)},
-                        {"axes", axesOf(s)},
-                        {"unit", valueUnit(s.type)},
-                        {"defaultHz", kDefaultRateHz},
-                        {"maxRange", s.maxRange},
-                        {"resolution", s.resolution},
-                        {"power", s.power},
-                        {"minDelay", s.minDelay},
-                        {"maxDelay", s.maxDelay},
-                        {"flags", s.flags},
-                        {"reportingMode", reportingMode(s.flags)},
-                        {"wakeUp", (s.flags & SensorFlagBits::WAKE_UP) != 0}});
+        json entry = {{"sensorHandle", s.sensorHandle},
+                      {"name", std::string(s.name)},
+                      {"vendor", std::string(s.vendor)},
+                      {"type", static_cast<int32_t>(s.type)},
+                      {"typeAsString", std::string(s.typeAsString)},
+                      {"shortType", shortTypeName(s)},
+                      {"maxRange", s.maxRange},
+                      {"resolution", s.resolution},
+                      {"power", s.power},
+                      {"minDelay", s.minDelay},
+                      {"maxDelay", s.maxDelay},
+                      {"flags", s.flags},
+                      {"reportingMode", reportingMode(s.flags)},
+                      {"wakeUp", (s.flags & SensorFlagBits::WAKE_UP) != 0}};
+        entry.update(kindFacts(s));
+        list.push_back(std::move(entry));
     }
     return list;
 }
