@@ -162,9 +162,9 @@ class CtsRunner {
                     continue;
                 }
                 seen[period.ns] = rate.label;
-                std::string text = rate.label;
-                if (!period.clamp.empty()) text += " (" + period.clamp + ")";
-                streams.push_back({sensor, {period.ns, 0, text}, suffix});
+                Expectation expected{period.ns, 0, rate.label};
+                if (!period.clamp.empty()) expected.rate += " (" + period.clamp + ")";
+                streams.push_back(Streamed{sensor, std::move(expected), suffix});
             }
             if (!streams.empty()) stream(streams, rate);
         }
@@ -175,9 +175,8 @@ class CtsRunner {
         std::vector<Streamed> streams;
         for (const SensorInfo& sensor : mContinuous) {
             const Period period = periodFor(sensor, 0);
-            streams.push_back({sensor,
-                               {period.ns, kBatchLatencyNs, "FASTEST (" + period.clamp + ")"},
-                               " @ FASTEST, latency 10 s"});
+            Expectation expected{period.ns, kBatchLatencyNs, "FASTEST (" + period.clamp + ")"};
+            streams.push_back(Streamed{sensor, std::move(expected), " @ FASTEST, latency 10 s"});
         }
         for (const SensorInfo& sensor : mOnChange) {
             streams.push_back({sensor, {kOnChangePeriodNs, 0, periodText(kOnChangePeriodNs)}, ""});
