@@ -116,7 +116,10 @@ int ServeCommand::run(Session& session) {
     EventStream stream(kMaxPages, kPageBacklogBytes);
     Controller controller;
     SensorControls controls(session, stream, controller);
-    EventPump pump(session, stream, controls, originNs);
+    // A replay's events carry the recording's clock: its times count from the recording's start.
+    const int64_t eventOriginNs =
+        session.replays() ? session.recordingStartBootTimeNs().value_or(originNs) : originNs;
+    EventPump pump(session, stream, controls, eventOriginNs);
     CheckJob check(session, stream, controls, pump);
     RecordingControl recording(session, stream, originNs);
     std::unique_ptr<ServeApi> api;
