@@ -153,11 +153,15 @@ void SensorControls::turnAllOff() {
 void SensorControls::publish() {
     nlohmann::json sensors = nlohmann::json::array();
     for (const auto& [handle, sensor] : mSensors) {
-        nlohmann::json entry = {
-            {"handle", handle},       {"on", sensor.on},
-            {"rateHz", nullptr},      {"askedHz", nullptr},
-            {"answeredHz", nullptr},  {"flushPending", sensor.flushAskedNs.has_value()},
-            {"lastFlushMs", nullptr}, {"flushes", sensor.flushes}};
+        // askedHz: null for the default rate. answeredHz comes once the host's answers can be
+        // told apart per sensor.
+        nlohmann::json entry = {{"handle", handle},
+                                {"on", sensor.on},
+                                {"rateHz", nullptr},
+                                {"askedHz", nullptr},
+                                {"flushPending", sensor.flushAskedNs.has_value()},
+                                {"lastFlushMs", nullptr},
+                                {"flushes", sensor.flushes}};
         if (sensor.askedHz) entry["rateHz"] = entry["askedHz"] = *sensor.askedHz;
         if (sensor.lastFlushMs) entry["lastFlushMs"] = *sensor.lastFlushMs;
         sensors.push_back(std::move(entry));
