@@ -171,6 +171,7 @@ int Session::open(const CommonOptions& options) {
         mRecorded.push_back(std::move(recorded));
     }
     mRecordingStart = config.startBootTimeNs;
+    mReplaySpeed = options.speed;
     if (!options.log) silenceLibraryLogs();
     const uint32_t offeredVersion = config.bridgeVersion;
 

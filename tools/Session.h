@@ -106,6 +106,8 @@ class Session {
     bool replays() const { return mReplays; }
     // The devices of the host description that replay recorded samples.
     const std::vector<RecordedDevice>& recordedDevices() const { return mRecorded; }
+    // How many times faster than recorded a replay runs; 0: no waiting.
+    double replaySpeed() const { return mReplaySpeed; }
     // Whether sample timestamps come from another machine's clock (a board reached by libiio).
     bool remoteClock() const { return mRemoteClock; }
     // With --record or CommonOptions::recordOnDemand, what records the host's service; null
@@ -130,6 +132,7 @@ class Session {
     bool mRemoteClock = false;
     std::optional<int64_t> mRecordingStart;
     bool mReplays = false;
+    double mReplaySpeed = 1.0;
     std::string mHostName;
     std::string mHostInput;
     HostKind mHostKind = HostKind::kBuiltIn;
