@@ -35,13 +35,10 @@ void silenceLibraryLogs() {
     logging::SetLogMessageHandler(&dropLogMessage);
 }
 
-// "-" is standard input, read through the same reader as a file; errors name it "<stdin>".
+// "-" is standard input; errors name it "<stdin>".
 bool loadDescription(const std::string& file, host::description::HostConfig* config) {
-    const bool stdinput = file == "-";
     std::string error;
-    if (host::description::loadHostDescription(stdinput ? "/dev/stdin" : file, config, &error))
-        return true;
-    if (stdinput && error.rfind("/dev/stdin", 0) == 0) error = "<stdin>" + error.substr(10);
+    if (host::description::loadHostDescription(file, config, &error)) return true;
     printError(printable(error));
     return false;
 }

@@ -129,8 +129,7 @@ void EmulatedHost::runTimelineEvent(description::TimelineEvent event) {
     auto skipped = [this, &event](const std::string& action, const std::string& why) {
         const auto atMs = std::chrono::duration_cast<std::chrono::milliseconds>(event.at);
         mLog.add(common::HostEvent(common::HostEventKind::kTimelineNotApplied, event.device)
-                     .withValue(static_cast<double>(atMs.count()))
-                     .withDetail(action)
+                     .with(common::TimelineSkip{atMs.count(), action})
                      .withReason(why));
     };
     const std::string device = "device " + std::to_string(event.device);

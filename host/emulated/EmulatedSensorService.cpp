@@ -36,8 +36,7 @@ void EmulatedSensorService::close(uint32_t reason, const std::string& descriptio
     if (!mBinding.is_bound()) return;
     mLog->add(common::HostEvent(common::HostEventKind::kClosedByHost)
                   .withPipe(common::HostPipe::kSensorService)
-                  .withValue(reason)
-                  .withDetail(description));
+                  .with(common::ServiceClosed{reason, description}));
     mBinding.CloseWithReason(reason, description);
     setUpEnded();
 }

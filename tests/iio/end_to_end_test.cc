@@ -66,11 +66,12 @@ TEST_F(EndToEndTest, ActivateStreamsScaledEventsUntilDeactivated) {
     EXPECT_EQ(subHal->activate(1, true), Result::OK);
     ASSERT_TRUE(host->waitForEvent({Kind::kStartReadingAsked, 3}));
     const std::vector<HostEvent> events = host->events();
-    int enable = indexOf(events, HostEventPattern(Kind::kChannelsEnabled, 3).withValue(1));
-    int rate = indexOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50));
+    int enable = indexOf(
+        events,
+        HostEventPattern(Kind::kChannelsEnabled, 3).with(ChannelsSwitched{{0, 1, 2, 3}, true}));
+    int rate = indexOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{50}));
     int start = indexOf(events, {Kind::kStartReadingAsked, 3});
     ASSERT_GE(enable, 0);
-    EXPECT_EQ(events[enable].channels, (std::vector<int32_t>{0, 1, 2, 3}));
     EXPECT_LT(enable, rate);
     EXPECT_LT(rate, start);
 
@@ -96,22 +97,23 @@ TEST_F(EndToEndTest, ActivateStreamsScaledEventsUntilDeactivated) {
 TEST_F(EndToEndTest, BatchSetsTheRateNowOrAtTheNextStart) {
     EXPECT_EQ(subHal->batch(1, 10000000, 123456), Result::OK);  // latency is ignored
     subHal->activate(1, true);
-    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(100)));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{100})));
     subHal->batch(1, 20000000, 0);
-    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50)));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{50})));
     EXPECT_TRUE(logs.waitFor("IioSensorDevice: SetFrequency result=50"));
     subHal->activate(1, false);
     subHal->activate(1, true);  // keeps the last rate
     ASSERT_TRUE(host->waitFor([](const std::vector<HostEvent>& events) {
-        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50)) == 2;
+        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{50})) == 2;
     }));
     subHal->batch(1, 0, 0);  // +inf, sent as is while active
-    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(HUGE_VAL)));
+    ASSERT_TRUE(
+        host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{HUGE_VAL})));
     subHal->batch(1, -1000000000, 0);
-    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(-1)));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{-1})));
     subHal->activate(1, true);  // a negative rate is replaced at the next start
     ASSERT_TRUE(host->waitFor([](const std::vector<HostEvent>& events) {
-        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50)) == 3;
+        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{50})) == 3;
     }));
 }
 

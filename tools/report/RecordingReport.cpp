@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "check/StreamStatistics.h"
+#include "hardware/sensors/mojom/sensor_kinds.h"
 
 namespace kelvane::tools::report {
 
@@ -21,32 +22,6 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 using check::stats::kGapFactor;
 using check::stats::median;
 
-struct TypeInfo {
-    const char* name;
-    const char* unit;
-};
-
-// The first type the library publishes, as it picks it.
-std::optional<TypeInfo> publishedType(const std::vector<int32_t>& types) {
-    for (int32_t type : types) {
-        switch (type) {
-            case 1:
-                return TypeInfo{"accelerometer", "m/s²"};
-            case 2:
-                return TypeInfo{"gyroscope", "rad/s"};
-            case 3:
-                return TypeInfo{"light", "lux"};
-            case 5:
-                return TypeInfo{"magnetometer", "µT"};
-            case 11:
-                return TypeInfo{"gravity", "m/s²"};
-            default:
-                break;
-        }
-    }
-    return std::nullopt;
-}
-
 std::optional<double> parseScale(const std::optional<std::string>& text) {
     if (!text || text->empty()) return std::nullopt;
     char* end = nullptr;
@@ -60,7 +35,8 @@ json nullable(const std::optional<double>& value) { return value ? json(*value) 
 json deviceReport(const VirtualDevice& device, const ReportOptions& options,
                   const std::vector<host::description::TimelineEvent>& timeline) {
     const TimedSamples& samples = *device.timedSamples;
-    const std::optional<TypeInfo> type = publishedType(device.types);
+    // The kind the library publishes the device as.
+    const sensors::SensorKind* type = sensors::firstServedKind(device.types);
     auto attribute = [&](const char* key) -> std::string {
         auto found = device.attributes.find(key);
         return found != device.attributes.end() && found->second ? *found->second : "";
@@ -163,7 +139,7 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
         {"id", device.id},
         {"label", label},
         {"type", type
-                     ? type->name
+                     ? type->shortName
                      : "device type " + std::to_string(device.types.empty() ? 0 : device.types[0])},
         {"unit", scale && type ? type->unit : "raw"},
         {"scale", scaleText ? json(*scaleText) : json(nullptr)},
