@@ -147,6 +147,7 @@ void EmulatedHost::runTimelineEvent(description::TimelineEvent event) {
             forEachDevice(event.device, [&open](EmulatedSensorDevice&) { open = true; });
             if (!open) skipped("closeDevice", device + " is not open");
             doCloseDevice(event.device);
+            mPlayback->deviceClosed(event.device);
             break;
         }
         case description::TimelineAction::kCloseService:
