@@ -343,70 +343,6 @@ bool milliseconds(Reader& r, const json& value, const std::string& path,
     return true;
 }
 
-bool readFaults(Reader& r, const json& value, const std::string& path, StreamFaults* out) {
-    if (!r.object(value, path,
-                  {"jitterUs", "dropEvery", "dropBurst", "rateFactor", "timestampClock",
-                   "timestampOffsetMs", "stuck", "noise"})) {
-        return false;
-    }
-    StreamFaults faults;
-    int64_t number = 0;
-    if (value.contains("jitterUs")) {
-        if (!r.integer(value["jitterUs"], child(path, "jitterUs"), 0, 1000000000, &number)) {
-            return false;
-        }
-        faults.jitter = std::chrono::microseconds(number);
-    }
-    if (value.contains("dropEvery")) {
-        if (!r.integer(value["dropEvery"], child(path, "dropEvery"), 1, kInt32Max, &number)) {
-            return false;
-        }
-        faults.dropEvery = static_cast<uint32_t>(number);
-    }
-    if (value.contains("dropBurst")) {
-        const json& burst = value["dropBurst"];
-        const std::string burstPath = child(path, "dropBurst");
-        if (!r.object(burst, burstPath, {"fromMs", "forMs"}) ||
-            !r.require(burst, burstPath, "fromMs") || !r.require(burst, burstPath, "forMs") ||
-            !milliseconds(r, burst["fromMs"], child(burstPath, "fromMs"), &faults.dropFrom) ||
-            !milliseconds(r, burst["forMs"], child(burstPath, "forMs"), &faults.dropFor)) {
-            return false;
-        }
-    }
-    if (value.contains("rateFactor")) {
-        const std::string factorPath = child(path, "rateFactor");
-        if (!r.number(value["rateFactor"], factorPath, &faults.rateFactor)) return false;
-        if (!(faults.rateFactor > 0.0) || !std::isfinite(faults.rateFactor)) {
-            return r.fail(factorPath, "must be a positive number");
-        }
-    }
-    if (value.contains("timestampClock")) {
-        if (!r.choice(value["timestampClock"], child(path, "timestampClock"), kClockNames,
-                      &faults.clock)) {
-            return false;
-        }
-    }
-    if (value.contains("timestampOffsetMs")) {
-        const std::string offsetPath = child(path, "timestampOffsetMs");
-        double ms = 0.0;
-        if (!r.number(value["timestampOffsetMs"], offsetPath, &ms)) return false;
-        if (!(std::fabs(ms) <= 1e12)) {
-            return r.fail(offsetPath, "must be a number of milliseconds within +-10^12");
-        }
-        faults.timestampOffset = std::chrono::microseconds(std::llround(ms * 1000.0));
-    }
-    if (value.contains("stuck") &&
-        !readChannelNumbers(r, value["stuck"], child(path, "stuck"), -INFINITY, &faults.stuck)) {
-        return false;
-    }
-    if (value.contains("noise") &&
-        !readChannelNumbers(r, value["noise"], child(path, "noise"), 0.0, &faults.noise)) {
-        return false;
-    }
-    *out = std::move(faults);
-    return true;
-}
-
 // One key of a JSON object: how its value is read into a T, and whether the key must be there.
 template <typename T>
 struct Field {
@@ -434,6 +370,52 @@ bool readFields(Reader& r, const json& value, const std::string& path, const Fie
         }
         if (!field.read(r, value[field.key], child(path, field.key), out)) return false;
     }
+    return true;
+}
+
+using F = StreamFaults;
+// clang-format off
+const Field<StreamFaults> kFaultFields[] = {
+    {"jitterUs", [](Reader& r, const json& v, const std::string& p, F* f) {
+         int64_t us = 0;
+         if (!r.integer(v, p, 0, 1000000000, &us)) return false;
+         f->jitter = std::chrono::microseconds(us);
+         return true; }, false},
+    {"dropEvery", [](Reader& r, const json& v, const std::string& p, F* f) {
+         int64_t every = 0;
+         if (!r.integer(v, p, 1, kInt32Max, &every)) return false;
+         f->dropEvery = static_cast<uint32_t>(every);
+         return true; }, false},
+    {"dropBurst", [](Reader& r, const json& v, const std::string& p, F* f) {
+         return r.object(v, p, {"fromMs", "forMs"}) && r.require(v, p, "fromMs") &&
+                r.require(v, p, "forMs") &&
+                milliseconds(r, v["fromMs"], child(p, "fromMs"), &f->dropFrom) &&
+                milliseconds(r, v["forMs"], child(p, "forMs"), &f->dropFor); }, false},
+    {"rateFactor", [](Reader& r, const json& v, const std::string& p, F* f) {
+         if (!r.number(v, p, &f->rateFactor)) return false;
+         return (f->rateFactor > 0.0 && std::isfinite(f->rateFactor)) ||
+                r.fail(p, "must be a positive number"); }, false},
+    {"timestampClock", [](Reader& r, const json& v, const std::string& p, F* f) {
+         return r.choice(v, p, kClockNames, &f->clock); }, false},
+    {"timestampOffsetMs", [](Reader& r, const json& v, const std::string& p, F* f) {
+         double ms = 0.0;
+         if (!r.number(v, p, &ms)) return false;
+         if (!(std::fabs(ms) <= 1e12)) {
+             return r.fail(p, "must be a number of milliseconds within +-10^12");
+         }
+         f->timestampOffset = std::chrono::microseconds(std::llround(ms * 1000.0));
+         return true; }, false},
+    {"stuck", [](Reader& r, const json& v, const std::string& p, F* f) {
+         return readChannelNumbers(r, v, p, -INFINITY, &f->stuck); }, false},
+    {"noise", [](Reader& r, const json& v, const std::string& p, F* f) {
+         return readChannelNumbers(r, v, p, 0.0, &f->noise); }, false},
+};
+// clang-format on
+
+bool readFaults(Reader& r, const json& value, const std::string& path, StreamFaults* out) {
+    StreamFaults faults;
+    if (!readFields(r, value, path, kFaultFields, &faults)) return false;
+    *out = std::move(faults);
     return true;
 }
 

@@ -61,6 +61,9 @@ void EmulatedHost::pushSample(int32_t device, std::map<int32_t, int64_t> sample)
 void EmulatedHost::emitBurst(int32_t device, size_t count) {
     post(&EmulatedHost::doEmitBurst, device, count);
 }
+void EmulatedHost::setSentSampleProbe(SentSampleProbe probe) {
+    post(&EmulatedHost::doSetSentSampleProbe, std::move(probe));
+}
 void EmulatedHost::closeInstance() { postToConnection(&common::HostConnection::closeInstance); }
 void EmulatedHost::closeHalClient() { postToConnection(&common::HostConnection::closeHalClient); }
 void EmulatedHost::closeIioSensorHost() {
@@ -97,8 +100,8 @@ double EmulatedHost::frequency(int32_t device) const { return mLog.frequency(dev
 bool EmulatedHost::streaming(int32_t device) const { return mLog.streaming(device); }
 
 void EmulatedHost::bindService(mojom::SensorServiceRequest request) {
-    mServices.push_back(std::make_unique<EmulatedSensorService>(&mConfig, &mLog, mPlayback.get(),
-                                                                mRunner, std::move(request)));
+    mServices.push_back(std::make_unique<EmulatedSensorService>(
+        &mConfig, &mLog, mPlayback.get(), &mSentProbe, mRunner, std::move(request)));
     // The timeline and the recorded samples start once the client has set up its devices, so
     // that no entry races the handshake: entries at the same time run in the order given.
     mServices.back()->whenSetUp(
@@ -174,6 +177,8 @@ void EmulatedHost::doPushSample(int32_t device, std::map<int32_t, int64_t> sampl
 void EmulatedHost::doEmitBurst(int32_t device, size_t count) {
     forEachDevice(device, [count](EmulatedSensorDevice& d) { d.emitBurst(count); });
 }
+
+void EmulatedHost::doSetSentSampleProbe(SentSampleProbe probe) { mSentProbe = std::move(probe); }
 
 void EmulatedHost::doCloseService(uint32_t reason, std::string description) {
     for (auto& service : mServices) service->close(reason, description);

@@ -1,5 +1,6 @@
 #include "host/emulated/EmulatedSensorDevice.h"
 
+#include <sys/prctl.h>
 #include <utils/SystemClock.h>
 
 #include <algorithm>
@@ -29,12 +30,13 @@ constexpr double kFastestHz = 1000.0;
 EmulatedSensorDevice::EmulatedSensorDevice(const description::VirtualDevice& config, bool stream,
                                            common::HostEventLog* log,
                                            scoped_refptr<base::SingleThreadTaskRunner> runner,
-                                           Playback* playback)
+                                           Playback* playback, const SentSampleProbe* sentProbe)
     : mConfig(config),
       mStream(stream),
       mLog(log),
       mRunner(std::move(runner)),
       mPlayback(config.timedSamples ? playback : nullptr),
+      mSentProbe(sentProbe),
       mBinding(this),
       mGenerator(config),
       mEnabled(log, config.id) {}
@@ -276,6 +278,9 @@ void EmulatedSensorDevice::stopReading() {
 }
 
 void EmulatedSensorDevice::startTimer() {
+    // A device samples when it is due: the thread's timed waits end on time rather than up to
+    // the default 50 us of timer slack later, which every sample would carry as lateness.
+    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     mTicks.InvalidateWeakPtrs();
     mStreamRate = std::min(mFrequency, kFastestHz) * mConfig.faults.rateFactor;
     mStreamStart = base::TimeTicks::Now();
@@ -304,7 +309,8 @@ void EmulatedSensorDevice::onTick() {
         const int64_t takenNs =
             mStreamStartNs +
             static_cast<int64_t>(static_cast<double>(mNextIndex) * 1e9 / mStreamRate);
-        send(mGenerator.next(mEnabled.indices(), std::min(takenNs, nowNs)));
+        const int64_t timestampNs = std::min(takenNs, nowNs);
+        send(mGenerator.next(mEnabled.indices(), timestampNs), timestampNs);
     }
     scheduleTick();
 }
@@ -317,11 +323,13 @@ bool EmulatedSensorDevice::dropped(uint64_t index) const {
     return dueUs >= fromUs && dueUs < fromUs + static_cast<double>(f.dropFor.count());
 }
 
-void EmulatedSensorDevice::send(const SampleGenerator::Sample& sample) {
+void EmulatedSensorDevice::send(const SampleGenerator::Sample& sample, int64_t timerTimestampNs) {
     if (!mObserver || mObserver.encountered_error()) return;
     // Counted first, so a client that has a sample always finds it counted.
     mLog->add(common::HostEvent(common::HostEventKind::kSamplesSent, mConfig.id)
                   .with(common::SampleCount{1}));
+    if (timerTimestampNs >= 0 && *mSentProbe)
+        (*mSentProbe)(SentSample{mConfig.id, timerTimestampNs, android::elapsedRealtimeNano()});
     mObserver->OnSampleUpdated(sample);
 }
 

@@ -219,5 +219,36 @@ TEST_F(HostTest, SensorWithoutUsableChannelsWarnsAndRequestsNothing) {
     EXPECT_EQ(host->count({Kind::kFrequencyAsked, 5}), 0u);
 }
 
+// What the host reports sending is what the client gets: the rates benchmark takes each sample's
+// send time from this probe and matches it to the event by timestamp.
+TEST_F(HostTest, SentSampleProbeReportsEveryTimerSampleWithTheTimestampDelivered) {
+    HostConfig config;
+    config.devices = {accelerometer(3)};  // streams by its timer
+    host = std::make_unique<EmulatedHost>(std::move(config));
+    auto sent = std::make_shared<std::vector<host::emulated::SentSample>>();
+    host->setSentSampleProbe([sent](const host::emulated::SentSample& s) { sent->push_back(s); });
+    host->registerWithBridge();
+    startSubHal();
+    passGracePeriod();
+    subHal->getSensorsList_2_1([](const hidl_vec<SensorInfo>& l) { ASSERT_EQ(l.size(), 1u); });
+    ASSERT_EQ(subHal->batch(1, 10000000, 0), Result::OK);  // 100 Hz
+    ASSERT_EQ(subHal->activate(1, true), Result::OK);
+    ASSERT_TRUE(host->waitForEvent({Kind::kStreamStarted, 3}));
+    ASSERT_TRUE(clock->FastForwardBy(base::TimeDelta::FromMilliseconds(95)));
+    subHal->activate(1, false);
+    ASSERT_TRUE(host->waitForEvent({Kind::kStreamStopped, 3}));
+    ASSERT_TRUE(testing::Flush(mojoRunner()));
+
+    // The host thread wrote *sent; the stream's end, logged on that thread, was seen above.
+    const std::vector<Event> events = proxy->events();
+    ASSERT_EQ(sent->size(), 10u);
+    ASSERT_EQ(events.size(), sent->size());
+    for (size_t i = 0; i < events.size(); ++i) {
+        EXPECT_EQ((*sent)[i].device, 3);
+        EXPECT_EQ((*sent)[i].timestampNs, events[i].timestamp);
+        EXPECT_GE((*sent)[i].sentNs, (*sent)[i].timestampNs);
+    }
+}
+
 }  // namespace
 }  // namespace kelvane::sensors

@@ -295,8 +295,7 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
         const char* error;  // the whole of stderr
     } cases[] = {
         {{},
-         "no subcommand given: list, stream, flush, dump, check, serve, report, compare or help "
-         "(iio-subhal "
+         "no subcommand given: list, stream, flush, dump, check, serve, report, compare or help (iio-subhal "
          "--help)"},
         {{"lst"}, "unknown subcommand \"lst\"; did you mean list? (iio-subhal --help)"},
         {{"stream", "--sensors", "1"},
