@@ -14,7 +14,7 @@ namespace {
 
 // How often the log is read while nothing asks for it; the log has no wake-up of its own that
 // would not also fire for every sample.
-constexpr std::chrono::milliseconds kReadInterval{50};
+constexpr base::TimeDelta kReadInterval = base::TimeDelta::FromMilliseconds(50);
 
 const char* observerErrorName(int error) {
     static const char* const kNames[] = {"already started",    "setting the rate failed",
@@ -55,30 +55,30 @@ HostWatch::~HostWatch() { stop(); }
 
 void HostWatch::stop() {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mLock);
         if (mStopping) return;
         mStopping = true;
         drainLocked();
     }
-    mWake.notify_all();
+    mWake.Broadcast();
     mThread.join();
 }
 
 void HostWatch::run() {
-    std::unique_lock<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     while (!mStopping) {
         drainLocked();
-        mWake.wait_for(lock, kReadInterval, [this] { return mStopping; });
+        mWake.TimedWait(kReadInterval);
     }
 }
 
 void HostWatch::setAskedRate(double hz) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     mAskedHz = hz;
 }
 
 std::optional<std::string> HostWatch::hostLost() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     std::string why;
     for (const auto& [id, device] : mDevices) {
         if (!device.streamed) continue;
@@ -90,24 +90,24 @@ std::optional<std::string> HostWatch::hostLost() const {
 }
 
 bool HostWatch::replayOver() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return mReplayOver;
 }
 
 size_t HostWatch::samplesSent() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     size_t sent = 0;
     for (const auto& entry : mDevices) sent += mLog.samplesSent(entry.first);
     return sent;
 }
 
 std::vector<std::string> HostWatch::problems() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return mProblems;
 }
 
 void HostWatch::enumerationDone(size_t published, std::optional<uint32_t> offeredBridgeVersion) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     drainLocked();
     mEnumerating = false;
     if (!mConnected) {

@@ -168,6 +168,7 @@ int Session::open(const CommonOptions& options) {
         mRecorded.push_back(std::move(recorded));
     }
     mRecordingStart = config.startBootTimeNs;
+    mReplaySpeed = options.speed;
     if (!options.log) silenceLibraryLogs();
     const uint32_t offeredVersion = config.bridgeVersion;
 
@@ -186,6 +187,7 @@ int Session::open(const CommonOptions& options) {
     mHost->registerWithBridge();
 
     const std::string path = libraryPath(options.library);
+    mSubHalPath = path;
     std::string error;
     mSubHal = loadSubHal(path, &error);
     if (mSubHal == nullptr) {

@@ -94,12 +94,16 @@ class Session {
     // What serves the sensors, for a person: "the built-in emulated host", "the emulated host of
     // lab.json", "the IIO devices of ip:board".
     const std::string& hostName() const { return mHostName; }
+    // The sub-HAL's file, as loaded.
+    const std::string& subHalPath() const { return mSubHalPath; }
     // The --host argument: "" for none, "-" for standard input.
     const std::string& hostInput() const { return mHostInput; }
     // Whether the host replays recorded samples (a --host description with timedSamples).
     bool replays() const { return mReplays; }
     // The devices of the host description that replay recorded samples.
     const std::vector<RecordedDevice>& recordedDevices() const { return mRecorded; }
+    // How many times faster than recorded a replay runs; 0: no waiting.
+    double replaySpeed() const { return mReplaySpeed; }
     // Whether sample timestamps come from another machine's clock (a board reached by libiio).
     bool remoteClock() const { return mRemoteClock; }
     // With --record or CommonOptions::recordOnDemand, what records the host's service; null
@@ -124,8 +128,10 @@ class Session {
     bool mRemoteClock = false;
     std::optional<int64_t> mRecordingStart;
     bool mReplays = false;
+    double mReplaySpeed = 1.0;
     std::string mHostName;
     std::string mHostInput;
+    std::string mSubHalPath;
     std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
 };
 

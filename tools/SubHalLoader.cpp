@@ -1,16 +1,53 @@
 #include "SubHalLoader.h"
 
 #include <dlfcn.h>
+#include <elf.h>
 #include <limits.h>
+#include <link.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 
 namespace kelvane::tools {
 
 namespace {
 constexpr const char* kEntryPoint = "sensorsHalGetSubHal_2_1";
 constexpr const char* kLibraryName = "libiio-sensors-subhal.so";
+// The path with every link resolved, or `path` itself when it does not exist.
+std::string resolved(const char* path) {
+    std::unique_ptr<char, decltype(&std::free)> real(realpath(path, nullptr), &std::free);
+    return real ? real.get() : path;
+}
+
+// The build ID in the note segments of one loaded object, or "".
+std::string buildIdOf(const dl_phdr_info& object) {
+    for (ElfW(Half) i = 0; i < object.dlpi_phnum; ++i) {
+        const ElfW(Phdr)& segment = object.dlpi_phdr[i];
+        if (segment.p_type != PT_NOTE) continue;
+        const auto* at = reinterpret_cast<const unsigned char*>(object.dlpi_addr + segment.p_vaddr);
+        const unsigned char* end = at + segment.p_memsz;
+        while (at + sizeof(ElfW(Nhdr)) <= end) {
+            const auto* note = reinterpret_cast<const ElfW(Nhdr)*>(at);
+            const unsigned char* name = at + sizeof(ElfW(Nhdr));
+            const unsigned char* desc = name + ((note->n_namesz + 3) & ~3u);
+            if (note->n_type == NT_GNU_BUILD_ID && note->n_namesz == 4 &&
+                desc + note->n_descsz <= end) {
+                std::string hex;
+                char byte[3];
+                for (ElfW(Word) b = 0; b < note->n_descsz; ++b) {
+                    std::snprintf(byte, sizeof(byte), "%02x", desc[b]);
+                    hex += byte;
+                }
+                return hex;
+            }
+            at = desc + ((note->n_descsz + 3) & ~3u);
+        }
+    }
+    return "";
+}
+
 }  // namespace
 
 std::string defaultLibraryPath() {
@@ -52,6 +89,23 @@ ISensorsSubHal* loadSubHal(const std::string& path, std::string* error) {
         return nullptr;
     }
     return subHal;
+}
+
+std::string loadedLibraryBuildId(const std::string& path) {
+    struct Search {
+        std::string wanted;
+        std::string found;
+    } search{resolved(path.c_str()), ""};
+    dl_iterate_phdr(
+        [](dl_phdr_info* object, size_t, void* data) {
+            auto* s = static_cast<Search*>(data);
+            if (object->dlpi_name == nullptr || object->dlpi_name[0] == '\0') return 0;
+            if (resolved(object->dlpi_name) != s->wanted) return 0;
+            s->found = buildIdOf(*object);
+            return 1;
+        },
+        &search);
+    return search.found;
 }
 
 }  // namespace kelvane::tools

@@ -19,4 +19,8 @@ std::string defaultLibraryPath();
 // it does in the proxy. On failure returns null with a one-line reason in *error.
 ISensorsSubHal* loadSubHal(const std::string& path, std::string* error);
 
+// The GNU build ID of the library loaded from `path`, in hex: which build a report judged. Empty
+// when that library is not loaded or carries no build ID.
+std::string loadedLibraryBuildId(const std::string& path);
+
 }  // namespace kelvane::tools

@@ -12,6 +12,7 @@
 #include "Output.h"
 #include "OutputFile.h"
 #include "Stdout.h"
+#include "SubHalLoader.h"
 #include "check/CheckReport.h"
 #include "check/RuleCatalogue.h"
 #include "check/RunRules.h"
@@ -112,8 +113,9 @@ int runCheck(Session& session, const CheckOptions& options, bool json) {
         printError(printable(error));
         return kExitFailure;
     }
-    if (html &&
-        !html->commit(report::checkReportPage(results, seconds, session.hostName()), &error)) {
+    const report::PageOrigin origin{session.hostName(), session.subHalPath(),
+                                    loadedLibraryBuildId(session.subHalPath())};
+    if (html && !html->commit(report::checkReportPage(results, seconds, origin), &error)) {
         printError(printable(error));
         return kExitFailure;
     }

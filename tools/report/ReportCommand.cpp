@@ -60,7 +60,9 @@ class ReportCommand : public Command {
                        "stream --record");
             return kExitUsage;
         }
-        if (!output->commit(report::recordingReportPage(recording, name), &error)) {
+        if (!output->commit(
+                report::recordingReportPage(recording, name, {"the recording " + name, "", ""}),
+                &error)) {
             printError(printable(error));
             return kExitFailure;
         }

@@ -20,16 +20,18 @@ std::string_view asset(const web::Asset* found) { return found ? found->body : "
 }  // namespace
 
 std::string recordingReportPage(const host::description::HostConfig& recording,
-                                const std::string& name) {
+                                const std::string& name, const PageOrigin& origin) {
+    nlohmann::json data = recordingReport(recording, name);
+    data["origin"] = originJson(origin);
     return selfContainedPage(
         name + " — iio-subhal report",
-        {asset(web::chartAsset("uPlot.min.css")), asset(web::reportPageAsset("report.css"))},
-        recordingReport(recording, name),
-        {asset(web::chartAsset("uPlot.iife.min.js")), asset(web::reportPageAsset("report.js"))});
+        {asset(web::chartAsset("uPlot.min.css")), asset(web::reportPageAsset("report.css"))}, data,
+        {asset(web::chartAsset("uPlot.iife.min.js")), asset(web::chartAsset("scales.js")),
+         asset(web::reportPageAsset("report.js"))});
 }
 
 std::string checkReportPage(const std::vector<check::CheckResult>& results, double seconds,
-                            const std::string& hostName) {
+                            const PageOrigin& origin) {
     const std::vector<check::CheckResult> ordered = check::worstFirst(results);
     nlohmann::json rows = nlohmann::json::array();
     std::vector<std::string> groups;
@@ -44,10 +46,10 @@ std::string checkReportPage(const std::vector<check::CheckResult>& results, doub
     for (const std::string& group : groups) {
         summaries.push_back(check::groupSummaryLine(results, group));
     }
-    const nlohmann::json data = {{"kind", "check"},     {"host", hostName},
+    const nlohmann::json data = {{"kind", "check"},     {"origin", originJson(origin)},
                                  {"seconds", seconds},  {"summary", check::summaryLine(results)},
                                  {"groups", summaries}, {"results", rows}};
-    return selfContainedPage("iio-subhal check — " + hostName,
+    return selfContainedPage("iio-subhal check — " + origin.host,
                              {asset(web::reportPageAsset("report.css"))}, data,
                              {asset(web::reportPageAsset("report.js"))});
 }

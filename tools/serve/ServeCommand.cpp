@@ -92,7 +92,10 @@ int ServeCommand::run(Session& session) {
     const int64_t originNs = android::elapsedRealtimeNano();
     EventStream stream(kMaxPages, kPageBacklogBytes);
     SensorControls controls(session, stream);
-    EventPump pump(session, stream, controls, originNs);
+    // A replay's events carry the recording's clock: its times count from the recording's start.
+    const int64_t eventOriginNs =
+        session.replays() ? session.recordingStartBootTimeNs().value_or(originNs) : originNs;
+    EventPump pump(session, stream, controls, eventOriginNs);
     CheckJob check(session, stream, controls, pump);
     RecordingControl recording(session, stream, originNs);
     WebServer server({session, stream, controls, pump, check, recording, session.hostName()});

@@ -1,9 +1,12 @@
 // The reports of iio-subhal, drawn from the data inlined beside this script: a recording's (a
 // chart per channel with gaps and host events marked, and the interval histogram per device) or
-// a check run's (every result, failures first). Sets document.body.dataset.drawn once done.
+// a check run's (every result, failures first). Each opens with what was judged, when and by
+// what. Sets document.body.dataset.drawn once done.
 'use strict';
 
 const data = JSON.parse(document.getElementById('data').textContent);
+// The charts drawn, for the tests that look at them: {device, name, u}.
+window.iioReport = { charts: [] };
 
 function el(tag, attrs = {}, ...children) {
   const node = document.createElement(tag);
@@ -42,12 +45,30 @@ function markerPlugin(gaps, marks) {
   };
 }
 
+// What was judged, when and by what: the first thing a kept page says.
+function originBlock(origin) {
+  const library = origin.library
+    ? `${origin.library}${origin.libraryBuild ? ` (build ${origin.libraryBuild})` : ''}`
+    : 'none loaded: the recorded samples are read';
+  const rows = [['judged', origin.host], ['written', origin.written], ['tool', origin.tool],
+    ['library', library], ['command line', origin.commandLine]];
+  return el('table', { class: 'origin' }, ...rows.map(([k, v]) => el('tr', {}, el('th', { text: k }), el('td', { text: v }))));
+}
+
+// A value axis with round ticks, at least the unit's least span, so a constant channel reads as
+// a line at its value rather than a 0-100 scale.
+function valueAxis(unit) {
+  return { label: unit, size: 64, splits: (u, a, min, max) => iioScales.ticks(min, max), values: (u, splits) => iioScales.labels(splits) };
+}
+
 function timeChart(parent, device, series, marks) {
+  const [min, max] = iioScales.extent(series.v);
+  const range = iioScales.autoRange(min, max, device.unit);
   return new uPlot({
     title: series.name, width: 560, height: 200,
-    scales: { x: { time: false } },
+    scales: { x: { time: false }, y: { range: () => range } },
     series: [{ label: 's' }, { label: device.unit, stroke: '#2f6fd6', width: 1, points: { show: false } }],
-    axes: [{ label: 'time since the recording started (s)' }, { label: device.unit, size: 64 }],
+    axes: [{ label: 'time since the recording started (s)' }, valueAxis(device.unit)],
     legend: { show: false },
     plugins: [markerPlugin(device.gaps, marks)],
   }, [device.t, series.v], parent);
@@ -71,6 +92,7 @@ function renderRecording() {
   document.title = `${data.file} — iio-subhal report`;
   document.body.append(
     el('h1', { text: `Recording ${data.file}` }),
+    originBlock(data.origin),
     el('div', { class: 'meta', text: `${data.devices.length} devices · ${count(data.samples)} samples · ${fmt(data.durationS, 4)} s` }));
   const table = el('table', {}, el('tr', {}, ...['device', 'type', 'samples', 'span', 'rate', 'median interval', 'gaps', 'marks']
     .map((h) => el('th', { text: h }))));
@@ -100,7 +122,7 @@ function renderRecording() {
         ' ', el('span', { class: 'legend-mark', text: `▮ ${marks.length} host events and restarts` })),
       charts);
     document.body.append(card);
-    for (const series of d.series) timeChart(charts, d, series, marks);
+    for (const series of d.series) window.iioReport.charts.push({ device: d.id, name: series.name, u: timeChart(charts, d, series, marks) });
     histogramChart(charts, d);
     if (d.gaps.length) {
       card.append(el('div', { class: 'marks', text: 'Gaps: ' + d.gaps.slice(0, 20).map((g) => `${fmt(g.atS)} s (${fmt(g.ms, 3)} ms)`).join(', ') +
@@ -114,8 +136,9 @@ function renderRecording() {
 
 function renderCheck() {
   document.body.append(
-    el('h1', { text: 'iio-subhal check' }),
-    el('div', { class: 'meta', text: `${data.host} · ${Math.round(data.seconds)} s` }),
+    el('h1', { text: `iio-subhal check of ${data.origin.host}` }),
+    originBlock(data.origin),
+    el('div', { class: 'meta', text: `the check took ${Math.round(data.seconds)} s` }),
     el('div', { class: 'summary', text: data.summary }),
     el('ul', {}, ...data.groups.map((g) => el('li', { text: g }))));
   const table = el('table', { id: 'results' }, el('tr', {}, ...['verdict', 'rule', 'subject', 'measured and bound', 'source']
