@@ -68,6 +68,14 @@ class HostWatch {
     void run();
     void drainLocked() REQUIRES(mLock);
     void handleLocked(const host::common::HostEvent& event) REQUIRES(mLock);
+    void connectionLocked(host::common::HostEventKind kind) REQUIRES(mLock);
+    void stepLocked(const host::common::HostEvent& event) REQUIRES(mLock);
+    // A rate asked (remembered) or answered (a line where it is not the rate the user asked).
+    void rateLocked(const host::common::HostEvent& event, host::common::Rate rate) REQUIRES(mLock);
+    void startReadingLocked(int32_t device) REQUIRES(mLock);
+    void closedLocked(const host::common::HostEvent& event) REQUIRES(mLock);
+    void observerErrorLocked(int32_t device, host::common::ObserverError error,
+                             const std::string& reason) REQUIRES(mLock);
     // "host: <line>" while enumerating
     void progressLocked(const std::string& line) REQUIRES(mLock);
     void noteLocked(const std::string& line) REQUIRES(mLock);  // "host: <line>"
