@@ -40,7 +40,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
 # dpkg-shlibdeps finds the Debian packages of every library linked (libiio, Android's libraries,
-# cpp-httplib, the C++ runtime); the project's own come with the package.
+# the C++ runtime); the project's own come with the package.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/${KELVANE_LIBDIR})
 include(CPack)
