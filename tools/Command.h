@@ -64,5 +64,6 @@ std::unique_ptr<Command> makeDumpCommand();
 std::unique_ptr<Command> makeCheckCommand();
 std::unique_ptr<Command> makeServeCommand();
 std::unique_ptr<Command> makeReportCommand();
+std::unique_ptr<Command> makeCompareCommand();
 
 }  // namespace kelvane::tools

@@ -14,9 +14,9 @@ namespace {
 
 // How often the log is read while nothing asks for it; the log has no wake-up of its own that
 // would not also fire for every sample.
-constexpr std::chrono::milliseconds kReadInterval{50};
+constexpr base::TimeDelta kReadInterval = base::TimeDelta::FromMilliseconds(50);
 
-const char* observerErrorName(int error) {
+const char* observerErrorName(int32_t error) {
     static const char* const kNames[] = {"already started",    "setting the rate failed",
                                          "invalid rate",       "no enabled channels",
                                          "no file descriptor", "read failed",
@@ -39,6 +39,8 @@ std::string stepWords(host::common::HostStep step) {
     return "setup";
 }
 
+std::string deviceName(int32_t device) { return "device " + std::to_string(device); }
+
 // "400 Hz", "0.5 Hz", "1000000000 Hz"
 std::string hertz(double hz) {
     char text[48];
@@ -55,30 +57,30 @@ HostWatch::~HostWatch() { stop(); }
 
 void HostWatch::stop() {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mLock);
         if (mStopping) return;
         mStopping = true;
         drainLocked();
     }
-    mWake.notify_all();
+    mWake.Broadcast();
     mThread.join();
 }
 
 void HostWatch::run() {
-    std::unique_lock<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     while (!mStopping) {
         drainLocked();
-        mWake.wait_for(lock, kReadInterval, [this] { return mStopping; });
+        mWake.TimedWait(kReadInterval);
     }
 }
 
 void HostWatch::setAskedRate(double hz) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     mAskedHz = hz;
 }
 
 std::optional<std::string> HostWatch::hostLost() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     std::string why;
     for (const auto& [id, device] : mDevices) {
         if (!device.streamed) continue;
@@ -90,24 +92,24 @@ std::optional<std::string> HostWatch::hostLost() const {
 }
 
 bool HostWatch::replayOver() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return mReplayOver;
 }
 
 size_t HostWatch::samplesSent() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     size_t sent = 0;
     for (const auto& entry : mDevices) sent += mLog.samplesSent(entry.first);
     return sent;
 }
 
 std::vector<std::string> HostWatch::problems() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return mProblems;
 }
 
 void HostWatch::enumerationDone(size_t published, std::optional<uint32_t> offeredBridgeVersion) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     drainLocked();
     mEnumerating = false;
     if (!mConnected) {
@@ -149,117 +151,157 @@ void HostWatch::drainLocked() {
 
 void HostWatch::handleLocked(const host::common::HostEvent& e) {
     using Kind = host::common::HostEventKind;
-    const std::string device = "device " + std::to_string(e.device);
     switch (e.kind) {
         case Kind::kInstanceReady:
-            mConnected = true;
-            progressLocked("the library connected over the container bridge");
-            break;
         case Kind::kServiceHandedOut:
-            progressLocked("sensor service handed to the library");
-            break;
         case Kind::kDeviceListAsked:
-            // No line claims that every device is set up, since the host cannot tell which
-            // devices the library is still to ask for; the grace period, though, starts here.
-            progressLocked(
-                "device list asked for; the library publishes once its enumeration grace "
-                "period ends");
+            connectionLocked(e.kind);
             break;
         case Kind::kStepAsked:
         case Kind::kStepAnswered:
-        case Kind::kStepFailed: {
-            if (e.kind == Kind::kStepAsked && e.step == host::common::HostStep::kGetDevice) {
-                mDevices[e.device] = Device();
-            }
-            auto it = mDevices.find(e.device);
-            if (it == mDevices.end() || it->second.ready) break;
-            Device& d = it->second;
-            d.step = e.step;
-            d.answered = e.kind == Kind::kStepAnswered;
-            if (e.kind == Kind::kStepFailed) d.failure = e.reason;
-            if (d.step == host::common::HostStep::kGetAttributes && d.answered) {
-                d.ready = true;
-                progressLocked(device + " set up");
-            }
+        case Kind::kStepFailed:
+            stepLocked(e);
             break;
-        }
         case Kind::kStreamStarted:
             mDevices[e.device].streamed = true;
             break;
         case Kind::kFrequencyAsked:
-            mDevices[e.device].libraryAskedHz = e.value;
+        case Kind::kFrequencyAnswered:
+            if (const auto* rate = e.as<host::common::Rate>()) rateLocked(e, *rate);
             break;
-        case Kind::kFrequencyAnswered: {
-            Device& d = mDevices[e.device];
-            if (!mAskedHz || e.value <= 0 || std::fabs(e.value - *mAskedHz) <= 1e-6 * *mAskedHz ||
-                std::find(d.answersSaid.begin(), d.answersSaid.end(), e.value) !=
-                    d.answersSaid.end()) {
-                break;
-            }
-            d.answersSaid.push_back(e.value);
-            std::string line =
-                device + ": " + hertz(*mAskedHz) + " asked, the host answered " + hertz(e.value);
-            if (std::fabs(d.libraryAskedHz - *mAskedHz) > 1e-6 * *mAskedHz) {
-                line += " (the library asked it for " + hertz(d.libraryAskedHz) + ")";
-            }
-            printWarning(line);
+        case Kind::kStartReadingAsked:
+            startReadingLocked(e.device);
             break;
-        }
+        case Kind::kClosedByHost:
+        case Kind::kClosedByClient:
+            closedLocked(e);
+            break;
+        case Kind::kObserverError:
+            if (const auto* error = e.as<host::common::ObserverError>()) {
+                observerErrorLocked(e.device, *error, e.reason);
+            }
+            break;
+        case Kind::kTimelineNotApplied:
+            if (const auto* skip = e.as<host::common::TimelineSkip>()) {
+                problemLocked("the host's timeline entry at " + std::to_string(skip->atMs) +
+                              " ms (" + skip->action + ") not applied: " + e.reason);
+            }
+            break;
         case Kind::kReplayOver:
             mReplayOver = true;
             noteLocked("the replay is over " + atLocked() +
                        ": every recorded sample was sent and the timeline has run");
             break;
-        case Kind::kStartReadingAsked: {
-            auto it = mDevices.find(e.device);
-            if (it != mDevices.end() && it->second.restartDue) {
-                it->second.restartDue = false;
-                noteLocked(device + ": the library restarted sampling " + atLocked());
-            }
-            break;
-        }
-        case Kind::kClosedByHost:
-            if (e.pipe == host::common::HostPipe::kSensorDevice) {
-                Device& d = mDevices[e.device];
-                d.closed = true;
-                const std::string why = !e.reason.empty() ? e.reason : d.lastError;
-                d.lost = atLocked() + (why.empty() ? "" : ": " + why);
-                if (d.ready) {
-                    problemLocked(device + ": the host closed its pipe " + atLocked() +
-                                  (e.reason.empty() ? "" : " (" + e.reason + ")") +
-                                  "; its sensor stops");
-                }
-            } else if (e.pipe == host::common::HostPipe::kSensorService) {
-                std::string line = "the host closed the sensor service " + atLocked() +
-                                   " (reason " + std::to_string(static_cast<uint32_t>(e.value));
-                if (!e.detail.empty()) line += ": " + printable(e.detail);
-                problemLocked(line + ")");
-            }
-            break;
-        case Kind::kClosedByClient:
-            if (e.pipe == host::common::HostPipe::kSensorDevice) {
-                problemLocked(device + ": the library closed its pipe " + atLocked());
-            }
-            break;
-        case Kind::kObserverError: {
-            const int error = static_cast<int>(e.value);
-            mDevices[e.device].restartDue = true;
-            mDevices[e.device].lastError = e.reason.empty() ? observerErrorName(error) : e.reason;
-            problemLocked(device + ": observer error " + std::to_string(error) + " (" +
-                          (e.reason.empty() ? observerErrorName(error) : e.reason) + ") " +
-                          atLocked());
-            break;
-        }
-        case Kind::kTimelineNotApplied: {
-            char at[32];
-            std::snprintf(at, sizeof(at), "%.0f", e.value);
-            problemLocked("the host's timeline entry at " + std::string(at) + " ms (" + e.detail +
-                          ") not applied: " + e.reason);
-            break;
-        }
-        default:
-            break;
+        case Kind::kInitSent:
+        case Kind::kInitAnswered:
+        case Kind::kClientRegistered:
+        case Kind::kDeviceIdsAsked:
+        case Kind::kNewDevicesObserverAdded:
+        case Kind::kStepStalled:
+        case Kind::kTimeoutSet:
+        case Kind::kChannelsEnabled:
+        case Kind::kChannelsFailed:
+        case Kind::kChannelsEnabledAsked:
+        case Kind::kChannelAttributeAsked:
+        case Kind::kStopReadingAsked:
+        case Kind::kStreamStopped:
+        case Kind::kSamplesSent:
+            break;  // nothing to say about these
     }
+}
+
+void HostWatch::connectionLocked(host::common::HostEventKind kind) {
+    if (kind == host::common::HostEventKind::kInstanceReady) {
+        mConnected = true;
+        progressLocked("the library connected over the container bridge");
+    } else if (kind == host::common::HostEventKind::kServiceHandedOut) {
+        progressLocked("sensor service handed to the library");
+    } else {
+        // No line claims that every device is set up, since the host cannot tell which devices
+        // the library is still to ask for; the grace period, though, starts here.
+        progressLocked(
+            "device list asked for; the library publishes once its enumeration grace period "
+            "ends");
+    }
+}
+
+void HostWatch::stepLocked(const host::common::HostEvent& e) {
+    using Kind = host::common::HostEventKind;
+    if (e.kind == Kind::kStepAsked && e.step == host::common::HostStep::kGetDevice) {
+        mDevices[e.device] = Device();
+    }
+    auto it = mDevices.find(e.device);
+    if (it == mDevices.end() || it->second.ready) return;
+    Device& d = it->second;
+    d.step = e.step;
+    d.answered = e.kind == Kind::kStepAnswered;
+    if (e.kind == Kind::kStepFailed) d.failure = e.reason;
+    if (d.step == host::common::HostStep::kGetAttributes && d.answered) {
+        d.ready = true;
+        progressLocked(deviceName(e.device) + " set up");
+    }
+}
+
+void HostWatch::rateLocked(const host::common::HostEvent& e, host::common::Rate rate) {
+    Device& d = mDevices[e.device];
+    if (e.kind == host::common::HostEventKind::kFrequencyAsked) {
+        d.libraryAskedHz = rate.hz;
+        return;
+    }
+    const double hz = rate.hz;
+    if (!mAskedHz || hz <= 0 || std::fabs(hz - *mAskedHz) <= 1e-6 * *mAskedHz ||
+        std::find(d.answersSaid.begin(), d.answersSaid.end(), hz) != d.answersSaid.end()) {
+        return;
+    }
+    d.answersSaid.push_back(hz);
+    std::string line =
+        deviceName(e.device) + ": " + hertz(*mAskedHz) + " asked, the host answered " + hertz(hz);
+    if (std::fabs(d.libraryAskedHz - *mAskedHz) > 1e-6 * *mAskedHz) {
+        line += " (the library asked it for " + hertz(d.libraryAskedHz) + ")";
+    }
+    printWarning(line);
+}
+
+void HostWatch::startReadingLocked(int32_t device) {
+    auto it = mDevices.find(device);
+    if (it == mDevices.end() || !it->second.restartDue) return;
+    it->second.restartDue = false;
+    noteLocked(deviceName(device) + ": the library restarted sampling " + atLocked());
+}
+
+void HostWatch::closedLocked(const host::common::HostEvent& e) {
+    if (e.kind == host::common::HostEventKind::kClosedByClient) {
+        if (e.pipe == host::common::HostPipe::kSensorDevice) {
+            problemLocked(deviceName(e.device) + ": the library closed its pipe " + atLocked());
+        }
+        return;
+    }
+    if (e.pipe == host::common::HostPipe::kSensorDevice) {
+        Device& d = mDevices[e.device];
+        d.closed = true;
+        const std::string why = !e.reason.empty() ? e.reason : d.lastError;
+        d.lost = atLocked() + (why.empty() ? "" : ": " + why);
+        if (d.ready) {
+            problemLocked(deviceName(e.device) + ": the host closed its pipe " + atLocked() +
+                          (e.reason.empty() ? "" : " (" + e.reason + ")") + "; its sensor stops");
+        }
+        return;
+    }
+    const auto* closed = e.as<host::common::ServiceClosed>();
+    if (e.pipe != host::common::HostPipe::kSensorService || closed == nullptr) return;
+    std::string line = "the host closed the sensor service " + atLocked() + " (reason " +
+                       std::to_string(closed->reason);
+    if (!closed->description.empty()) line += ": " + printable(closed->description);
+    problemLocked(line + ")");
+}
+
+void HostWatch::observerErrorLocked(int32_t device, host::common::ObserverError error,
+                                    const std::string& reason) {
+    const std::string why = reason.empty() ? observerErrorName(error.type) : reason;
+    mDevices[device].restartDue = true;
+    mDevices[device].lastError = why;
+    problemLocked(deviceName(device) + ": observer error " + std::to_string(error.type) + " (" +
+                  why + ") " + atLocked());
 }
 
 void HostWatch::progressLocked(const std::string& line) {

@@ -11,15 +11,15 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 #include "host/common/HostEventLog.h"
 
 namespace kelvane::tools {
@@ -66,27 +66,36 @@ class HostWatch {
     };
 
     void run();
-    void drainLocked();
-    void handleLocked(const host::common::HostEvent& event);
-    void progressLocked(const std::string& line);  // "host: <line>" while enumerating
-    void noteLocked(const std::string& line);      // "host: <line>"
-    void problemLocked(const std::string& line);
-    std::string atLocked() const;  // "at 4.5 s"
+    void drainLocked() REQUIRES(mLock);
+    void handleLocked(const host::common::HostEvent& event) REQUIRES(mLock);
+    void connectionLocked(host::common::HostEventKind kind) REQUIRES(mLock);
+    void stepLocked(const host::common::HostEvent& event) REQUIRES(mLock);
+    // A rate asked (remembered) or answered (a line where it is not the rate the user asked).
+    void rateLocked(const host::common::HostEvent& event, host::common::Rate rate) REQUIRES(mLock);
+    void startReadingLocked(int32_t device) REQUIRES(mLock);
+    void closedLocked(const host::common::HostEvent& event) REQUIRES(mLock);
+    void observerErrorLocked(int32_t device, host::common::ObserverError error,
+                             const std::string& reason) REQUIRES(mLock);
+    // "host: <line>" while enumerating
+    void progressLocked(const std::string& line) REQUIRES(mLock);
+    void noteLocked(const std::string& line) REQUIRES(mLock);  // "host: <line>"
+    void problemLocked(const std::string& line) REQUIRES(mLock);
+    std::string atLocked() const REQUIRES(mLock);  // "at 4.5 s"
 
     const host::common::HostEventLog& mLog;
     const std::chrono::steady_clock::time_point mStart;
 
-    mutable std::mutex mMutex;
-    std::condition_variable mWake;
-    bool mStopping = false;              // guarded by mMutex
-    size_t mSeen = 0;                    // guarded by mMutex: events handled
-    bool mEnumerating = true;            // guarded by mMutex
-    bool mConnected = false;             // guarded by mMutex
-    std::map<int32_t, Device> mDevices;  // guarded by mMutex: by host device id
-    std::vector<std::string> mProblems;  // guarded by mMutex
-    std::optional<double> mAskedHz;      // guarded by mMutex
-    bool mReplayOver = false;            // guarded by mMutex
-    std::thread mThread;                 // last: starts once everything above exists
+    mutable base::Lock mLock;
+    base::ConditionVariable mWake{&mLock};
+    bool mStopping GUARDED_BY(mLock) = false;
+    size_t mSeen GUARDED_BY(mLock) = 0;  // events handled
+    bool mEnumerating GUARDED_BY(mLock) = true;
+    bool mConnected GUARDED_BY(mLock) = false;
+    std::map<int32_t, Device> mDevices GUARDED_BY(mLock);  // by host device id
+    std::vector<std::string> mProblems GUARDED_BY(mLock);
+    std::optional<double> mAskedHz GUARDED_BY(mLock);
+    bool mReplayOver GUARDED_BY(mLock) = false;
+    std::thread mThread;  // last: starts once everything above exists
 };
 
 }  // namespace kelvane::tools

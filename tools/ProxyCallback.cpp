@@ -31,7 +31,7 @@ ProxyCallback::~ProxyCallback() = default;
 void ProxyCallback::postEvents(const std::vector<Event>& events, ScopedWakelock wakelock) {
     bool wakeUp = false;
     {
-        std::lock_guard<std::mutex> lock(mHandlesMutex);
+        base::AutoLock lock(mHandlesLock);
         for (const Event& e : events) wakeUp = wakeUp || mWakeUpHandles.count(e.sensorHandle) != 0;
     }
     if (wakelock.isLocked() != wakeUp) ++mMismatches;
@@ -43,7 +43,7 @@ ProxyCallback::ScopedWakelock ProxyCallback::createScopedWakelock(bool lock) {
 }
 
 void ProxyCallback::setWakeUpHandles(std::set<int32_t> handles) {
-    std::lock_guard<std::mutex> lock(mHandlesMutex);
+    base::AutoLock lock(mHandlesLock);
     mWakeUpHandles = std::move(handles);
 }
 

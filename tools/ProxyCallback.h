@@ -6,11 +6,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <set>
 #include <vector>
 
 #include "EventQueue.h"
+#include "base/synchronization/lock.h"
 
 namespace kelvane::tools {
 
@@ -40,8 +40,8 @@ class ProxyCallback
 
     android::sp<Counter> mCounter;  // set in the constructor, never changed
     EventQueue mQueue;
-    std::mutex mHandlesMutex;
-    std::set<int32_t> mWakeUpHandles;  // guarded by mHandlesMutex
+    base::Lock mHandlesLock;
+    std::set<int32_t> mWakeUpHandles GUARDED_BY(mHandlesLock);
     std::atomic<uint64_t> mMismatches{0};
 };
 

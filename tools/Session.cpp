@@ -35,13 +35,10 @@ void silenceLibraryLogs() {
     logging::SetLogMessageHandler(&dropLogMessage);
 }
 
-// "-" is standard input, read through the same reader as a file; errors name it "<stdin>".
+// "-" is standard input; errors name it "<stdin>".
 bool loadDescription(const std::string& file, host::description::HostConfig* config) {
-    const bool stdinput = file == "-";
     std::string error;
-    if (host::description::loadHostDescription(stdinput ? "/dev/stdin" : file, config, &error))
-        return true;
-    if (stdinput && error.rfind("/dev/stdin", 0) == 0) error = "<stdin>" + error.substr(10);
+    if (host::description::loadHostDescription(file, config, &error)) return true;
     printError(printable(error));
     return false;
 }
@@ -69,14 +66,18 @@ Session::~Session() { close(); }
 
 int Session::close() {
     silenceLibraryLogs();
-    if (mWatch) mWatch->stop();
-    mWatch.reset();
-    mHost.reset();  // every pipe through the recorder is closed with it
+    if (mHost.watch) mHost.watch->stop();
+    mHost.watch.reset();
+    mHost.host.reset();  // every pipe through the recorder is closed with it
     // Written once, whatever ended the run.
-    const std::unique_ptr<host::common::Recorder> recorder = std::move(mRecorder);
-    const std::unique_ptr<OutputFile> file = std::move(mRecordFile);
+    const std::unique_ptr<host::common::Recorder> recorder = std::move(mHost.recorder);
+    const std::unique_ptr<OutputFile> file = std::move(mHost.recordFile);
     if (!recorder || !file) return kExitOk;
-    const host::description::HostConfig recording = recorder->description();
+    return writeRecording(*recorder, file.get());
+}
+
+int Session::writeRecording(const host::common::Recorder& recorder, OutputFile* file) {
+    const host::description::HostConfig recording = recorder.description();
     std::string error;
     const auto write = [&recording](std::FILE* out) {
         return host::description::writeHostDescription(recording, out);
@@ -109,7 +110,23 @@ static void warnUnreadableScales(const host::description::HostConfig& config) {
 }
 
 int Session::open(const CommonOptions& options) {
-    mJson = options.json;
+    mSettled.json = options.json;
+    if (int code = checkOptions(options); code != kExitOk) return code;
+    host::description::HostConfig config;
+    if (int code = readHost(options, &config); code != kExitOk) return code;
+    warnUnreadableScales(config);
+    // Every context but this machine's reads a board with its own clock.
+    const bool remoteClock = !options.iioUri.empty() && options.iioUri.rfind("local:", 0) != 0;
+    mSettled.replay = ReplayFacts::of(config, options.speed, remoteClock);
+    if (!options.log) silenceLibraryLogs();
+    const uint32_t offeredVersion = config.bridgeVersion;
+    startHost(std::move(config), options);
+    if (int code = loadLibrary(options); code != kExitOk) return code;
+    mHost.watch->enumerationDone(mLibrary.sensors.size(), offeredVersion);
+    return kExitOk;
+}
+
+int Session::checkOptions(const CommonOptions& options) {
     if (options.speedGiven && (!options.iioUri.empty() || options.hostFile.empty())) {
         printError(std::string("--speed applies to the recorded samples and timeline of a --host "
                                "description; ") +
@@ -117,110 +134,95 @@ int Session::open(const CommonOptions& options) {
                                            : "--iio serves real devices as they sample"));
         return kExitUsage;
     }
-    if (!options.recordFile.empty()) {
-        // Before anything runs, so that a path that cannot be written costs no stream.
-        std::string error;
-        mRecordFile = OutputFile::create(options.recordFile, OutputFile::Role(), &error);
-        if (!mRecordFile) {
-            printError(printable(error));
-            return kExitUsage;
-        }
-    }
-    host::description::HostConfig config;
-    mHostInput = options.hostFile;
-    mHostName =
-        !options.iioUri.empty() ? "the IIO devices of " + options.iioUri
-        : options.hostFile.empty()
-            ? "the built-in emulated host"
-            : "the emulated host of " + (options.hostFile == "-" ? "<stdin>" : options.hostFile);
+    if (options.recordFile.empty()) return kExitOk;
+    // Before anything runs, so that a path that cannot be written costs no stream.
+    std::string error;
+    mHost.recordFile = OutputFile::create(options.recordFile, OutputFile::Role(), &error);
+    if (mHost.recordFile) return kExitOk;
+    printError(printable(error));
+    return kExitUsage;
+}
+
+// The libiio host is opened here; an emulated one is described in *config, built later.
+int Session::readHost(const CommonOptions& options, host::description::HostConfig* config) {
+    const std::string& file = options.hostFile;
+    mSettled.hostInput = file;
+    mSettled.hostName = !options.iioUri.empty() ? "the IIO devices of " + options.iioUri
+                        : file.empty()          ? "the built-in emulated host"
+                                       : "the emulated host of " + (file == "-" ? "<stdin>" : file);
     if (!options.iioUri.empty()) {
         std::string error;
-        std::unique_ptr<host::iio::LibiioHost> iioHost =
-            host::iio::LibiioHost::open(options.iioUri, &error);
-        if (!iioHost) {
-            printError(error);
-            return kExitFailure;
-        }
-        mHost = std::move(iioHost);
-    } else if (options.hostFile.empty()) {
-        config = host::description::builtInHost();
-    } else if (!loadDescription(options.hostFile, &config)) {
-        return kExitUsage;
-    } else if (options.speedGiven && !hasTimedParts(config)) {
-        printWarning("--speed changes nothing: " +
-                     printable(options.hostFile == "-" ? "<stdin>" : options.hostFile) +
+        mHost.host = host::iio::LibiioHost::open(options.iioUri, &error);
+        if (mHost.host) return kExitOk;
+        printError(error);
+        return kExitFailure;
+    }
+    if (file.empty()) {
+        *config = host::description::builtInHost();
+        return kExitOk;
+    }
+    if (!loadDescription(file, config)) return kExitUsage;
+    if (options.speedGiven && !hasTimedParts(*config)) {
+        printWarning("--speed changes nothing: " + printable(file == "-" ? "<stdin>" : file) +
                      " has no recorded samples (timedSamples) and no timeline");
     }
-    warnUnreadableScales(config);
-    // Every context but this machine's reads a board with its own clock.
-    mRemoteClock = !options.iioUri.empty() && options.iioUri.rfind("local:", 0) != 0;
-    for (const host::description::VirtualDevice& device : config.devices) {
-        if (!device.timedSamples) continue;
-        mReplays = mReplays || device.timedSamples->size() != 0;
-        RecordedDevice recorded{device.types, {}, device.timedSamples, -1};
-        for (const auto& answer : device.frequencyAnswers) {
-            recorded.requestedHz.push_back(answer.first);
-        }
-        for (size_t i = 0; i < device.channels.size(); ++i) {
-            if (device.channels[i] == "timestamp")
-                recorded.timestampChannel = static_cast<int32_t>(i);
-        }
-        mRecorded.push_back(std::move(recorded));
-    }
-    mRecordingStart = config.startBootTimeNs;
-    if (!options.log) silenceLibraryLogs();
-    const uint32_t offeredVersion = config.bridgeVersion;
+    return kExitOk;
+}
 
-    if (!mHost) {
+void Session::startHost(host::description::HostConfig config, const CommonOptions& options) {
+    if (!mHost.host) {
         config.speed = options.speed;
-        mHost = std::make_unique<host::emulated::EmulatedHost>(std::move(config));
+        mHost.host = std::make_unique<host::emulated::EmulatedHost>(std::move(config));
     }
-    if (mRecordFile || options.recordOnDemand) {
+    if (mHost.recordFile || options.recordOnDemand) {
         // A replay's timestamps are the recorded host's, not this machine's.
-        mRecorder = std::make_unique<host::common::Recorder>(!mRemoteClock && mRecorded.empty());
-        if (!mRecordFile) mRecorder->pause();
-        mHost->setServiceInterposer(mRecorder->interposer());
+        const ReplayFacts& replay = mSettled.replay;
+        mHost.recorder =
+            std::make_unique<host::common::Recorder>(!replay.remoteClock && replay.devices.empty());
+        if (!mHost.recordFile) mHost.recorder->pause();
+        mHost.host->setServiceInterposer(mHost.recorder->interposer());
     }
-    mStarted = std::chrono::steady_clock::now();
-    mWatch = std::make_unique<HostWatch>(mHost->log());
-    mHost->registerWithBridge();
+    mHost.started = std::chrono::steady_clock::now();
+    mHost.watch = std::make_unique<HostWatch>(mHost.host->log());
+    mHost.host->registerWithBridge();
+}
 
+int Session::loadLibrary(const CommonOptions& options) {
     const std::string path = libraryPath(options.library);
-    mSubHalPath = path;
+    mLibrary.path = path;
     std::string error;
-    mSubHal = loadSubHal(path, &error);
-    if (mSubHal == nullptr) {
+    mLibrary.subHal = loadSubHal(path, &error);
+    if (mLibrary.subHal == nullptr) {
         printError(error);
         return kExitFailure;
     }
     if (options.log) {
         char* resolved = realpath(path.c_str(), nullptr);
         std::fprintf(stderr, "iio-subhal: loaded sub-HAL \"%s\" from %s\n",
-                     printable(mSubHal->getName()).c_str(), resolved ? resolved : path.c_str());
+                     printable(mLibrary.subHal->getName()).c_str(),
+                     resolved ? resolved : path.c_str());
         std::free(resolved);
     }
-
-    mCallback = new ProxyCallback();
-    Result result = mSubHal->initialize(mCallback);
+    mLibrary.callback = new ProxyCallback();
+    Result result = mLibrary.subHal->initialize(mLibrary.callback);
     if (result != Result::OK) {
         printError("initialize failed with result " + std::to_string(static_cast<int>(result)));
         return kExitFailure;
     }
     fetchSensors();
-    mWatch->enumerationDone(mSensors.size(), offeredVersion);
     return kExitOk;
 }
 
 std::vector<std::string> Session::hostProblems() const {
-    return mWatch ? mWatch->problems() : std::vector<std::string>();
+    return mHost.watch ? mHost.watch->problems() : std::vector<std::string>();
 }
 
 void Session::fetchSensors() {
     // The first query waits while the library enumerates the host's devices.
     std::vector<SensorInfo> published;
-    mSubHal->getSensorsList_2_1(
+    mLibrary.subHal->getSensorsList_2_1(
         [&published](const hidl_vec<SensorInfo>& list) { published = list; });
-    mPublished = published;
+    mLibrary.published = published;
 
     std::set<int32_t> wakeUp;
     for (const SensorInfo& sensor : published) {
@@ -233,13 +235,13 @@ void Session::fetchSensors() {
             continue;
         }
         if ((sensor.flags & SensorFlagBits::WAKE_UP) != 0) wakeUp.insert(sensor.sensorHandle);
-        mSensors.push_back(sensor);
+        mLibrary.sensors.push_back(sensor);
     }
-    mCallback->setWakeUpHandles(std::move(wakeUp));
+    mLibrary.callback->setWakeUpHandles(std::move(wakeUp));
 }
 
 const Session::SensorInfo* Session::find(int32_t handle) const {
-    for (const SensorInfo& sensor : mSensors) {
+    for (const SensorInfo& sensor : mLibrary.sensors) {
         if (sensor.sensorHandle == handle) return &sensor;
     }
     return nullptr;

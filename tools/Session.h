@@ -1,5 +1,11 @@
 // One run of the tool: the emulated host, the loaded sub-HAL, the proxy callback handed to it and
 // the sensors it published. Set up the way the multi-HAL proxy sets up a sub-HAL.
+//
+// Threads: the owner (the command's main thread) opens and closes it. Once open() has returned,
+// what it settled is read-only until close(): the options, the names, the replay facts, the
+// library's path and sensor lists may be read from any thread. What it hands out keeps its own
+// rules: the sub-HAL takes calls from any thread, as from the multi-HAL proxy; callback(),
+// hostWatch() and recorder() are thread-safe. close() runs once no other thread uses it.
 #pragma once
 
 #include <android/hardware/sensors/2.1/types.h>
@@ -14,15 +20,13 @@
 #include "Diagnostics.h"
 #include "HostWatch.h"
 #include "ProxyCallback.h"
+#include "ReplayFacts.h"
 #include "SubHalLoader.h"
 
 namespace kelvane::host::common {
 class Host;
 class Recorder;
 }  // namespace kelvane::host::common
-namespace kelvane::host::description {
-struct TimedSamples;
-}  // namespace kelvane::host::description
 
 namespace kelvane::tools {
 
@@ -44,14 +48,6 @@ struct CommonOptions {
     bool speedGiven = false;      // --speed was on the command line
     std::string recordFile;       // non-empty: write what the host served here at the end
     bool recordOnDemand = false;  // a paused recorder from the start, for recorder()
-};
-
-// What a host description says of a device that replays recorded samples.
-struct RecordedDevice {
-    std::vector<int32_t> types;       // host device-type codes, host order
-    std::vector<double> requestedHz;  // the SetFrequency requests it recorded, in order
-    std::shared_ptr<const host::description::TimedSamples> samples;
-    int32_t timestampChannel = -1;  // the index of its "timestamp" channel, -1 if none
 };
 
 class Session {
@@ -77,59 +73,81 @@ class Session {
     // (kExitUsage).
     int open(const CommonOptions& options);
 
-    ISensorsSubHal* subHal() const { return mSubHal; }
-    ProxyCallback& callback() const { return *mCallback; }
-    const std::vector<SensorInfo>& sensors() const { return mSensors; }
+    ISensorsSubHal* subHal() const { return mLibrary.subHal; }
+    ProxyCallback& callback() const { return *mLibrary.callback; }
+    const std::vector<SensorInfo>& sensors() const { return mLibrary.sensors; }
     // Everything getSensorsList_2_1 answered, including sensors the proxy would drop.
-    const std::vector<SensorInfo>& published() const { return mPublished; }
+    const std::vector<SensorInfo>& published() const { return mLibrary.published; }
     // Null if `handle` was not published.
     const SensorInfo* find(int32_t handle) const;
-    bool json() const { return mJson; }
+    // The sub-HAL's file, as loaded.
+    const std::string& subHalPath() const { return mLibrary.path; }
+
+    bool json() const { return mSettled.json; }
+    // What serves the sensors, for a person: "the built-in emulated host", "the emulated host of
+    // lab.json", "the IIO devices of ip:board".
+    const std::string& hostName() const { return mSettled.hostName; }
+    // The --host argument: "" for none, "-" for standard input.
+    const std::string& hostInput() const { return mSettled.hostInput; }
+    // Whether the host replays recorded samples (a --host description with timedSamples).
+    bool replays() const { return mSettled.replay.replays; }
+    // The devices of the host description that replay recorded samples.
+    const std::vector<RecordedDevice>& recordedDevices() const { return mSettled.replay.devices; }
+    // How many times faster than recorded a replay runs; 0: no waiting.
+    double replaySpeed() const { return mSettled.replay.speed; }
+    // Whether sample timestamps come from another machine's clock (a board reached by libiio).
+    bool remoteClock() const { return mSettled.replay.remoteClock; }
+    // A recording's start on the boot-time clock its timestamps were taken on, if it says.
+    std::optional<int64_t> recordingStartBootTimeNs() const {
+        return mSettled.replay.startBootTimeNs;
+    }
+
     // When the host started: the origin of the times in the tool's lines ("at 4.5 s").
-    std::chrono::steady_clock::time_point started() const { return mStarted; }
+    std::chrono::steady_clock::time_point started() const { return mHost.started; }
     // What went wrong on the host side so far, one line each.
     std::vector<std::string> hostProblems() const;
     // The host side as the stream needs it (HostWatch).
-    HostWatch& hostWatch() const { return *mWatch; }
-    // What serves the sensors, for a person: "the built-in emulated host", "the emulated host of
-    // lab.json", "the IIO devices of ip:board".
-    const std::string& hostName() const { return mHostName; }
-    // The sub-HAL's file, as loaded.
-    const std::string& subHalPath() const { return mSubHalPath; }
-    // The --host argument: "" for none, "-" for standard input.
-    const std::string& hostInput() const { return mHostInput; }
-    // Whether the host replays recorded samples (a --host description with timedSamples).
-    bool replays() const { return mReplays; }
-    // The devices of the host description that replay recorded samples.
-    const std::vector<RecordedDevice>& recordedDevices() const { return mRecorded; }
-    // Whether sample timestamps come from another machine's clock (a board reached by libiio).
-    bool remoteClock() const { return mRemoteClock; }
+    HostWatch& hostWatch() const { return *mHost.watch; }
     // With --record or CommonOptions::recordOnDemand, what records the host's service; null
-    // otherwise. Any thread.
-    host::common::Recorder* recorder() const { return mRecorder.get(); }
-    // A recording's start on the boot-time clock its timestamps were taken on, if it says.
-    std::optional<int64_t> recordingStartBootTimeNs() const { return mRecordingStart; }
+    // otherwise.
+    host::common::Recorder* recorder() const { return mHost.recorder.get(); }
 
   private:
-    void fetchSensors();
+    // What the options and the host description settled before anything ran.
+    struct Settled {
+        bool json = false;
+        std::string hostName;
+        std::string hostInput;
+        ReplayFacts replay;
+    };
+    // What runs the host: made by open(), ended by close().
+    struct HostRun {
+        std::unique_ptr<OutputFile> recordFile;            // with --record, from open()'s start
+        std::unique_ptr<host::common::Recorder> recorder;  // outlives host, which reports to it
+        std::unique_ptr<host::common::Host> host;
+        std::unique_ptr<HostWatch> watch;  // reads host's log; goes before it
+        std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
+    };
+    // The library once initialized.
+    struct Library {
+        ISensorsSubHal* subHal = nullptr;  // owned by the library
+        android::sp<ProxyCallback> callback;
+        std::vector<SensorInfo> sensors;
+        std::vector<SensorInfo> published;
+        std::string path;
+    };
 
-    std::unique_ptr<OutputFile> mRecordFile;            // with --record, from the start of open()
-    std::unique_ptr<host::common::Recorder> mRecorder;  // outlives mHost, which reports to it
-    std::unique_ptr<host::common::Host> mHost;
-    std::unique_ptr<HostWatch> mWatch;  // reads mHost's log; goes before it
-    ISensorsSubHal* mSubHal = nullptr;  // owned by the library
-    android::sp<ProxyCallback> mCallback;
-    std::vector<SensorInfo> mSensors;
-    std::vector<SensorInfo> mPublished;
-    bool mJson = false;
-    std::vector<RecordedDevice> mRecorded;
-    bool mRemoteClock = false;
-    std::optional<int64_t> mRecordingStart;
-    bool mReplays = false;
-    std::string mHostName;
-    std::string mHostInput;
-    std::string mSubHalPath;
-    std::chrono::steady_clock::time_point mStarted = std::chrono::steady_clock::now();
+    // The steps of open(); each returns kExitOk or the code to leave with, the error printed.
+    int checkOptions(const CommonOptions& options);
+    int readHost(const CommonOptions& options, host::description::HostConfig* config);
+    void startHost(host::description::HostConfig config, const CommonOptions& options);
+    int loadLibrary(const CommonOptions& options);
+    void fetchSensors();
+    static int writeRecording(const host::common::Recorder& recorder, OutputFile* file);
+
+    Settled mSettled;
+    HostRun mHost;
+    Library mLibrary;
 };
 
 }  // namespace kelvane::tools

@@ -34,6 +34,8 @@ const CommandEntry kCommands[] = {
     {"serve", "a local web page: live charts, controls, dump, check and recording",
      makeServeCommand},
     {"report", "a recording as one self-contained HTML file", makeReportCommand},
+    {"compare", "two recordings device by device, differences that matter first",
+     makeCompareCommand},
 };
 
 // The common options that take a value.

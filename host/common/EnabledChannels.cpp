@@ -5,8 +5,7 @@ namespace kelvane::host::common {
 std::vector<int32_t> EnabledChannels::set(const std::vector<int32_t>& indices, bool enable,
                                           const Usable& usable) {
     mLog->add(HostEvent(HostEventKind::kChannelsEnabled, mDevice)
-                  .withChannels(indices)
-                  .withValue(enable));
+                  .with(ChannelsSwitched{indices, enable}));
     std::vector<int32_t> failed;
     for (int32_t index : indices) {
         if (!usable(index)) {
@@ -18,13 +17,13 @@ std::vector<int32_t> EnabledChannels::set(const std::vector<int32_t>& indices, b
         }
     }
     if (!failed.empty()) {
-        mLog->add(HostEvent(HostEventKind::kChannelsFailed, mDevice).withChannels(failed));
+        mLog->add(HostEvent(HostEventKind::kChannelsFailed, mDevice).with(Channels{failed}));
     }
     return failed;
 }
 
 std::vector<bool> EnabledChannels::get(const std::vector<int32_t>& indices) const {
-    mLog->add(HostEvent(HostEventKind::kChannelsEnabledAsked, mDevice).withChannels(indices));
+    mLog->add(HostEvent(HostEventKind::kChannelsEnabledAsked, mDevice).with(Channels{indices}));
     std::vector<bool> enabled;
     for (int32_t index : indices) enabled.push_back(mEnabled.count(index) != 0);
     return enabled;

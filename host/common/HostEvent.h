@@ -3,9 +3,12 @@
 // tests) switch on the kind and read the fields. Text is made from an event only for display.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "base/time/time.h"
@@ -20,33 +23,33 @@ enum class HostEventKind {
     kClientRegistered,  // the library registered its sensor HAL client
     kServiceHandedOut,  // SetUpChannel: a sensor service handed to the client
     // The sensor service.
-    kDeviceIdsAsked,           // GetDeviceIds; value: the device type asked for
+    kDeviceIdsAsked,           // GetDeviceIds; DeviceTypeAsked
     kDeviceListAsked,          // GetAllDeviceIds
     kNewDevicesObserverAdded,  // RegisterNewDevicesObserver
     // A device's handshake; step: which one.
-    kStepAsked,     // detail: the attribute names asked for, for GetAttributes
+    kStepAsked,     // AttributeNames for GetAttributes
     kStepAnswered,  // GetDevice: the device pipe is bound
     kStepStalled,   // the host holds the step unanswered, as configured
     kStepFailed,    // the host could not answer it; reason: why
     // A device's settings and stream.
-    kTimeoutSet,             // SetTimeout; value: ms; reason: set when the host could not apply it
-    kFrequencyAsked,         // SetFrequency; value: Hz asked for
-    kFrequencyAnswered,      // value: Hz answered
-    kChannelsEnabled,        // SetChannelsEnabled; channels; value: 1 to enable, 0 to disable
-    kChannelsFailed,         // channels: those SetChannelsEnabled reported failed
-    kChannelsEnabledAsked,   // GetChannelsEnabled; channels
-    kChannelAttributeAsked,  // GetChannelsAttributes; channels; detail: the attribute
+    kTimeoutSet,             // SetTimeout; TimeoutMs; reason: set when the host could not apply it
+    kFrequencyAsked,         // SetFrequency; Rate asked for
+    kFrequencyAnswered,      // Rate answered
+    kChannelsEnabled,        // SetChannelsEnabled; ChannelsSwitched
+    kChannelsFailed,         // Channels: those SetChannelsEnabled reported failed
+    kChannelsEnabledAsked,   // GetChannelsEnabled; Channels
+    kChannelAttributeAsked,  // GetChannelsAttributes; ChannelAttribute
     kStartReadingAsked,      // StartReadingSamples
     kStopReadingAsked,       // StopReadingSamples
     kStreamStarted,          // the host started sending samples to an observer
     kStreamStopped,          // ... and stopped
-    kSamplesSent,            // value: how many; a run of them with no other event between is one
-    kObserverError,          // OnErrorOccurred sent; value: the ObserverErrorType; reason: why
+    kSamplesSent,            // SampleCount; a run of them with no other event between is one
+    kObserverError,          // OnErrorOccurred sent; ObserverError; reason: why
     // Pipes closed; pipe: which one.
-    kClosedByHost,    // value: the close reason and detail its description, for the service
+    kClosedByHost,    // ServiceClosed for the service; reason: why, for a device
     kClosedByClient,  // the host saw the client's end go
     // The emulated host's timeline.
-    kTimelineNotApplied,  // detail: the action; value: its time in ms; reason: why not
+    kTimelineNotApplied,  // TimelineSkip; reason: why not
     // A replay: every recorded sample was sent and every timeline entry run.
     kReplayOver,
 };
@@ -64,6 +67,61 @@ enum class HostPipe {
     kObserver,
 };
 
+// What an event carries besides its kind, device, step and pipe: one of these, as its kind says.
+struct DeviceTypeAsked {
+    int32_t type;  // a DeviceType value, possibly one this side does not know
+};
+struct AttributeNames {
+    std::vector<std::string> names;
+};
+struct TimeoutMs {
+    uint32_t ms;
+};
+struct Rate {
+    double hz;
+};
+struct Channels {
+    std::vector<int32_t> indices;
+};
+struct ChannelsSwitched {
+    std::vector<int32_t> indices;
+    bool enable;
+};
+struct ChannelAttribute {
+    std::vector<int32_t> indices;
+    std::string attribute;
+};
+struct SampleCount {
+    size_t count;
+};
+struct ObserverError {
+    int32_t type;  // an ObserverErrorType value
+};
+struct ServiceClosed {
+    uint32_t reason;
+    std::string description;
+};
+struct TimelineSkip {
+    int64_t atMs;        // when the entry was due
+    std::string action;  // the entry's action, as a description names it
+};
+
+using HostEventPayload = std::variant<std::monostate, DeviceTypeAsked, AttributeNames, TimeoutMs,
+                                      Rate, Channels, ChannelsSwitched, ChannelAttribute,
+                                      SampleCount, ObserverError, ServiceClosed, TimelineSkip>;
+
+bool operator==(const DeviceTypeAsked& a, const DeviceTypeAsked& b);
+bool operator==(const AttributeNames& a, const AttributeNames& b);
+bool operator==(const TimeoutMs& a, const TimeoutMs& b);
+bool operator==(const Rate& a, const Rate& b);
+bool operator==(const Channels& a, const Channels& b);
+bool operator==(const ChannelsSwitched& a, const ChannelsSwitched& b);
+bool operator==(const ChannelAttribute& a, const ChannelAttribute& b);
+bool operator==(const SampleCount& a, const SampleCount& b);
+bool operator==(const ObserverError& a, const ObserverError& b);
+bool operator==(const ServiceClosed& a, const ServiceClosed& b);
+bool operator==(const TimelineSkip& a, const TimelineSkip& b);
+
 struct HostEvent {
     HostEvent() = default;
     explicit HostEvent(HostEventKind k, int32_t onDevice = -1) : kind(k), device(onDevice) {}
@@ -71,18 +129,20 @@ struct HostEvent {
     // Setters for writing an event in one expression.
     HostEvent& withStep(HostStep s) { return step = s, *this; }
     HostEvent& withPipe(HostPipe p) { return pipe = p, *this; }
-    HostEvent& withValue(double v) { return value = v, *this; }
-    HostEvent& withChannels(std::vector<int32_t> c) { return channels = std::move(c), *this; }
-    HostEvent& withDetail(std::string d) { return detail = std::move(d), *this; }
+    HostEvent& with(HostEventPayload p) { return payload = std::move(p), *this; }
     HostEvent& withReason(std::string r) { return reason = std::move(r), *this; }
+
+    // The payload if it is a T, else null.
+    template <typename T>
+    const T* as() const {
+        return std::get_if<T>(&payload);
+    }
 
     HostEventKind kind = HostEventKind::kInstanceReady;
     int32_t device = -1;  // the host's device id, -1 where none
     HostStep step = HostStep::kNone;
     HostPipe pipe = HostPipe::kNone;
-    double value = 0.0;  // what the kind says: Hz, ms, a count, a type or error code
-    std::vector<int32_t> channels;
-    std::string detail;
+    HostEventPayload payload;
     std::string reason;    // why, in the host's own words (libiio's error text, say)
     base::TimeTicks time;  // set by the log
 };
@@ -96,7 +156,11 @@ struct HostEventPattern {
         : kind(k), device(onDevice) {}
     HostEventPattern& withStep(HostStep s) { return step = s, *this; }
     HostEventPattern& withPipe(HostPipe p) { return pipe = p, *this; }
-    HostEventPattern& withValue(double v) { return value = v, *this; }
+    HostEventPattern& with(HostEventPayload p) { return payload = std::move(p), *this; }
+    // Matches only events `where` holds for.
+    HostEventPattern& where(std::function<bool(const HostEvent&)> w) {
+        return test = std::move(w), *this;
+    }
 
     bool matches(const HostEvent& event) const;
 
@@ -104,7 +168,8 @@ struct HostEventPattern {
     std::optional<int32_t> device;
     std::optional<HostStep> step;
     std::optional<HostPipe> pipe;
-    std::optional<double> value;
+    std::optional<HostEventPayload> payload;
+    std::function<bool(const HostEvent&)> test;
 };
 
 }  // namespace kelvane::host::common

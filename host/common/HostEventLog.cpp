@@ -9,33 +9,28 @@ void HostEventLog::add(HostEvent event) {
     event.time = base::TimeTicks::Now();
     std::lock_guard<std::mutex> lock(mMutex);
     Device& device = mDevices[event.device];
-    switch (event.kind) {
-        case HostEventKind::kSamplesSent: {
-            device.samples += static_cast<size_t>(event.value);
-            const size_t last = device.lastSamplesEvent;
-            if (last != SIZE_MAX && (mLastOther == SIZE_MAX || mLastOther < last)) {
-                mEvents[last].value += event.value;
-                mEvents[last].time = event.time;
-                ++mVersion;
-                mChanged.notify_all();
-                return;
-            }
-            device.lastSamplesEvent = mEvents.size();
-            break;
+    if (const SampleCount* sent = event.as<SampleCount>()) {
+        device.samples += sent->count;
+        const size_t last = device.lastSamplesEvent;
+        if (last != SIZE_MAX && (mLastOther == SIZE_MAX || mLastOther < last)) {
+            std::get<SampleCount>(mEvents[last].payload).count += sent->count;
+            mEvents[last].time = event.time;
+            ++mVersion;
+            mChanged.notify_all();
+            return;
         }
-        case HostEventKind::kFrequencyAnswered:
-            device.frequency = event.value;
-            break;
-        case HostEventKind::kStreamStarted:
-            ++device.streams;
-            break;
-        case HostEventKind::kStreamStopped:
-            device.streams = std::max(0, device.streams - 1);
-            break;
-        default:
-            break;
+        device.lastSamplesEvent = mEvents.size();
+    } else {
+        mLastOther = mEvents.size();
     }
-    if (event.kind != HostEventKind::kSamplesSent) mLastOther = mEvents.size();
+    const Rate* rate = event.as<Rate>();
+    if (event.kind == HostEventKind::kFrequencyAnswered && rate != nullptr) {
+        device.frequency = rate->hz;
+    }
+    if (event.kind == HostEventKind::kStreamStarted) ++device.streams;
+    if (event.kind == HostEventKind::kStreamStopped) {
+        device.streams = std::max(0, device.streams - 1);
+    }
     mEvents.push_back(std::move(event));
     ++mVersion;
     mChanged.notify_all();

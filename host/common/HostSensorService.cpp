@@ -24,7 +24,7 @@ HostSensorService::~HostSensorService() = default;
 
 void HostSensorService::GetDeviceIds(mojom::DeviceType type, GetDeviceIdsCallback callback) {
     const int32_t code = static_cast<int32_t>(type);
-    mLog->add(HostEvent(HostEventKind::kDeviceIdsAsked).withValue(code));
+    mLog->add(HostEvent(HostEventKind::kDeviceIdsAsked).with(DeviceTypeAsked{code}));
     std::vector<int32_t> ids;
     for (const auto& [id, types] : listing()) {
         if (std::find(types.begin(), types.end(), code) != types.end()) ids.push_back(id);

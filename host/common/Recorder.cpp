@@ -66,7 +66,7 @@ HostConnection::ServiceInterposer Recorder::interposer() {
 std::unique_ptr<RecordingTap> Recorder::interpose(
     chromeos::sensors::mojom::SensorServicePtr* service) {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mLock);
         if (!mStart) {
             mStart = base::TimeTicks::Now();
             mStartBootTimeNs = android::elapsedRealtimeNano();
@@ -80,7 +80,7 @@ std::unique_ptr<RecordingTap> Recorder::interpose(
 }
 
 void Recorder::startOver() {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     for (auto& [id, device] : mDevices) {
         device.samples = description::TimedSamples();
         device.lastObserver = 0;
@@ -92,12 +92,12 @@ void Recorder::startOver() {
 }
 
 void Recorder::pause() {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     mPaused = true;
 }
 
 bool Recorder::paused() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return mPaused;
 }
 
@@ -112,12 +112,12 @@ int64_t Recorder::nowUsLocked() const {
 }
 
 void Recorder::listed(const base::flat_map<int32_t, std::vector<int32_t>>& devices) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     for (const auto& [id, types] : devices) deviceLocked(id).served.types = types;
 }
 
 void Recorder::listedType(int32_t type, const std::vector<int32_t>& ids) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     for (int32_t id : ids) {
         std::vector<int32_t>& types = deviceLocked(id).served.types;
         if (std::find(types.begin(), types.end(), type) == types.end()) types.push_back(type);
@@ -125,30 +125,30 @@ void Recorder::listedType(int32_t type, const std::vector<int32_t>& ids) {
 }
 
 void Recorder::opened(int32_t device) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     deviceLocked(device);
 }
 
 void Recorder::channelsAsked(int32_t device) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     deviceLocked(device).channelsPending = true;
 }
 
 void Recorder::channels(int32_t device, const std::vector<std::string>& ids) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     Device& d = deviceLocked(device);
     d.served.channels = ids;
     d.channelsPending = false;
 }
 
 void Recorder::attributesAsked(int32_t device) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     deviceLocked(device).attributesPending = true;
 }
 
 void Recorder::attributes(int32_t device, const std::vector<std::string>& names,
                           const std::vector<base::Optional<std::string>>& values) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     Device& d = deviceLocked(device);
     d.attributesPending = false;
     for (size_t i = 0; i < names.size(); ++i) {
@@ -159,7 +159,7 @@ void Recorder::attributes(int32_t device, const std::vector<std::string>& names,
 }
 
 void Recorder::frequency(int32_t device, double requested, double answered) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     auto& answers = deviceLocked(device).served.frequencyAnswers;
     for (auto& answer : answers) {
         if (answer.first == requested) {
@@ -172,18 +172,18 @@ void Recorder::frequency(int32_t device, double requested, double answered) {
 
 void Recorder::channelsEnabled(int32_t device, bool enable, const std::vector<int32_t>& failed) {
     if (!enable) return;  // the library only enables; a failure to disable changes nothing seen
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     deviceLocked(device).failChannels.insert(failed.begin(), failed.end());
 }
 
 uint64_t Recorder::observerStarted(int32_t) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return ++mObservers;
 }
 
 void Recorder::sample(int32_t device, uint64_t observer,
                       const base::flat_map<int32_t, int64_t>& sample) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     if (mPaused) return;
     Device& d = deviceLocked(device);
     if (d.samples.size() != 0 && observer != d.lastObserver) {
@@ -201,7 +201,7 @@ description::TimelineEvent& Recorder::timelineEventLocked(description::TimelineA
 }
 
 void Recorder::observerError(int32_t device, int32_t type) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     if (mPaused) return;
     description::TimelineEvent& event =
         timelineEventLocked(description::TimelineAction::kObserverError);
@@ -210,14 +210,14 @@ void Recorder::observerError(int32_t device, int32_t type) {
 }
 
 void Recorder::deviceLost(int32_t device) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     deviceLocked(device).lost = true;
     if (mPaused) return;
     timelineEventLocked(description::TimelineAction::kCloseDevice).device = device;
 }
 
 void Recorder::serviceClosed(uint32_t reason, const std::string& description) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     if (mPaused) return;
     description::TimelineEvent& event =
         timelineEventLocked(description::TimelineAction::kCloseService);
@@ -226,7 +226,7 @@ void Recorder::serviceClosed(uint32_t reason, const std::string& description) {
 }
 
 description::HostConfig Recorder::description() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     description::HostConfig config;
     for (const auto& [id, d] : mDevices) {
         description::VirtualDevice device = d.served;

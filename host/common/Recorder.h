@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "base/containers/flat_map.h"
+#include "base/synchronization/lock.h"
 #include "base/time/time.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
 #include "host/common/HostConnection.h"
@@ -88,19 +88,20 @@ class Recorder {
         uint64_t lastObserver = 0;  // the observer of the last sample
     };
 
-    int64_t nowUsLocked() const;
-    Device& deviceLocked(int32_t id);
+    int64_t nowUsLocked() const REQUIRES(mLock);
+    Device& deviceLocked(int32_t id) REQUIRES(mLock);
     // Appends a timeline entry of `action` stamped now, for the caller to fill in.
-    description::TimelineEvent& timelineEventLocked(description::TimelineAction action);
+    description::TimelineEvent& timelineEventLocked(description::TimelineAction action)
+        REQUIRES(mLock);
 
-    mutable std::mutex mMutex;
+    mutable base::Lock mLock;
     const bool mTimestampsOnThisClock;
-    std::optional<base::TimeTicks> mStart;  // guarded by mMutex: the first interpose()
-    int64_t mStartBootTimeNs = 0;           // guarded by mMutex: mStart on the boot-time clock
-    std::map<int32_t, Device> mDevices;     // guarded by mMutex
-    std::vector<description::TimelineEvent> mTimeline;  // guarded by mMutex
-    uint64_t mObservers = 0;                            // guarded by mMutex: serials handed out
-    bool mPaused = false;                               // guarded by mMutex
+    std::optional<base::TimeTicks> mStart GUARDED_BY(mLock);  // the first interpose()
+    int64_t mStartBootTimeNs GUARDED_BY(mLock) = 0;           // mStart on the boot-time clock
+    std::map<int32_t, Device> mDevices GUARDED_BY(mLock);
+    std::vector<description::TimelineEvent> mTimeline GUARDED_BY(mLock);
+    uint64_t mObservers GUARDED_BY(mLock) = 0;  // serials handed out
+    bool mPaused GUARDED_BY(mLock) = false;
 };
 
 }  // namespace kelvane::host::common

@@ -4,15 +4,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
+#include "host/description/DescriptionNames.h"
 #include "host/description/JsonReader.h"
 
 namespace kelvane::host::description {
@@ -130,23 +133,22 @@ class Reader {
         return true;
     }
 
-    // One of `names`, as the index into them.
-    bool choice(const json& value, const std::string& path,
-                std::initializer_list<const char*> names, size_t* out) {
+    // One of the spellings in `names`, as its value.
+    template <typename Enum, size_t N>
+    bool choice(const json& value, const std::string& path, const Spelling<Enum> (&names)[N],
+                Enum* out) {
         std::string text;
         if (!string(value, path, &text)) return false;
-        size_t i = 0;
         std::string expected;
-        for (const char* name : names) {
-            if (text == name) {
-                *out = i;
+        for (size_t i = 0; i < N; ++i) {
+            if (text == names[i].name) {
+                *out = names[i].value;
                 return true;
             }
-            expected += std::string(i == 0                  ? ""
-                                    : i + 1 == names.size() ? " or "
-                                                            : ", ") +
-                        "\"" + name + "\"";
-            ++i;
+            expected += std::string(i == 0       ? ""
+                                    : i + 1 == N ? " or "
+                                                 : ", ") +
+                        "\"" + names[i].name + "\"";
         }
         return fail(path, "expected " + expected + ", got \"" + text + "\"");
     }
@@ -335,114 +337,96 @@ bool milliseconds(Reader& r, const json& value, const std::string& path,
     return true;
 }
 
+// One key of a JSON object: how its value is read into a T, and whether the key must be there.
+template <typename T>
+struct Field {
+    const char* key;
+    bool (*read)(Reader& r, const json& value, const std::string& path, T* out);
+    bool required;
+};
+
+// An object with no key but those of `fields`: each present key read by its field, in the
+// table's order.
+template <typename T, size_t N>
+bool readFields(Reader& r, const json& value, const std::string& path, const Field<T> (&fields)[N],
+                T* out) {
+    if (!value.is_object()) return r.fail(path, "expected an object");
+    for (const auto& item : value.items()) {
+        const bool known = std::any_of(std::begin(fields), std::end(fields),
+                                       [&](const Field<T>& f) { return item.key() == f.key; });
+        if (!known) return r.fail(path, "unknown key \"" + item.key() + "\"");
+    }
+    for (const Field<T>& field : fields) {
+        if (!value.contains(field.key)) {
+            if (field.required)
+                return r.fail(path, std::string("missing key \"") + field.key + "\"");
+            continue;
+        }
+        if (!field.read(r, value[field.key], child(path, field.key), out)) return false;
+    }
+    return true;
+}
+
+using F = StreamFaults;
+// clang-format off
+const Field<StreamFaults> kFaultFields[] = {
+    {"jitterUs", [](Reader& r, const json& v, const std::string& p, F* f) {
+         int64_t us = 0;
+         if (!r.integer(v, p, 0, 1000000000, &us)) return false;
+         f->jitter = std::chrono::microseconds(us);
+         return true; }, false},
+    {"dropEvery", [](Reader& r, const json& v, const std::string& p, F* f) {
+         int64_t every = 0;
+         if (!r.integer(v, p, 1, kInt32Max, &every)) return false;
+         f->dropEvery = static_cast<uint32_t>(every);
+         return true; }, false},
+    {"dropBurst", [](Reader& r, const json& v, const std::string& p, F* f) {
+         return r.object(v, p, {"fromMs", "forMs"}) && r.require(v, p, "fromMs") &&
+                r.require(v, p, "forMs") &&
+                milliseconds(r, v["fromMs"], child(p, "fromMs"), &f->dropFrom) &&
+                milliseconds(r, v["forMs"], child(p, "forMs"), &f->dropFor); }, false},
+    {"rateFactor", [](Reader& r, const json& v, const std::string& p, F* f) {
+         if (!r.number(v, p, &f->rateFactor)) return false;
+         return (f->rateFactor > 0.0 && std::isfinite(f->rateFactor)) ||
+                r.fail(p, "must be a positive number"); }, false},
+    {"timestampClock", [](Reader& r, const json& v, const std::string& p, F* f) {
+         return r.choice(v, p, kClockNames, &f->clock); }, false},
+    {"timestampOffsetMs", [](Reader& r, const json& v, const std::string& p, F* f) {
+         double ms = 0.0;
+         if (!r.number(v, p, &ms)) return false;
+         if (!(std::fabs(ms) <= 1e12)) {
+             return r.fail(p, "must be a number of milliseconds within +-10^12");
+         }
+         f->timestampOffset = std::chrono::microseconds(std::llround(ms * 1000.0));
+         return true; }, false},
+    {"stuck", [](Reader& r, const json& v, const std::string& p, F* f) {
+         return readChannelNumbers(r, v, p, -INFINITY, &f->stuck); }, false},
+    {"noise", [](Reader& r, const json& v, const std::string& p, F* f) {
+         return readChannelNumbers(r, v, p, 0.0, &f->noise); }, false},
+};
+// clang-format on
+
 bool readFaults(Reader& r, const json& value, const std::string& path, StreamFaults* out) {
-    if (!r.object(value, path,
-                  {"jitterUs", "dropEvery", "dropBurst", "rateFactor", "timestampClock",
-                   "timestampOffsetMs", "stuck", "noise"})) {
-        return false;
-    }
     StreamFaults faults;
-    int64_t number = 0;
-    if (value.contains("jitterUs")) {
-        if (!r.integer(value["jitterUs"], child(path, "jitterUs"), 0, 1000000000, &number)) {
-            return false;
-        }
-        faults.jitter = std::chrono::microseconds(number);
-    }
-    if (value.contains("dropEvery")) {
-        if (!r.integer(value["dropEvery"], child(path, "dropEvery"), 1, kInt32Max, &number)) {
-            return false;
-        }
-        faults.dropEvery = static_cast<uint32_t>(number);
-    }
-    if (value.contains("dropBurst")) {
-        const json& burst = value["dropBurst"];
-        const std::string burstPath = child(path, "dropBurst");
-        if (!r.object(burst, burstPath, {"fromMs", "forMs"}) ||
-            !r.require(burst, burstPath, "fromMs") || !r.require(burst, burstPath, "forMs") ||
-            !milliseconds(r, burst["fromMs"], child(burstPath, "fromMs"), &faults.dropFrom) ||
-            !milliseconds(r, burst["forMs"], child(burstPath, "forMs"), &faults.dropFor)) {
-            return false;
-        }
-    }
-    if (value.contains("rateFactor")) {
-        const std::string factorPath = child(path, "rateFactor");
-        if (!r.number(value["rateFactor"], factorPath, &faults.rateFactor)) return false;
-        if (!(faults.rateFactor > 0.0) || !std::isfinite(faults.rateFactor)) {
-            return r.fail(factorPath, "must be a positive number");
-        }
-    }
-    if (value.contains("timestampClock")) {
-        size_t which = 0;
-        if (!r.choice(value["timestampClock"], child(path, "timestampClock"),
-                      {"boottime", "realtime", "monotonic"}, &which)) {
-            return false;
-        }
-        constexpr TimestampClock kClocks[] = {TimestampClock::kBoottime, TimestampClock::kRealtime,
-                                              TimestampClock::kMonotonic};
-        faults.clock = kClocks[which];
-    }
-    if (value.contains("timestampOffsetMs")) {
-        const std::string offsetPath = child(path, "timestampOffsetMs");
-        double ms = 0.0;
-        if (!r.number(value["timestampOffsetMs"], offsetPath, &ms)) return false;
-        if (!(std::fabs(ms) <= 1e12)) {
-            return r.fail(offsetPath, "must be a number of milliseconds within +-10^12");
-        }
-        faults.timestampOffset = std::chrono::microseconds(std::llround(ms * 1000.0));
-    }
-    if (value.contains("stuck") &&
-        !readChannelNumbers(r, value["stuck"], child(path, "stuck"), -INFINITY, &faults.stuck)) {
-        return false;
-    }
-    if (value.contains("noise") &&
-        !readChannelNumbers(r, value["noise"], child(path, "noise"), 0.0, &faults.noise)) {
-        return false;
-    }
+    if (!readFields(r, value, path, kFaultFields, &faults)) return false;
     *out = std::move(faults);
     return true;
 }
 
-bool readDevice(Reader& r, const json& value, const std::string& path, VirtualDevice* out) {
-    if (!r.object(
-            value, path,
-            {"id", "types", "channels", "attributes", "samples", "timedSamples", "maxFrequency",
-             "frequencyAnswers", "failChannels", "stall", "closeAt", "replyDelayMs", "faults"}) ||
-        !r.require(value, path, "id") || !r.require(value, path, "types")) {
-        return false;
+bool readChannelIds(Reader& r, const json& value, const std::string& path,
+                    std::vector<std::string>* out) {
+    if (!r.array(value, path)) return false;
+    for (size_t i = 0; i < value.size(); ++i) {
+        std::string channel;
+        if (!r.string(value[i], child(path, i), &channel)) return false;
+        out->push_back(std::move(channel));
     }
-    VirtualDevice device;
-    if (!r.int32(value["id"], child(path, "id"), &device.id)) return false;
-    if (!r.int32List(value["types"], child(path, "types"), &device.types)) return false;
-    if (value.contains("channels")) {
-        const json& channels = value["channels"];
-        const std::string channelsPath = child(path, "channels");
-        if (!r.array(channels, channelsPath)) return false;
-        for (size_t i = 0; i < channels.size(); ++i) {
-            std::string channel;
-            if (!r.string(channels[i], child(channelsPath, i), &channel)) return false;
-            device.channels.push_back(std::move(channel));
-        }
-    }
-    if (value.contains("attributes") &&
-        !readAttributes(r, value["attributes"], child(path, "attributes"), &device.attributes)) {
-        return false;
-    }
-    if (value.contains("samples") &&
-        !readSamples(r, value["samples"], child(path, "samples"), &device.samples)) {
-        return false;
-    }
-    if (value.contains("timedSamples")) {
-        const std::string timedPath = child(path, "timedSamples");
-        if (value.contains("samples")) {
-            return r.fail(timedPath, "a device has samples or timedSamples, not both");
-        }
-        if (!readTimedSamples(r, value["timedSamples"], timedPath, &device.timedSamples)) {
-            return false;
-        }
-    }
-    // Sample columns and keys name channels by index: an index the device lacks would be a
-    // column the host never sends (a timestamp column lost, events stamped on arrival instead).
+    return true;
+}
+
+// Sample columns and keys name channels by index: an index the device lacks would be a column
+// the host never sends (a timestamp column lost, events stamped on arrival instead).
+bool checkSampleChannels(Reader& r, const std::string& path, const VirtualDevice& device) {
     const int64_t channelCount = static_cast<int64_t>(device.channels.size());
     const std::string known =
         channelCount == 0 ? "the device lists no channels"
@@ -465,52 +449,57 @@ bool readDevice(Reader& r, const json& value, const std::string& path, VirtualDe
             }
         }
     }
-    if (value.contains("frequencyAnswers") &&
-        !readFrequencyAnswers(r, value["frequencyAnswers"], child(path, "frequencyAnswers"),
-                              &device.frequencyAnswers)) {
-        return false;
+    return true;
+}
+
+using DeviceField = Field<VirtualDevice>;
+using D = VirtualDevice;
+// clang-format off
+const DeviceField kDeviceFields[] = {
+    {"id", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return r.int32(v, p, &d->id); }, true},
+    {"types", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return r.int32List(v, p, &d->types); }, true},
+    {"channels", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return readChannelIds(r, v, p, &d->channels); }, false},
+    {"attributes", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return readAttributes(r, v, p, &d->attributes); }, false},
+    {"samples", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return readSamples(r, v, p, &d->samples); }, false},
+    {"timedSamples", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return readTimedSamples(r, v, p, &d->timedSamples); }, false},
+    {"frequencyAnswers", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return readFrequencyAnswers(r, v, p, &d->frequencyAnswers); }, false},
+    {"maxFrequency", [](Reader& r, const json& v, const std::string& p, D* d) {
+         double hz = 0.0;
+         if (!r.number(v, p, &hz)) return false;
+         if (!(hz > 0.0) || !std::isfinite(hz)) return r.fail(p, "must be a positive number of Hz");
+         d->maxFrequency = hz;
+         return true; }, false},
+    {"failChannels", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return r.int32List(v, p, &d->failChannels); }, false},
+    {"stall", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return r.choice(v, p, kStallNames, &d->stall); }, false},
+    {"closeAt", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return r.choice(v, p, kCloseAtNames, &d->closeAt); }, false},
+    {"replyDelayMs", [](Reader& r, const json& v, const std::string& p, D* d) {
+         int64_t delay = 0;
+         if (!r.integer(v, p, 0, kInt32Max, &delay)) return false;
+         d->replyDelay = std::chrono::milliseconds(delay);
+         return true; }, false},
+    {"faults", [](Reader& r, const json& v, const std::string& p, D* d) {
+         return readFaults(r, v, p, &d->faults); }, false},
+};
+// clang-format on
+
+bool readDevice(Reader& r, const json& value, const std::string& path, VirtualDevice* out) {
+    if (value.is_object() && value.contains("samples") && value.contains("timedSamples")) {
+        return r.fail(child(path, "timedSamples"),
+                      "a device has samples or timedSamples, not both");
     }
-    if (value.contains("maxFrequency")) {
-        const std::string freqPath = child(path, "maxFrequency");
-        double frequency = 0.0;
-        if (!r.number(value["maxFrequency"], freqPath, &frequency)) return false;
-        if (!(frequency > 0.0) || !std::isfinite(frequency)) {
-            return r.fail(freqPath, "must be a positive number of Hz");
-        }
-        device.maxFrequency = frequency;
-    }
-    if (value.contains("failChannels") &&
-        !r.int32List(value["failChannels"], child(path, "failChannels"), &device.failChannels)) {
-        return false;
-    }
-    if (value.contains("stall")) {
-        size_t which = 0;
-        if (!r.choice(value["stall"], child(path, "stall"), {"device", "channels", "attributes"},
-                      &which)) {
-            return false;
-        }
-        constexpr Stall kStalls[] = {Stall::kDevice, Stall::kChannels, Stall::kAttributes};
-        device.stall = kStalls[which];
-    }
-    if (value.contains("closeAt")) {
-        size_t which = 0;
-        if (!r.choice(value["closeAt"], child(path, "closeAt"),
-                      {"getDevice", "channels", "attributes", "afterAttributes"}, &which)) {
-            return false;
-        }
-        constexpr CloseAt kCloses[] = {CloseAt::kOnGetDevice, CloseAt::kOnChannels,
-                                       CloseAt::kOnAttributes, CloseAt::kAfterAttributes};
-        device.closeAt = kCloses[which];
-    }
-    if (value.contains("replyDelayMs")) {
-        int64_t delay = 0;
-        if (!r.integer(value["replyDelayMs"], child(path, "replyDelayMs"), 0, kInt32Max, &delay)) {
-            return false;
-        }
-        device.replyDelay = std::chrono::milliseconds(delay);
-    }
-    if (value.contains("faults") &&
-        !readFaults(r, value["faults"], child(path, "faults"), &device.faults)) {
+    VirtualDevice device;
+    if (!readFields(r, value, path, kDeviceFields, &device) ||
+        !checkSampleChannels(r, path, device)) {
         return false;
     }
     *out = std::move(device);
@@ -521,16 +510,10 @@ bool readTimelineEvent(Reader& r, const json& value, const std::string& path,
                        const std::set<int32_t>& deviceIds, TimelineEvent* out) {
     if (!value.is_object()) return r.fail(path, "expected an object");
     if (!r.require(value, path, "atMs") || !r.require(value, path, "action")) return false;
-    size_t which = 0;
-    if (!r.choice(value["action"], child(path, "action"),
-                  {"observerError", "closeDevice", "closeService", "tabletMode"}, &which)) {
+    TimelineEvent event;
+    if (!r.choice(value["action"], child(path, "action"), kActionNames, &event.action)) {
         return false;
     }
-    TimelineEvent event;
-    constexpr TimelineAction kActions[] = {
-        TimelineAction::kObserverError, TimelineAction::kCloseDevice, TimelineAction::kCloseService,
-        TimelineAction::kTabletMode};
-    event.action = kActions[which];
     bool known = false;
     switch (event.action) {
         case TimelineAction::kObserverError:
@@ -690,11 +673,13 @@ bool parseHostDescription(const std::string& text, HostConfig* out, std::string*
 
 bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error,
                          size_t limit) {
+    const bool standardInput = path == "-";
     auto failed = [&](const std::string& what) {
-        *error = path + ": " + what;
+        *error = (standardInput ? "<stdin>" : path) + ": " + what;
         return false;
     };
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = standardInput ? ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                                 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return failed(std::string("cannot read: ") + std::strerror(errno));
     struct stat info = {};
     std::string reason;

@@ -18,9 +18,9 @@ bool parseHostDescription(const std::string& text, HostConfig* out, std::string*
 // hours. Larger files are refused before reading, endless ones (pipes, devices) at this size.
 constexpr size_t kMaxDescriptionBytes = size_t{512} << 20;
 
-// Reads and parses a file, in one pass over the text and without holding it. Errors are prefixed
-// with the path as given ("host.json: /devices/0: unknown key \"colour\"", "host.json: is a
-// directory, not a host description").
+// Reads and parses a file, "-" standard input, in one pass over the text and without holding it.
+// Errors are prefixed with the path as given, "<stdin>" for "-" ("host.json: /devices/0: unknown
+// key \"colour\"", "host.json: is a directory, not a host description").
 bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error,
                          size_t limit = kMaxDescriptionBytes);
 

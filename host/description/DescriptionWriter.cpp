@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "host/description/DescriptionNames.h"
+
 namespace kelvane::host::description {
 
 namespace {
@@ -28,50 +30,6 @@ std::string open(const json& object) {
     return text;
 }
 
-const char* stallName(Stall stall) {
-    switch (stall) {
-        case Stall::kDevice:
-            return "device";
-        case Stall::kChannels:
-            return "channels";
-        case Stall::kAttributes:
-            return "attributes";
-        case Stall::kNone:
-            break;
-    }
-    return nullptr;
-}
-
-const char* closeAtName(CloseAt closeAt) {
-    switch (closeAt) {
-        case CloseAt::kOnGetDevice:
-            return "getDevice";
-        case CloseAt::kOnChannels:
-            return "channels";
-        case CloseAt::kOnAttributes:
-            return "attributes";
-        case CloseAt::kAfterAttributes:
-            return "afterAttributes";
-        case CloseAt::kNever:
-            break;
-    }
-    return nullptr;
-}
-
-const char* actionName(TimelineAction action) {
-    switch (action) {
-        case TimelineAction::kObserverError:
-            return "observerError";
-        case TimelineAction::kCloseDevice:
-            return "closeDevice";
-        case TimelineAction::kCloseService:
-            return "closeService";
-        case TimelineAction::kTabletMode:
-            return "tabletMode";
-    }
-    return "";
-}
-
 // Everything of a device but its timed samples.
 json faultsJson(const StreamFaults& f) {
     json out = json::object();
@@ -82,8 +40,8 @@ json faultsJson(const StreamFaults& f) {
                             {"forMs", static_cast<double>(f.dropFor.count()) / 1000.0}};
     }
     if (f.rateFactor != 1.0) out["rateFactor"] = f.rateFactor;
-    if (f.clock == TimestampClock::kRealtime) out["timestampClock"] = "realtime";
-    if (f.clock == TimestampClock::kMonotonic) out["timestampClock"] = "monotonic";
+    if (f.clock != TimestampClock::kBoottime)
+        out["timestampClock"] = spellingOf(kClockNames, f.clock);
     if (f.timestampOffset.count() != 0) {
         out["timestampOffsetMs"] = static_cast<double>(f.timestampOffset.count()) / 1000.0;
     }
@@ -120,8 +78,8 @@ json deviceObject(const VirtualDevice& d) {
     }
     if (!answers.empty()) out["frequencyAnswers"] = std::move(answers);
     if (!d.failChannels.empty()) out["failChannels"] = d.failChannels;
-    if (const char* stall = stallName(d.stall)) out["stall"] = stall;
-    if (const char* closeAt = closeAtName(d.closeAt)) out["closeAt"] = closeAt;
+    if (const char* stall = spellingOf(kStallNames, d.stall)) out["stall"] = stall;
+    if (const char* closeAt = spellingOf(kCloseAtNames, d.closeAt)) out["closeAt"] = closeAt;
     if (d.replyDelay.count() != 0) out["replyDelayMs"] = d.replyDelay.count();
     if (d.faults.any()) out["faults"] = faultsJson(d.faults);
     return out;
@@ -157,7 +115,7 @@ json timelineObject(const TimelineEvent& e) {
     } else {
         out["atMs"] = static_cast<double>(us) / 1000.0;
     }
-    out["action"] = actionName(e.action);
+    out["action"] = spellingOf(kActionNames, e.action);
     switch (e.action) {
         case TimelineAction::kObserverError:
             out["device"] = e.device;

@@ -61,6 +61,9 @@ void EmulatedHost::pushSample(int32_t device, std::map<int32_t, int64_t> sample)
 void EmulatedHost::emitBurst(int32_t device, size_t count) {
     post(&EmulatedHost::doEmitBurst, device, count);
 }
+void EmulatedHost::setSentSampleProbe(SentSampleProbe probe) {
+    post(&EmulatedHost::doSetSentSampleProbe, std::move(probe));
+}
 void EmulatedHost::closeInstance() { postToConnection(&common::HostConnection::closeInstance); }
 void EmulatedHost::closeHalClient() { postToConnection(&common::HostConnection::closeHalClient); }
 void EmulatedHost::closeIioSensorHost() {
@@ -97,8 +100,8 @@ double EmulatedHost::frequency(int32_t device) const { return mLog.frequency(dev
 bool EmulatedHost::streaming(int32_t device) const { return mLog.streaming(device); }
 
 void EmulatedHost::bindService(mojom::SensorServiceRequest request) {
-    mServices.push_back(std::make_unique<EmulatedSensorService>(&mConfig, &mLog, mPlayback.get(),
-                                                                mRunner, std::move(request)));
+    mServices.push_back(std::make_unique<EmulatedSensorService>(
+        &mConfig, &mLog, mPlayback.get(), &mSentProbe, mRunner, std::move(request)));
     // The timeline and the recorded samples start once the client has set up its devices, so
     // that no entry races the handshake: entries at the same time run in the order given.
     mServices.back()->whenSetUp(
@@ -129,8 +132,7 @@ void EmulatedHost::runTimelineEvent(description::TimelineEvent event) {
     auto skipped = [this, &event](const std::string& action, const std::string& why) {
         const auto atMs = std::chrono::duration_cast<std::chrono::milliseconds>(event.at);
         mLog.add(common::HostEvent(common::HostEventKind::kTimelineNotApplied, event.device)
-                     .withValue(static_cast<double>(atMs.count()))
-                     .withDetail(action)
+                     .with(common::TimelineSkip{atMs.count(), action})
                      .withReason(why));
     };
     const std::string device = "device " + std::to_string(event.device);
@@ -148,6 +150,7 @@ void EmulatedHost::runTimelineEvent(description::TimelineEvent event) {
             forEachDevice(event.device, [&open](EmulatedSensorDevice&) { open = true; });
             if (!open) skipped("closeDevice", device + " is not open");
             doCloseDevice(event.device);
+            mPlayback->deviceClosed(event.device);
             break;
         }
         case description::TimelineAction::kCloseService:
@@ -174,6 +177,8 @@ void EmulatedHost::doPushSample(int32_t device, std::map<int32_t, int64_t> sampl
 void EmulatedHost::doEmitBurst(int32_t device, size_t count) {
     forEachDevice(device, [count](EmulatedSensorDevice& d) { d.emitBurst(count); });
 }
+
+void EmulatedHost::doSetSentSampleProbe(SentSampleProbe probe) { mSentProbe = std::move(probe); }
 
 void EmulatedHost::doCloseService(uint32_t reason, std::string description) {
     for (auto& service : mServices) service->close(reason, description);

@@ -17,6 +17,7 @@
 #include "host/common/HostBase.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/Playback.h"
+#include "host/emulated/SentSample.h"
 
 namespace kelvane::host::emulated {
 
@@ -43,6 +44,9 @@ class EmulatedHost : public common::HostBase {
     void sendObserverError(int32_t device, int32_t errorType);
     void pushSample(int32_t device, std::map<int32_t, int64_t> sample);
     void emitBurst(int32_t device, size_t count);
+    // Calls `probe` on the host thread for every sample the timer sends, once this call has
+    // reached that thread: set it before the streams it should see start. For measurements.
+    void setSentSampleProbe(SentSampleProbe probe);
 
     // Closing the host's ends on demand.
     void closeInstance();
@@ -74,6 +78,7 @@ class EmulatedHost : public common::HostBase {
     void doSendObserverError(int32_t device, int32_t errorType);
     void doPushSample(int32_t device, std::map<int32_t, int64_t> sample);
     void doEmitBurst(int32_t device, size_t count);
+    void doSetSentSampleProbe(SentSampleProbe probe);
     void doCloseService(uint32_t reason, std::string description);
     void doCloseDevice(int32_t device);
     void doCloseObserver(int32_t device);
@@ -88,9 +93,10 @@ class EmulatedHost : public common::HostBase {
     // Host thread only. They go after the teardown ran there.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
     std::unique_ptr<Playback> mPlayback;
-    size_t mTimelineRun = 0;   // entries run so far
-    bool mPlayedOut = false;   // every recorded sample sent
-    bool mReplayOver = false;  // kReplayOver logged
+    SentSampleProbe mSentProbe;  // the devices hold its address
+    size_t mTimelineRun = 0;     // entries run so far
+    bool mPlayedOut = false;     // every recorded sample sent
+    bool mReplayOver = false;    // kReplayOver logged
     // Last. The timeline's entries hold it; the teardown invalidates it.
     base::WeakPtrFactory<EmulatedHost> mWeak{this};
 };

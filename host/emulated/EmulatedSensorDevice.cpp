@@ -1,5 +1,6 @@
 #include "host/emulated/EmulatedSensorDevice.h"
 
+#include <sys/prctl.h>
 #include <utils/SystemClock.h>
 
 #include <algorithm>
@@ -24,23 +25,18 @@ constexpr uint64_t kMaxCatchUp = 10;
 // fastest the timer streams: a client asking for more still gets its answer, not a flood.
 constexpr double kFastestHz = 1000.0;
 
-std::string join(const std::vector<std::string>& items) {
-    std::string out;
-    for (size_t i = 0; i < items.size(); ++i) out += (i ? "," : "") + items[i];
-    return out;
-}
-
 }  // namespace
 
 EmulatedSensorDevice::EmulatedSensorDevice(const description::VirtualDevice& config, bool stream,
                                            common::HostEventLog* log,
                                            scoped_refptr<base::SingleThreadTaskRunner> runner,
-                                           Playback* playback)
+                                           Playback* playback, const SentSampleProbe* sentProbe)
     : mConfig(config),
       mStream(stream),
       mLog(log),
       mRunner(std::move(runner)),
       mPlayback(config.timedSamples ? playback : nullptr),
+      mSentProbe(sentProbe),
       mBinding(this),
       mGenerator(config),
       mEnabled(log, config.id) {}
@@ -72,8 +68,8 @@ void EmulatedSensorDevice::closeObserver() { stopReading(); }
 
 bool EmulatedSensorDevice::sendObserverError(int32_t errorType) {
     if (!mObserver) return false;
-    mLog->add(
-        common::HostEvent(common::HostEventKind::kObserverError, mConfig.id).withValue(errorType));
+    mLog->add(common::HostEvent(common::HostEventKind::kObserverError, mConfig.id)
+                  .with(common::ObserverError{errorType}));
     mObserver->OnErrorOccurred(static_cast<mojom::ObserverErrorType>(errorType));
     return true;
 }
@@ -97,8 +93,8 @@ void EmulatedSensorDevice::emitBurst(size_t count) {
     // before the first sample goes out, as send() counts each sample before sending it.
     const bool live = mObserver && !mObserver.encountered_error();
     if (live && count > 0)
-        mLog->add(
-            common::HostEvent(common::HostEventKind::kSamplesSent, mConfig.id).withValue(count));
+        mLog->add(common::HostEvent(common::HostEventKind::kSamplesSent, mConfig.id)
+                      .with(common::SampleCount{count}));
     for (size_t i = 0; i < count; ++i) {
         const SampleGenerator::Sample& sample =
             mGenerator.next(mEnabled.indices(), android::elapsedRealtimeNano());
@@ -107,7 +103,8 @@ void EmulatedSensorDevice::emitBurst(size_t count) {
 }
 
 void EmulatedSensorDevice::SetTimeout(uint32_t timeout) {
-    mLog->add(common::HostEvent(common::HostEventKind::kTimeoutSet, mConfig.id).withValue(timeout));
+    mLog->add(common::HostEvent(common::HostEventKind::kTimeoutSet, mConfig.id)
+                  .with(common::TimeoutMs{timeout}));
 }
 
 void EmulatedSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
@@ -131,7 +128,7 @@ void EmulatedSensorDevice::GetAttributes(const std::vector<std::string>& attr_na
                                          GetAttributesCallback callback) {
     mLog->add(common::HostEvent(common::HostEventKind::kStepAsked, mConfig.id)
                   .withStep(common::HostStep::kGetAttributes)
-                  .withDetail(join(attr_names)));
+                  .with(common::AttributeNames{attr_names}));
     if (mConfig.closeAt == description::CloseAt::kOnAttributes) {
         close();
         return;
@@ -197,8 +194,7 @@ void EmulatedSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio
                                                  const std::string& attr_name,
                                                  GetChannelsAttributesCallback callback) {
     mLog->add(common::HostEvent(common::HostEventKind::kChannelAttributeAsked, mConfig.id)
-                  .withChannels(iio_chn_indices)
-                  .withDetail(attr_name));
+                  .with(common::ChannelAttribute{iio_chn_indices, attr_name}));
     // Virtual channels carry no attributes of their own.
     std::move(callback).Run(
         std::vector<base::Optional<std::string>>(iio_chn_indices.size(), base::nullopt));
@@ -214,11 +210,11 @@ double EmulatedSensorDevice::answerFrequency(double requested) const {
 }
 
 void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
-    mLog->add(
-        common::HostEvent(common::HostEventKind::kFrequencyAsked, mConfig.id).withValue(frequency));
+    mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAsked, mConfig.id)
+                  .with(common::Rate{frequency}));
     mFrequency = answerFrequency(frequency);
     mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAnswered, mConfig.id)
-                  .withValue(mFrequency));
+                  .with(common::Rate{mFrequency}));
     if (mReading && mStream && mPlayback == nullptr) {
         if (mFrequency > 0.0) {
             startTimer();
@@ -282,6 +278,9 @@ void EmulatedSensorDevice::stopReading() {
 }
 
 void EmulatedSensorDevice::startTimer() {
+    // A device samples when it is due: the thread's timed waits end on time rather than up to
+    // the default 50 us of timer slack later, which every sample would carry as lateness.
+    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     mTicks.InvalidateWeakPtrs();
     mStreamRate = std::min(mFrequency, kFastestHz) * mConfig.faults.rateFactor;
     mStreamStart = base::TimeTicks::Now();
@@ -310,7 +309,8 @@ void EmulatedSensorDevice::onTick() {
         const int64_t takenNs =
             mStreamStartNs +
             static_cast<int64_t>(static_cast<double>(mNextIndex) * 1e9 / mStreamRate);
-        send(mGenerator.next(mEnabled.indices(), std::min(takenNs, nowNs)));
+        const int64_t timestampNs = std::min(takenNs, nowNs);
+        send(mGenerator.next(mEnabled.indices(), timestampNs), timestampNs);
     }
     scheduleTick();
 }
@@ -323,10 +323,13 @@ bool EmulatedSensorDevice::dropped(uint64_t index) const {
     return dueUs >= fromUs && dueUs < fromUs + static_cast<double>(f.dropFor.count());
 }
 
-void EmulatedSensorDevice::send(const SampleGenerator::Sample& sample) {
+void EmulatedSensorDevice::send(const SampleGenerator::Sample& sample, int64_t timerTimestampNs) {
     if (!mObserver || mObserver.encountered_error()) return;
     // Counted first, so a client that has a sample always finds it counted.
-    mLog->add(common::HostEvent(common::HostEventKind::kSamplesSent, mConfig.id).withValue(1));
+    mLog->add(common::HostEvent(common::HostEventKind::kSamplesSent, mConfig.id)
+                  .with(common::SampleCount{1}));
+    if (timerTimestampNs >= 0 && *mSentProbe)
+        (*mSentProbe)(SentSample{mConfig.id, timerTimestampNs, android::elapsedRealtimeNano()});
     mObserver->OnSampleUpdated(sample);
 }
 

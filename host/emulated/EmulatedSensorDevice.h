@@ -18,6 +18,7 @@
 #include "host/common/HostEventLog.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/SampleGenerator.h"
+#include "host/emulated/SentSample.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
 namespace kelvane::host::emulated {
@@ -29,10 +30,12 @@ class Playback;
 class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice {
   public:
     // `playback` (owned by the host, outliving every device) plays the device's recorded
-    // samples; it is told when this endpoint starts reading.
+    // samples; it is told when this endpoint starts reading. `sentProbe` (owned by the host too)
+    // is called for every sample the timer sends, when set.
     EmulatedSensorDevice(const description::VirtualDevice& config, bool stream,
                          common::HostEventLog* log,
-                         scoped_refptr<base::SingleThreadTaskRunner> runner, Playback* playback);
+                         scoped_refptr<base::SingleThreadTaskRunner> runner, Playback* playback,
+                         const SentSampleProbe* sentProbe);
     ~EmulatedSensorDevice() override;
     EmulatedSensorDevice(const EmulatedSensorDevice&) = delete;
     EmulatedSensorDevice& operator=(const EmulatedSensorDevice&) = delete;
@@ -95,13 +98,16 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice {
     void onTick();
     // Whether sample `index` of the stream is one the faults drop.
     bool dropped(uint64_t index) const;
-    void send(const SampleGenerator::Sample& sample);
+    // `timerTimestampNs`: the timestamp of a sample of the timer's stream, for the sent-sample
+    // probe; -1 for any other sample.
+    void send(const SampleGenerator::Sample& sample, int64_t timerTimestampNs = -1);
 
     const description::VirtualDevice mConfig;
     const bool mStream;
     common::HostEventLog* const mLog;  // owned by the host, outlives every device
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     Playback* const mPlayback;  // null when the device has no recorded samples
+    const SentSampleProbe* const mSentProbe;
 
     mojo::Binding<chromeos::sensors::mojom::SensorDevice> mBinding;
     chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;

@@ -23,11 +23,13 @@ bool clientOpens(const description::HostConfig& config, const description::Virtu
 
 EmulatedSensorService::EmulatedSensorService(const description::HostConfig* config,
                                              common::HostEventLog* log, Playback* playback,
+                                             const SentSampleProbe* sentProbe,
                                              scoped_refptr<base::SingleThreadTaskRunner> runner,
                                              mojom::SensorServiceRequest request)
     : common::HostSensorService(log, std::move(request)),
       mConfig(config),
       mPlayback(playback),
+      mSentProbe(sentProbe),
       mRunner(std::move(runner)) {}
 
 EmulatedSensorService::~EmulatedSensorService() = default;
@@ -36,8 +38,7 @@ void EmulatedSensorService::close(uint32_t reason, const std::string& descriptio
     if (!mBinding.is_bound()) return;
     mLog->add(common::HostEvent(common::HostEventKind::kClosedByHost)
                   .withPipe(common::HostPipe::kSensorService)
-                  .withValue(reason)
-                  .withDetail(description));
+                  .with(common::ServiceClosed{reason, description}));
     mBinding.CloseWithReason(reason, description);
     setUpEnded();
 }
@@ -101,8 +102,8 @@ void EmulatedSensorService::GetDevice(int32_t iio_device_id,
         deviceSetUp(iio_device_id);
         return;
     }
-    auto device =
-        std::make_unique<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner, mPlayback);
+    auto device = std::make_unique<EmulatedSensorDevice>(*config, mConfig->stream, mLog, mRunner,
+                                                         mPlayback, mSentProbe);
     device->whenSetUp(
         base::BindOnce(&EmulatedSensorService::deviceSetUp, base::Unretained(this), iio_device_id));
     device->bind(std::move(device_request));

@@ -22,9 +22,10 @@ namespace kelvane::host::emulated {
 // Lives on the host thread: created, called and destroyed there.
 class EmulatedSensorService : public common::HostSensorService {
   public:
-    // `config`, `log` and `playback` belong to the host and outlive the service.
+    // `config`, `log`, `playback` and `sentProbe` belong to the host and outlive the service.
     EmulatedSensorService(const description::HostConfig* config, common::HostEventLog* log,
-                          Playback* playback, scoped_refptr<base::SingleThreadTaskRunner> runner,
+                          Playback* playback, const SentSampleProbe* sentProbe,
+                          scoped_refptr<base::SingleThreadTaskRunner> runner,
                           chromeos::sensors::mojom::SensorServiceRequest request);
     ~EmulatedSensorService() override;
     EmulatedSensorService(const EmulatedSensorService&) = delete;
@@ -55,6 +56,7 @@ class EmulatedSensorService : public common::HostSensorService {
 
     const description::HostConfig* const mConfig;
     Playback* const mPlayback;
+    const SentSampleProbe* const mSentProbe;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;
     std::vector<std::unique_ptr<EmulatedSensorDevice>> mDevices;
     // GetDevice requests of stalled devices: held open, never bound.

@@ -47,6 +47,16 @@ void Playback::wake() {
     if (mStarted && !mStopped) post(base::TimeDelta());
 }
 
+void Playback::deviceClosed(int32_t device) {
+    for (Track& track : mTracks) {
+        if (track.device != device || track.done()) continue;
+        const std::vector<size_t>& restarts = track.samples->restarts;
+        const auto next = std::upper_bound(restarts.begin(), restarts.end(), track.next);
+        track.next = next == restarts.end() ? track.samples->size() : *next;
+    }
+    wake();
+}
+
 void Playback::stop() {
     mStopped = true;
     mWeak.InvalidateWeakPtrs();  // the planned step, if any, does nothing

@@ -49,6 +49,9 @@ class Playback {
     void start();
     // A device started reading: sends what is due for it and plans the next step.
     void wake();
+    // The host closed `device`: the samples it still held for the endpoint that is gone are
+    // dropped, up to its next restart (the recorded client opened it again), or all of them.
+    void deviceClosed(int32_t device);
     // Nothing is sent any more.
     void stop();
 

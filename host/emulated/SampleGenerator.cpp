@@ -8,26 +8,39 @@
 #include <cstdlib>
 #include <string>
 
+#include "hardware/sensors/mojom/sensor_kinds.h"
+
 namespace kelvane::host::emulated {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-bool startsWith(const std::string& s, const char* prefix) { return s.rfind(prefix, 0) == 0; }
+// How the values of a kind's axes move, in the kind's unit: base + amplitude * sin(...), with a
+// period of periodS + periodPerAxisS * axis seconds.
+struct Motion {
+    sensors::DeviceType type;
+    double base[3];
+    double amplitude[3];
+    double periodS;
+    double periodPerAxisS;
+};
+constexpr Motion kMotions[] = {
+    // A device lying flat, gently shaken.
+    {sensors::DeviceType::ACCEL, {0.0, 0.0, 9.8}, {0.3, 0.3, 0.15}, 2.0, 0.9},
+    {sensors::DeviceType::ANGLVEL, {0.0, 0.0, 0.0}, {0.05, 0.05, 0.05}, 2.0, 0.9},
+    // Between 100 and 1000 lux.
+    {sensors::DeviceType::LIGHT, {550.0, 0.0, 0.0}, {450.0, 0.0, 0.0}, 20.0, 0.0},
+    // The earth's field, about 43 µT in total (25 to 65 on the earth's surface), slowly turning.
+    {sensors::DeviceType::MAGN, {20.0, -15.0, -35.0}, {3.0, 3.0, 3.0}, 7.0, 1.0},
+    // A slowly tilting device.
+    {sensors::DeviceType::GRAVITY, {0.0, 0.0, 9.75}, {1.0, 0.5, 0.05}, 5.0, 1.0},
+};
 
-// 0, 1, 2 for the "_x", "_y", "_z" suffixes; -1 otherwise.
-int axisOf(const std::string& channel) {
-    if (channel.size() < 2 || channel[channel.size() - 2] != '_') return -1;
-    switch (channel.back()) {
-        case 'x':
-            return 0;
-        case 'y':
-            return 1;
-        case 'z':
-            return 2;
-        default:
-            return -1;
+const Motion* motionOf(const sensors::SensorKind& kind) {
+    for (const Motion& motion : kMotions) {
+        if (motion.type == kind.deviceType) return &motion;
     }
+    return nullptr;
 }
 
 // The device's "scale" attribute when it is a usable number, else 1.
@@ -76,35 +89,19 @@ SampleGenerator::SampleGenerator(const description::VirtualDevice& device)
 
 SampleGenerator::Wave SampleGenerator::waveFor(const std::string& channel, size_t index) {
     Wave w;
-    const int axis = axisOf(channel);
-    const double a = axis < 0 ? 0.0 : static_cast<double>(axis);
-    w.period = 2.0 + 0.9 * a;
+    size_t axis = 0;
+    const sensors::SensorKind* kind = sensors::kindOfChannel(channel, &axis);
+    const Motion* motion = kind != nullptr ? motionOf(*kind) : nullptr;
+    const double a = static_cast<double>(axis);
     w.phase = 1.3 * a;
     if (channel == "timestamp") {
         w.timestamp = true;
-    } else if (startsWith(channel, "accel")) {
-        // m/s^2: a device lying flat, gently shaken.
-        w.base = axis == 2 ? 9.8 : 0.0;
-        w.amplitude = axis == 2 ? 0.15 : 0.3;
-    } else if (startsWith(channel, "anglvel")) {
-        w.amplitude = 0.05;  // rad/s
-    } else if (startsWith(channel, "magn")) {
-        // µT, the unit Android reports: the earth's field, about 43 µT in total (25 to 65 on
-        // the earth's surface), slowly turning.
-        static constexpr double kField[3] = {20.0, -15.0, -35.0};
-        w.base = axis < 0 ? 30.0 : kField[axis];
-        w.amplitude = 3.0;
-        w.period = 7.0 + a;
-    } else if (startsWith(channel, "gravity")) {
-        // m/s^2: a slowly tilting device.
-        w.base = axis == 2 ? 9.75 : 0.0;
-        w.amplitude = axis == 2 ? 0.05 : (axis == 0 ? 1.0 : 0.5);
-        w.period = 5.0 + a;
-    } else if (startsWith(channel, "illuminance")) {
-        w.base = 550.0;  // lux, between 100 and 1000
-        w.amplitude = 450.0;
-        w.period = 20.0;
+    } else if (motion != nullptr) {
+        w.base = motion->base[axis];
+        w.amplitude = motion->amplitude[axis];
+        w.period = motion->periodS + motion->periodPerAxisS * a;
     } else {
+        w.period = 2.0;
         w.amplitude = 100.0;
         w.phase = static_cast<double>(index);
     }

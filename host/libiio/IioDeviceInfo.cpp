@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "hardware/sensors/mojom/sensor_kinds.h"
 #include "host/libiio/IioNumbers.h"
 
 namespace kelvane::host::iio {
@@ -14,13 +15,18 @@ namespace {
 constexpr char kDevicePrefix[] = "iio:device";
 constexpr size_t kAttributeSize = 4096;
 
+using sensors::DeviceType;
+
+// libiio's channel type of each served kind's value channels. Ascending DeviceType: the order
+// of deviceTypes().
 struct Kind {
     iio_chan_type type;
-    int32_t code;
+    DeviceType deviceType;
 };
-// Ascending code order: the order of deviceTypes().
 constexpr Kind kKinds[] = {
-    {IIO_ACCEL, 1}, {IIO_ANGL_VEL, 2}, {IIO_LIGHT, 3}, {IIO_MAGN, 5}, {IIO_GRAVITY, 11},
+    {IIO_ACCEL, DeviceType::ACCEL},     {IIO_ANGL_VEL, DeviceType::ANGLVEL},
+    {IIO_LIGHT, DeviceType::LIGHT},     {IIO_MAGN, DeviceType::MAGN},
+    {IIO_GRAVITY, DeviceType::GRAVITY},
 };
 
 std::optional<std::string> attributeText(ssize_t length, const char* text) {
@@ -67,7 +73,7 @@ std::vector<int32_t> deviceTypes(const iio_device* device) {
     for (const Kind& kind : kKinds) {
         for (const iio_channel* channel : inputChannels(device)) {
             if (isValueChannel(channel, kind.type)) {
-                types.push_back(kind.code);
+                types.push_back(static_cast<int32_t>(kind.deviceType));
                 break;
             }
         }
@@ -133,8 +139,9 @@ ScaleChoice chooseScale(const iio_device* device) {
     ScaleChoice choice;
     const std::vector<int32_t> types = deviceTypes(device);
     if (types.empty()) return choice;
-    const Kind kind = *std::find_if(std::begin(kKinds), std::end(kKinds),
-                                    [&](const Kind& k) { return k.code == types.front(); });
+    const Kind kind = *std::find_if(std::begin(kKinds), std::end(kKinds), [&](const Kind& k) {
+        return static_cast<int32_t>(k.deviceType) == types.front();
+    });
     std::vector<std::pair<std::string, double>> scales;
     for (const iio_channel* channel : inputChannels(device)) {
         if (!isValueChannel(channel, kind.type)) continue;
@@ -150,8 +157,8 @@ ScaleChoice chooseScale(const iio_device* device) {
                 (choice.disagreement.empty() ? "" : ", ") + id + " " + formatNumber(scale);
         }
     }
-    // Gauss to microtesla.
-    if (kind.type == IIO_MAGN) choice.scale *= 100.0;
+    // IIO's unit to Android's (Gauss to microtesla, say).
+    choice.scale *= sensors::kindOf(kind.deviceType)->iioToAndroid;
     return choice;
 }
 

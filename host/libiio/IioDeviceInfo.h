@@ -1,9 +1,9 @@
 // What one libiio device is in the host's terms: its id, its device-type codes, its channel list
 // and the attributes the host answers with. Reads the device through libiio; no state.
 //
-// Device-type codes follow the kinds of the device's input channels, in ascending code order:
-// accel 1, anglvel 2, illuminance 3, magn 5, gravity 11. A client that takes the first code
-// therefore sees an IMU with accel and anglvel channels as an accelerometer.
+// Device types follow the kinds of the device's input channels (the sensor kinds this system
+// serves), in ascending DeviceType. A client that takes the first type therefore sees an IMU
+// with accel and anglvel channels as an accelerometer.
 #pragma once
 
 #include <iio.h>

@@ -63,7 +63,7 @@ bool LibiioSensorDevice::validIndex(int32_t index) const {
 void LibiioSensorDevice::SetTimeout(uint32_t timeout) {
     // libiio keeps one time-out per context: the last device to set one sets it for all.
     common::HostEvent event =
-        common::HostEvent(common::HostEventKind::kTimeoutSet, mId).withValue(timeout);
+        common::HostEvent(common::HostEventKind::kTimeoutSet, mId).with(common::TimeoutMs{timeout});
     if (const int error = iio_context_set_timeout(mContext, timeout); error < 0) {
         event.withReason(errnoText(-error));
     }
@@ -72,11 +72,9 @@ void LibiioSensorDevice::SetTimeout(uint32_t timeout) {
 
 void LibiioSensorDevice::GetAttributes(const std::vector<std::string>& attr_names,
                                        GetAttributesCallback callback) {
-    std::string names;
-    for (const std::string& attr : attr_names) names += (names.empty() ? "" : ",") + attr;
     mLog->add(common::HostEvent(common::HostEventKind::kStepAsked, mId)
                   .withStep(common::HostStep::kGetAttributes)
-                  .withDetail(names));
+                  .with(common::AttributeNames{attr_names}));
     // A device gone since it was opened has nothing to answer with: its pipe is closed.
     if (const int error = deviceReadError(mDevice)) {
         mLog->add(common::HostEvent(common::HostEventKind::kStepFailed, mId)
@@ -128,10 +126,11 @@ double LibiioSensorDevice::applyFrequency(double requested) {
 }
 
 void LibiioSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
-    mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAsked, mId).withValue(frequency));
+    mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAsked, mId)
+                  .with(common::Rate{frequency}));
     mFrequency = applyFrequency(frequency);
-    mLog->add(
-        common::HostEvent(common::HostEventKind::kFrequencyAnswered, mId).withValue(mFrequency));
+    mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAnswered, mId)
+                  .with(common::Rate{mFrequency}));
     // A new rate takes effect with a new buffer or poll period.
     if (mReader) startReader();
     std::move(callback).Run(mFrequency);
@@ -219,7 +218,7 @@ void LibiioSensorDevice::close() {
 
 void LibiioSensorDevice::observerError(mojom::ObserverErrorType type, std::string reason) {
     mLog->add(common::HostEvent(common::HostEventKind::kObserverError, mId)
-                  .withValue(static_cast<int32_t>(type))
+                  .with(common::ObserverError{static_cast<int32_t>(type)})
                   .withReason(std::move(reason)));
     mObserver->OnErrorOccurred(type);
 }
@@ -227,7 +226,7 @@ void LibiioSensorDevice::observerError(mojom::ObserverErrorType type, std::strin
 void LibiioSensorDevice::onSamples(std::vector<Sample> samples) {
     if (!mReader || !mObserver || mObserver.encountered_error()) return;
     mLog->add(common::HostEvent(common::HostEventKind::kSamplesSent, mId)
-                  .withValue(static_cast<double>(samples.size())));
+                  .with(common::SampleCount{samples.size()}));
     for (const Sample& sample : samples) mObserver->OnSampleUpdated(sample);
 }
 
@@ -270,8 +269,7 @@ void LibiioSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_c
                                                const std::string& attr_name,
                                                GetChannelsAttributesCallback callback) {
     mLog->add(common::HostEvent(common::HostEventKind::kChannelAttributeAsked, mId)
-                  .withChannels(iio_chn_indices)
-                  .withDetail(attr_name));
+                  .with(common::ChannelAttribute{iio_chn_indices, attr_name}));
     std::vector<base::Optional<std::string>> values;
     for (int32_t index : iio_chn_indices) {
         std::optional<std::string> value;

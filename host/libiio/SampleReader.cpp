@@ -102,9 +102,9 @@ std::unique_ptr<SampleReader> SampleReader::startPolled(const iio_device* device
 SampleReader::~SampleReader() {
     {
         // Under the lock: the reader thread may be putting a new buffer in place.
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock hold(mLock);
         mStop.store(true, std::memory_order_release);
-        mWake.notify_all();
+        mWake.Broadcast();
         if (mBuffer != nullptr) iio_buffer_cancel(mBuffer);
     }
     if (mThread.joinable()) mThread.join();
@@ -112,7 +112,7 @@ SampleReader::~SampleReader() {
 }
 
 bool SampleReader::reopenBuffer(int* error) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock hold(mLock);
     if (stopping()) return true;  // the read loop ends at its next look
     iio_buffer_destroy(mBuffer);
     errno = 0;
@@ -222,8 +222,10 @@ void SampleReader::poll(double hz) {
         // Due times stay on the grid of the period, unless reading fell a period behind.
         due += period;
         if (due < Clock::now()) due = Clock::now() + period;
-        std::unique_lock<std::mutex> lock(mMutex);
-        mWake.wait_until(lock, due, [this] { return stopping(); });
+        base::AutoLock hold(mLock);
+        while (!stopping()) {
+            if (!mWake.WaitUntil(due)) break;
+        }
     }
 }
 

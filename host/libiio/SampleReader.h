@@ -6,16 +6,16 @@
 #include <iio.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "base/containers/flat_map.h"
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 
 namespace kelvane::host::iio {
 
@@ -71,14 +71,14 @@ class SampleReader {
     const Deliver mDeliver;
     const Fail mFail;
     // Set before the thread starts and destroyed after it ends; replaced by the thread under
-    // mMutex, where the destructor cancels it.
+    // mLock, where the destructor cancels it (so the thread reads it without the lock).
     iio_buffer* mBuffer = nullptr;
     size_t mScansPerRead = 0;
     bool mServedByIiod = false;  // the context reads through iiod, which closes a timed-out device
 
     std::atomic<bool> mStop{false};
-    std::mutex mMutex;  // with mWake: wakes a polling thread at stop
-    std::condition_variable mWake;
+    base::Lock mLock;  // with mWake: wakes a polling thread at stop
+    base::ConditionVariable mWake{&mLock};
     std::atomic<uint64_t> mReads{0};
     std::atomic<uint64_t> mSamples{0};
     std::thread mThread;  // last: starts after everything above is set

@@ -1,12 +1,12 @@
 #include "vel/VelBridgeSupport.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "base/bind.h"
 #include "base/location.h"
+#include "base/synchronization/lock.h"
 #include "vel/VelHostRegistry.h"
 
 namespace vel {
@@ -46,27 +46,30 @@ class Registry {
     }
 
     // Mojo thread.
-    void submit(Request request) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        if (!mConnect) {
-            // Requests whose bridge went away while no host was there are dropped, so that a
-            // process that keeps creating bridges without a host does not grow this list.
-            mWaiting.erase(std::remove_if(mWaiting.begin(), mWaiting.end(),
-                                          [](const Request& r) { return r.state.expired(); }),
-                           mWaiting.end());
-            mWaiting.push_back(std::move(request));
-            return;
+    void submit(Request request) EXCLUDES(mLock) {
+        uint32_t version;
+        VelHostRegistry::Connector connect;
+        {
+            base::AutoLock hold(mLock);
+            if (!mConnect) {
+                // Requests whose bridge went away while no host was there are dropped, so that
+                // a process that keeps creating bridges without a host does not grow this list.
+                mWaiting.erase(std::remove_if(mWaiting.begin(), mWaiting.end(),
+                                              [](const Request& r) { return r.state.expired(); }),
+                               mWaiting.end());
+                mWaiting.push_back(std::move(request));
+                return;
+            }
+            version = mVersion;
+            connect = mConnect;
         }
-        uint32_t version = mVersion;
-        VelHostRegistry::Connector connect = mConnect;
-        lock.unlock();
         serve(request, version, connect);
     }
 
-    void registerHost(uint32_t version, VelHostRegistry::Connector connect) {
+    void registerHost(uint32_t version, VelHostRegistry::Connector connect) EXCLUDES(mLock) {
         std::vector<Request> waiting;
         {
-            std::lock_guard<std::mutex> lock(mMutex);
+            base::AutoLock hold(mLock);
             mVersion = version;
             mConnect = connect;
             waiting.swap(mWaiting);
@@ -81,16 +84,16 @@ class Registry {
                            std::move(waiting), version, std::move(connect)));
     }
 
-    void unregisterHost() {
-        std::lock_guard<std::mutex> lock(mMutex);
+    void unregisterHost() EXCLUDES(mLock) {
+        base::AutoLock hold(mLock);
         mConnect.Reset();
     }
 
   private:
-    std::mutex mMutex;
-    uint32_t mVersion = 0;                // guarded by mMutex
-    VelHostRegistry::Connector mConnect;  // guarded by mMutex; null while no host is registered
-    std::vector<Request> mWaiting;        // guarded by mMutex
+    base::Lock mLock;
+    uint32_t mVersion GUARDED_BY(mLock) = 0;
+    VelHostRegistry::Connector mConnect GUARDED_BY(mLock);  // null while no host is registered
+    std::vector<Request> mWaiting GUARDED_BY(mLock);
 };
 
 }  // namespace

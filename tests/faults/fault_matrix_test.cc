@@ -29,7 +29,9 @@ HostEventPattern step(Kind kind, HostStep which, int32_t device = kAccel) {
 
 // The library enabling every channel of the accelerometer.
 const HostEventPattern kAccelEnabled =
-    HostEventPattern(Kind::kChannelsEnabled, kAccel).withValue(1);
+    HostEventPattern(Kind::kChannelsEnabled, kAccel).where([](const HostEvent& e) {
+        return e.as<ChannelsSwitched>() != nullptr && e.as<ChannelsSwitched>()->enable;
+    });
 const HostEventPattern kAccelTimeout = {Kind::kTimeoutSet, kAccel};
 
 // Every sample event the library posts, from the Mojo thread.

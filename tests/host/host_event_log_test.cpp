@@ -16,12 +16,12 @@ using Kind = HostEventKind;
 
 TEST(HostEventLogTest, DevicesAddUpTheirSamplesRatesAndStreams) {
     HostEventLog log;
-    log.add(HostEvent(Kind::kFrequencyAsked, 3).withValue(400));
-    log.add(HostEvent(Kind::kFrequencyAnswered, 3).withValue(200));
+    log.add(HostEvent(Kind::kFrequencyAsked, 3).with(Rate{400}));
+    log.add(HostEvent(Kind::kFrequencyAnswered, 3).with(Rate{200}));
     log.add(HostEvent(Kind::kStreamStarted, 3));
     log.add(HostEvent(Kind::kStreamStarted, 3));  // a second endpoint of the same device
     log.add(HostEvent(Kind::kStreamStopped, 3));
-    log.add(HostEvent(Kind::kSamplesSent, 3).withValue(5));
+    log.add(HostEvent(Kind::kSamplesSent, 3).with(SampleCount{5}));
     EXPECT_EQ(log.frequency(3), 200.0);
     EXPECT_TRUE(log.streaming(3));
     EXPECT_EQ(log.samplesSent(3), 5u);
@@ -36,22 +36,22 @@ TEST(HostEventLogTest, DevicesAddUpTheirSamplesRatesAndStreams) {
 TEST(HostEventLogTest, SamplesBetweenOtherEventsAreOneEventEach) {
     HostEventLog log;
     for (int i = 0; i < 100; ++i) {
-        log.add(HostEvent(Kind::kSamplesSent, 0).withValue(1));
-        log.add(HostEvent(Kind::kSamplesSent, 1).withValue(2));
+        log.add(HostEvent(Kind::kSamplesSent, 0).with(SampleCount{1}));
+        log.add(HostEvent(Kind::kSamplesSent, 1).with(SampleCount{2}));
     }
-    log.add(HostEvent(Kind::kObserverError, 0).withValue(5));
-    log.add(HostEvent(Kind::kSamplesSent, 0).withValue(1));
+    log.add(HostEvent(Kind::kObserverError, 0).with(ObserverError{5}));
+    log.add(HostEvent(Kind::kSamplesSent, 0).with(SampleCount{1}));
     const std::vector<HostEvent> events = log.events();
     ASSERT_EQ(events.size(), 4u);
-    EXPECT_EQ(events[0].value, 100.0);
-    EXPECT_EQ(events[1].value, 200.0);
+    EXPECT_EQ(events[0].payload, HostEventPayload(SampleCount{100}));
+    EXPECT_EQ(events[1].payload, HostEventPayload(SampleCount{200}));
     EXPECT_EQ(events[2].kind, Kind::kObserverError);
-    EXPECT_EQ(events[3].value, 1.0);  // after the error: a new run
+    EXPECT_EQ(events[3].payload, HostEventPayload(SampleCount{1}));  // after the error: a new run
     EXPECT_EQ(log.samplesSent(0), 101u);
     EXPECT_EQ(log.events(3).size(), 1u);
     EXPECT_TRUE(log.events(9).empty());
     EXPECT_EQ(log.count({Kind::kSamplesSent, 0}), 2u);
-    EXPECT_EQ(log.count(HostEventPattern(Kind::kObserverError).withValue(6)), 0u);
+    EXPECT_EQ(log.count(HostEventPattern(Kind::kObserverError).with(ObserverError{6})), 0u);
 }
 
 TEST(HostEventLogTest, WaitingSeesEventsFromOtherThreads) {
@@ -74,7 +74,7 @@ TEST(HostEventTextTest, EventsReadAsTheCallsTheyStandFor) {
          "SensorService.GetDevice 3"},
         {HostEvent(Kind::kStepAsked, 3)
              .withStep(HostStep::kGetAttributes)
-             .withDetail("name,scale,location"),
+             .with(AttributeNames{{"name", "scale", "location"}}),
          "SensorDevice[3].GetAttributes name,scale,location"},
         {HostEvent(Kind::kStepAnswered, 3).withStep(HostStep::kGetAllChannelIds),
          "SensorDevice[3].GetAllChannelIds reply"},
@@ -83,24 +83,22 @@ TEST(HostEventTextTest, EventsReadAsTheCallsTheyStandFor) {
              .withReason("cannot open the device: No such file or directory (2)"),
          "SensorService.GetDevice 1 failed: cannot open the device: No such file or directory "
          "(2)"},
-        {HostEvent(Kind::kFrequencyAsked, 3).withValue(HUGE_VAL),
+        {HostEvent(Kind::kFrequencyAsked, 3).with(Rate{HUGE_VAL}),
          "SensorDevice[3].SetFrequency inf"},
-        {HostEvent(Kind::kFrequencyAsked, 3).withValue(0.5), "SensorDevice[3].SetFrequency 0.5"},
-        {HostEvent(Kind::kChannelsEnabled, 3).withChannels({0, 1, 2, 3}).withValue(1),
+        {HostEvent(Kind::kFrequencyAsked, 3).with(Rate{0.5}), "SensorDevice[3].SetFrequency 0.5"},
+        {HostEvent(Kind::kChannelsEnabled, 3).with(ChannelsSwitched{{0, 1, 2, 3}, true}),
          "SensorDevice[3].SetChannelsEnabled 0,1,2,3 true"},
-        {HostEvent(Kind::kObserverError, 0).withValue(5).withReason("device gone"),
+        {HostEvent(Kind::kObserverError, 0).with(ObserverError{5}).withReason("device gone"),
          "Observer[0].OnErrorOccurred 5: device gone"},
         {HostEvent(Kind::kClosedByHost)
              .withPipe(HostPipe::kSensorService)
-             .withValue(7)
-             .withDetail("bye"),
+             .with(ServiceClosed{7, "bye"}),
          "close SensorService 7 bye"},
         {HostEvent(Kind::kClosedByClient, 3).withPipe(HostPipe::kSensorDevice),
          "error SensorDevice[3]"},
-        {HostEvent(Kind::kSamplesSent, 2).withValue(1), "SensorDevice[2] sent 1 sample"},
+        {HostEvent(Kind::kSamplesSent, 2).with(SampleCount{1}), "SensorDevice[2] sent 1 sample"},
         {HostEvent(Kind::kTimelineNotApplied, 0)
-             .withValue(100)
-             .withDetail("observerError")
+             .with(TimelineSkip{100, "observerError"})
              .withReason("device 0 has no observer"),
          "timeline 100 observerError not applied: device 0 has no observer"},
     };

@@ -66,11 +66,12 @@ TEST_F(EndToEndTest, ActivateStreamsScaledEventsUntilDeactivated) {
     EXPECT_EQ(subHal->activate(1, true), Result::OK);
     ASSERT_TRUE(host->waitForEvent({Kind::kStartReadingAsked, 3}));
     const std::vector<HostEvent> events = host->events();
-    int enable = indexOf(events, HostEventPattern(Kind::kChannelsEnabled, 3).withValue(1));
-    int rate = indexOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50));
+    int enable = indexOf(
+        events,
+        HostEventPattern(Kind::kChannelsEnabled, 3).with(ChannelsSwitched{{0, 1, 2, 3}, true}));
+    int rate = indexOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{50}));
     int start = indexOf(events, {Kind::kStartReadingAsked, 3});
     ASSERT_GE(enable, 0);
-    EXPECT_EQ(events[enable].channels, (std::vector<int32_t>{0, 1, 2, 3}));
     EXPECT_LT(enable, rate);
     EXPECT_LT(rate, start);
 
@@ -96,22 +97,23 @@ TEST_F(EndToEndTest, ActivateStreamsScaledEventsUntilDeactivated) {
 TEST_F(EndToEndTest, BatchSetsTheRateNowOrAtTheNextStart) {
     EXPECT_EQ(subHal->batch(1, 10000000, 123456), Result::OK);  // latency is ignored
     subHal->activate(1, true);
-    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(100)));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{100})));
     subHal->batch(1, 20000000, 0);
-    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50)));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{50})));
     EXPECT_TRUE(logs.waitFor("IioSensorDevice: SetFrequency result=50"));
     subHal->activate(1, false);
     subHal->activate(1, true);  // keeps the last rate
     ASSERT_TRUE(host->waitFor([](const std::vector<HostEvent>& events) {
-        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50)) == 2;
+        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{50})) == 2;
     }));
     subHal->batch(1, 0, 0);  // +inf, sent as is while active
-    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(HUGE_VAL)));
+    ASSERT_TRUE(
+        host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{HUGE_VAL})));
     subHal->batch(1, -1000000000, 0);
-    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).withValue(-1)));
+    ASSERT_TRUE(host->waitForEvent(HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{-1})));
     subHal->activate(1, true);  // a negative rate is replaced at the next start
     ASSERT_TRUE(host->waitFor([](const std::vector<HostEvent>& events) {
-        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).withValue(50)) == 3;
+        return countOf(events, HostEventPattern(Kind::kFrequencyAsked, 3).with(Rate{50})) == 3;
     }));
 }
 
@@ -215,6 +217,37 @@ TEST_F(HostTest, SensorWithoutUsableChannelsWarnsAndRequestsNothing) {
     EXPECT_EQ(host->count({Kind::kStartReadingAsked, 5}), 0u);
     EXPECT_EQ(host->count({Kind::kChannelsEnabled, 5}), 0u);
     EXPECT_EQ(host->count({Kind::kFrequencyAsked, 5}), 0u);
+}
+
+// What the host reports sending is what the client gets: the rates benchmark takes each sample's
+// send time from this probe and matches it to the event by timestamp.
+TEST_F(HostTest, SentSampleProbeReportsEveryTimerSampleWithTheTimestampDelivered) {
+    HostConfig config;
+    config.devices = {accelerometer(3)};  // streams by its timer
+    host = std::make_unique<EmulatedHost>(std::move(config));
+    auto sent = std::make_shared<std::vector<host::emulated::SentSample>>();
+    host->setSentSampleProbe([sent](const host::emulated::SentSample& s) { sent->push_back(s); });
+    host->registerWithBridge();
+    startSubHal();
+    passGracePeriod();
+    subHal->getSensorsList_2_1([](const hidl_vec<SensorInfo>& l) { ASSERT_EQ(l.size(), 1u); });
+    ASSERT_EQ(subHal->batch(1, 10000000, 0), Result::OK);  // 100 Hz
+    ASSERT_EQ(subHal->activate(1, true), Result::OK);
+    ASSERT_TRUE(host->waitForEvent({Kind::kStreamStarted, 3}));
+    ASSERT_TRUE(clock->FastForwardBy(base::TimeDelta::FromMilliseconds(95)));
+    subHal->activate(1, false);
+    ASSERT_TRUE(host->waitForEvent({Kind::kStreamStopped, 3}));
+    ASSERT_TRUE(testing::Flush(mojoRunner()));
+
+    // The host thread wrote *sent; the stream's end, logged on that thread, was seen above.
+    const std::vector<Event> events = proxy->events();
+    ASSERT_EQ(sent->size(), 10u);
+    ASSERT_EQ(events.size(), sent->size());
+    for (size_t i = 0; i < events.size(); ++i) {
+        EXPECT_EQ((*sent)[i].device, 3);
+        EXPECT_EQ((*sent)[i].timestampNs, events[i].timestamp);
+        EXPECT_GE((*sent)[i].sentNs, (*sent)[i].timestampNs);
+    }
 }
 
 }  // namespace

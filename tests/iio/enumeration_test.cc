@@ -36,7 +36,7 @@ TEST_F(HostTest, MixedListingTakesTheFirstSupportedTypeInHostOrder) {
     EXPECT_TRUE(logs.contains("IioSensorBridge: 3 devices ready"));
     EXPECT_EQ(host->count(HostEventPattern(Kind::kStepAsked, 9).withStep(HostStep::kGetDevice)),
               0u);
-    EXPECT_TRUE(host->waitForEvent(HostEventPattern(Kind::kTimeoutSet, 3).withValue(5000)));
+    EXPECT_TRUE(host->waitForEvent(HostEventPattern(Kind::kTimeoutSet, 3).with(TimeoutMs{5000})));
     EXPECT_TRUE(host->waitForEvent(
         HostEventPattern(Kind::kStepAsked, 3).withStep(HostStep::kGetAttributes)));
 }

@@ -21,9 +21,12 @@
 
 namespace kelvane::sensors {
 
+using host::common::ChannelsSwitched;
 using host::common::HostEvent;
 using host::common::HostEventPattern;
 using host::common::HostStep;
+using host::common::Rate;
+using host::common::TimeoutMs;
 using host::description::HostConfig;
 using host::description::VirtualDevice;
 using host::emulated::EmulatedHost;

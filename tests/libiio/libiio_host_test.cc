@@ -29,10 +29,10 @@
 #include "IioSensorSubHal.h"
 #include "host/libiio/IioNumbers.h"
 #include "host/libiio/LibiioHost.h"
-#include "tests/support/serve_client.h"
 #include "tests/libiio/board.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_proxy_callback.h"
+#include "tests/support/serve_client.h"
 #include "tests/support/subprocess.h"
 #include "tests/support/wait.h"
 #include "vel/MojoProcessSupport.h"
@@ -159,7 +159,7 @@ TEST_P(LibiioHostTest, PublishesTheBoardAndStreamsItsScansBitExact) {
     EXPECT_TRUE(logs.contains("IioSensorDevice: frequency set to 50 Hz"));
     EXPECT_EQ(host->log().count(
                   host::common::HostEventPattern(host::common::HostEventKind::kFrequencyAsked, 2)
-                      .withValue(50)),
+                      .with(host::common::Rate{50})),
               1u);
 }
 
@@ -189,7 +189,8 @@ TEST_F(LibiioHostFaultTest, DeviceGoneMidStreamGetsReadFailedAndClosedWhileOther
         },
         std::chrono::seconds(15)));
     const auto readFailed =
-        host::common::HostEventPattern(host::common::HostEventKind::kObserverError, 0).withValue(5);
+        host::common::HostEventPattern(host::common::HostEventKind::kObserverError, 0)
+            .with(host::common::ObserverError{5});
     EXPECT_EQ(host->log().count(readFailed), 1u);
     for (const host::common::HostEvent& e : host->log().events()) {
         if (readFailed.matches(e)) {
@@ -324,8 +325,8 @@ TEST_F(IiodTest, ToolListsAndStreamsTheBoardOverTheNetwork) {
 TEST_F(IiodTest, ServeShowsTheBoardOverTheNetwork) {
     ASSERT_TRUE(startIiod()) << "iiod did not start on 127.0.0.1:" << mPort;
     const std::string uri = "ip:127.0.0.1:" + std::to_string(mPort);
-    const testing::ProcessRun run =
-        testing::runServe(KELVANE_TOOL, {"--iio", uri, "serve", "--port", "0"}, [&](testing::ServeUrl& s) {
+    const testing::ProcessRun run = testing::runServe(
+        KELVANE_TOOL, {"--iio", uri, "serve", "--port", "0"}, [&](testing::ServeUrl& s) {
             auto info = s.client()->Get("/api/info", s.headers());
             ASSERT_TRUE(info);
             const nlohmann::json body = nlohmann::json::parse(info->body);

@@ -192,5 +192,33 @@ TEST_F(RecordReplayTest, HostFaultsReplayAtTheirPlaceAmongTheSamples) {
     EXPECT_EQ(host->count({host::common::HostEventKind::kStartReadingAsked, 3}), 2u);
 }
 
+// A device the timeline closes while it still holds samples: the replay ends all the same, at
+// any speed (what it held was for the endpoint that is gone).
+TEST_F(RecordReplayTest, AReplayEndsWhenItsTimelineClosesADeviceWithSamplesLeft) {
+    for (double speed : {0.0, 50.0}) {
+        SCOPED_TRACE(speed);
+        auto samples = std::make_shared<host::description::TimedSamples>();
+        samples->channels = {0, 1, 2, 3};
+        for (int64_t i = 0; i < 10; ++i) {
+            samples->atUs.push_back(i * 20'000);
+            samples->values.insert(samples->values.end(), {0, 0, 4098, 1'000'000 + i});
+            samples->present.insert(samples->present.end(), 4, true);
+        }
+        HostConfig config;
+        config.speed = speed;
+        config.devices = {threeAxis(3, 1, "accel", true)};
+        config.devices[0].timedSamples = samples;
+        host::description::TimelineEvent close;
+        close.at = std::chrono::microseconds(50'000);
+        close.action = host::description::TimelineAction::kCloseDevice;
+        close.device = 3;
+        config.timeline = {close};
+        start(std::move(config));
+        ASSERT_EQ(subHal->activate(1, true), Result::OK);
+        EXPECT_TRUE(host->waitForEvent({host::common::HostEventKind::kReplayOver}));
+        stop();
+    }
+}
+
 }  // namespace
 }  // namespace kelvane::sensors

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <set>
 
+#include "check/RecordedStreams.h"
 #include "check/RuleCatalogue.h"
 #include "host/description/HostConfig.h"
 
@@ -54,6 +55,8 @@ CheckRun::CheckRun(Session& session, const CheckOptions& options)
     : mSession(session), mOptions(options), mCurrent(&session.callback()) {
     mCallbacks.push_back(mCurrent);
 }
+
+CheckRun::~CheckRun() = default;
 
 bool CheckRun::wants(RuleId rule) const {
     if (mOptions.rules.empty()) return true;
@@ -203,6 +206,36 @@ std::optional<int64_t> CheckRun::recordedSendTimeNs(const SensorInfo& sensor,
     const auto found = index->second.find(timestampNs);
     if (found == index->second.end()) return std::nullopt;
     return found->second;
+}
+
+std::pair<int64_t, int64_t> CheckRun::recordedSpanUs() const {
+    std::optional<std::pair<int64_t, int64_t>> span;
+    for (const RecordedDevice& device : mSession.recordedDevices()) {
+        if (!device.samples || device.samples->size() == 0) continue;
+        const std::vector<int64_t>& at = device.samples->atUs;
+        span = span ? std::make_pair(std::min(span->first, at.front()),
+                                     std::max(span->second, at.back()))
+                    : std::make_pair(at.front(), at.back());
+    }
+    return span.value_or(std::make_pair(int64_t{0}, int64_t{0}));
+}
+
+std::string CheckRun::sendTimeProblem(const SensorInfo& sensor) const {
+    if (!mSession.recordingStartBootTimeNs()) {
+        return "the recording does not say when it started on the boot-time clock, so no send "
+               "time is known";
+    }
+    for (const RecordedDevice& device : mSession.recordedDevices()) {
+        if (publishedAs(device, sensor.type) && device.timestampChannel < 0) {
+            return "its device records no timestamp channel: its events carry the library's own "
+                   "stamps, which no recorded send time matches";
+        }
+    }
+    return {};
+}
+
+void CheckRun::setRecording(std::unique_ptr<RecordedStreams> recording) {
+    mRecording = std::move(recording);
 }
 
 const SensorInfo* CheckRun::defaultSensor(SensorType type) const {

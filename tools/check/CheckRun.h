@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -39,9 +40,12 @@ struct CheckOptions {
 // A subject that is the sub-HAL as a whole rather than one sensor.
 constexpr const char* kSubHal = "sub-HAL";
 
+class RecordedStreams;
+
 class CheckRun {
   public:
     CheckRun(Session& session, const CheckOptions& options);
+    ~CheckRun();
 
     ISensorsSubHal& hal() const { return *mSession.subHal(); }
     // The sensors the proxy would keep, in list order; published() has them all.
@@ -58,6 +62,19 @@ class CheckRun {
     // `timestampNs`, on the boot-time clock of the recording; nullopt when the recording does not
     // say (no start on that clock, or no recorded sample with that timestamp).
     std::optional<int64_t> recordedSendTimeNs(const SensorInfo& sensor, int64_t timestampNs) const;
+
+    // The replay's speed (0: no waiting), whether its host has sent everything, and when its
+    // streams ran: the first and last recorded sample of any device, in microseconds after the
+    // recording's start ({0, 0} for none).
+    double replaySpeed() const { return mSession.replaySpeed(); }
+    bool replayOver() const { return mSession.hostWatch().replayOver(); }
+    std::pair<int64_t, int64_t> recordedSpanUs() const;
+    std::optional<int64_t> recordingStartNs() const { return mSession.recordingStartBootTimeNs(); }
+    // Why recordedSendTimeNs() cannot answer for `sensor`'s events at all; empty if it may.
+    std::string sendTimeProblem(const SensorInfo& sensor) const;
+    // The recording as played once before the rules (RecordedStreams), or null for a live host.
+    const RecordedStreams* recording() const { return mRecording.get(); }
+    void setRecording(std::unique_ptr<RecordedStreams> recording);
 
     // Whether --rule selected `rule`.
     bool wants(RuleId rule) const;
@@ -116,6 +133,7 @@ class CheckRun {
     uint64_t mSensorEvents = 0;
     // recordedSendTimeNs()'s index, built on first use: per sensor type, timestamp -> send time.
     mutable std::map<int32_t, std::map<int64_t, int64_t>> mSendTimes;
+    std::unique_ptr<RecordedStreams> mRecording;
 };
 
 }  // namespace kelvane::tools::check

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <map>
 
+#include "check/RecordedStreams.h"
+
 namespace kelvane::tools::check {
 
 namespace {
@@ -150,8 +152,11 @@ void checkBatch(CheckRun& run) {
             last = event.timestamp;
         }
         if (n < 2 || last <= first) {
+            const bool played = run.recording() && run.recording()->find(h);
             run.add(rules::kCommandsBatchClamp, sensor, "",
-                    skip("too few events arrived to measure the rate"));
+                    skip(played ? "needs a live host: the recording's stream was played once, at "
+                                  "its recorded rate"
+                                : "too few events arrived to measure the rate"));
             continue;
         }
         const double rate = static_cast<double>(n - 1) * 1e9 / static_cast<double>(last - first);
@@ -310,9 +315,13 @@ void checkDirectChannel(CheckRun& run) {
 }
 
 // The continuous sensor the initialize rules stream from.
-const SensorInfo* streamingSensor(const CheckRun& run) {
+// The first continuous sensor that streams live; a recording's were played once already.
+const SensorInfo* streamingSensor(const CheckRun& run, std::string* whyNone) {
+    *whyNone = "no continuous sensor to stream from";
     for (const SensorInfo& sensor : run.sensors()) {
-        if (isContinuous(sensor)) return &sensor;
+        if (!isContinuous(sensor)) continue;
+        if (!run.recording() || !run.recording()->find(sensor.sensorHandle)) return &sensor;
+        *whyNone = "needs a live host: a recording's streams were played once, before this rule";
     }
     return nullptr;
 }
@@ -341,12 +350,11 @@ void runCommandRules(CheckRun& run) {
 void runInitializeRules(CheckRun& run) {
     if (!run.wantsAny({rules::kCommandsInitializeTwice, rules::kCommandsInitializeCleanup})) return;
     run.progress("initialize twice");
-    const SensorInfo* sensor = streamingSensor(run);
+    std::string whyNone;
+    const SensorInfo* sensor = streamingSensor(run, &whyNone);
     if (sensor == nullptr) {
-        run.add(rules::kCommandsInitializeTwice, kSubHal,
-                skip("no continuous sensor to stream from"));
-        run.add(rules::kCommandsInitializeCleanup, kSubHal,
-                skip("no continuous sensor to stream from"));
+        run.add(rules::kCommandsInitializeTwice, kSubHal, skip(whyNone));
+        run.add(rules::kCommandsInitializeCleanup, kSubHal, skip(whyNone));
         return;
     }
     const int32_t handle = sensor->sensorHandle;

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 
+#include "check/RecordedStreams.h"
 #include "check/StreamStatistics.h"
 
 namespace kelvane::tools::check {
@@ -44,8 +45,6 @@ const std::vector<RuleId> kBatchingRules = {rules::kCtsEventCount, rules::kCtsFl
 constexpr int64_t kBatchLatencyNs = 10000000000;
 // How long a flush completion may take.
 constexpr milliseconds kFlushLimit{10000};
-// A replayed device whose events stopped coming this long has played what it recorded.
-constexpr milliseconds kReplayQuiet{2000};
 
 // On-change sensors name no rate by their minDelay of 0; they stream at the framework's
 // SENSOR_DELAY_NORMAL.
@@ -60,6 +59,23 @@ bool isOnChange(const SensorInfo& sensor) {
 }
 bool atRestType(SensorType type) {
     return type == SensorType::ACCELEROMETER || type == SensorType::GYROSCOPE;
+}
+bool jitterType(SensorType type) {
+    return atRestType(type) || type == SensorType::MAGNETIC_FIELD || type == SensorType::GRAVITY;
+}
+
+// The stream rules that judge `sensor`: no row for a rule that never judges its type.
+std::vector<RuleId> streamRulesFor(const SensorInfo& sensor) {
+    std::vector<RuleId> out = {rules::kCtsOrdering, rules::kCtsFrequency, rules::kCtsGaps};
+    if (jitterType(sensor.type)) out.push_back(rules::kCtsJitter);
+    out.push_back(rules::kCtsTimestampFuture);
+    out.push_back(rules::kCtsTimestampAge);
+    if (atRestType(sensor.type)) out.push_back(rules::kCtsMagnitude);
+    if (atRestType(sensor.type) || sensor.type == SensorType::MAGNETIC_FIELD) {
+        out.push_back(rules::kCtsStdDev);
+    }
+    out.push_back(rules::kCtsInitialValue);
+    return out;
 }
 
 std::string hzText(double hz) {
@@ -112,6 +128,17 @@ struct Streamed {
     std::string suffix;
 };
 
+// What a batching run heard: every event with its receive time, how many of them fell within the
+// run (the rest came while waiting for flush completions), the flush calls that did not answer
+// OK, and the events that came after the sensors were switched off.
+struct BatchingRun {
+    std::vector<Event> events;
+    std::vector<int64_t> received;
+    size_t counted = 0;
+    std::map<int32_t, std::string> flushAnswers;
+    std::vector<Event> settled;
+};
+
 class CtsRunner {
   public:
     explicit CtsRunner(CheckRun& run) : mRun(run) {
@@ -133,6 +160,7 @@ class CtsRunner {
         }
     }
 
+    // Live sensors stream at each rate; a replayed one is judged on what its recording sent.
     void sweep() {
         if (!mRun.wantsAny(kStreamRules)) return;
         // Per sensor, the periods judged so far and the rate each was judged at.
@@ -140,31 +168,13 @@ class CtsRunner {
         for (const Rate& rate : rates()) {
             std::vector<Streamed> streams;
             for (const SensorInfo& sensor : mContinuous) {
-                const std::string suffix = suffixFor(rate.label);
-                const std::optional<std::string> notHere = recordingSkip(sensor, rate);
-                if (notHere) {
-                    for (const RuleId& rule : kStreamRules) {
-                        mRun.add(rule, sensor, suffix, skip(*notHere));
-                    }
-                    continue;
+                const std::optional<Streamed> s = plan(sensor, rate, judged[sensor.sensorHandle]);
+                if (!s) continue;
+                if (const RecordedStream* recorded = recordedStream(sensor)) {
+                    judge(*s, recorded->samples(), recorded, 0, 0);
+                } else {
+                    streams.push_back(*s);
                 }
-                const Period period = periodFor(sensor, rate.hz);
-                auto& seen = judged[sensor.sensorHandle];
-                const auto earlier = seen.find(period.ns);
-                if (earlier != seen.end()) {
-                    for (const RuleId& rule : kStreamRules) {
-                        mRun.add(
-                            rule, sensor, suffix,
-                            skip(rate.label + " is judged at " +
-                                 (period.clamp.empty() ? periodText(period.ns) : period.clamp) +
-                                 ", as at " + earlier->second));
-                    }
-                    continue;
-                }
-                seen[period.ns] = rate.label;
-                Expectation expected{period.ns, 0, rate.label};
-                if (!period.clamp.empty()) expected.rate += " (" + period.clamp + ")";
-                streams.push_back(Streamed{sensor, std::move(expected), suffix});
             }
             if (!streams.empty()) stream(streams, rate);
         }
@@ -182,10 +192,55 @@ class CtsRunner {
             streams.push_back({sensor, {kOnChangePeriodNs, 0, periodText(kOnChangePeriodNs)}, ""});
         }
         if (streams.empty()) return;
-        const bool replay = anyReplay(streams);
-        const milliseconds runTime = replay         ? milliseconds(1000)
+        const bool live = std::any_of(streams.begin(), streams.end(), [this](const Streamed& s) {
+            return !recordedStream(s.sensor);
+        });
+        const milliseconds runTime = !live          ? milliseconds(1000)
                                      : mRun.quick() ? milliseconds(6000)
                                                     : milliseconds(13000);
+        const BatchingRun heard = runBatching(streams, runTime);
+        for (const Streamed& s : streams) judgeBatching(s, heard, runTime);
+    }
+
+  private:
+    static void append(std::vector<Event>& events, const std::vector<Event>& more) {
+        events.insert(events.end(), more.begin(), more.end());
+    }
+
+    const RecordedStream* recordedStream(const SensorInfo& sensor) const {
+        return mRun.recording() ? mRun.recording()->find(sensor.sensorHandle) : nullptr;
+    }
+
+    void skipAll(const SensorInfo& sensor, const std::string& suffix, const std::string& why) {
+        for (const RuleId& rule : streamRulesFor(sensor)) mRun.add(rule, sensor, suffix, skip(why));
+    }
+
+    // What `sensor` is asked for at `rate`, or nullopt after SKIPs: a rate its recording does not
+    // hold, or a period already judged at another rate.
+    std::optional<Streamed> plan(const SensorInfo& sensor, const Rate& rate,
+                                 std::map<int64_t, std::string>& seen) {
+        const std::string suffix = suffixFor(rate.label);
+        if (const std::optional<std::string> notHere = recordingSkip(sensor, rate)) {
+            if (!notHere->empty()) skipAll(sensor, suffix, *notHere);
+            return std::nullopt;
+        }
+        const Period period = periodFor(sensor, rate.hz);
+        const auto earlier = seen.find(period.ns);
+        if (earlier != seen.end()) {
+            skipAll(sensor, suffix,
+                    rate.label + " is judged at " +
+                        (period.clamp.empty() ? periodText(period.ns) : period.clamp) + ", as at " +
+                        earlier->second);
+            return std::nullopt;
+        }
+        seen[period.ns] = rate.label;
+        Expectation expected{period.ns, 0, rate.label};
+        if (!period.clamp.empty()) expected.rate += " (" + period.clamp + ")";
+        return Streamed{sensor, std::move(expected), suffix};
+    }
+
+    // Batch, activate, half the run, one flush each, the rest of the run, then the completions.
+    BatchingRun runBatching(const std::vector<Streamed>& streams, milliseconds runTime) {
         mRun.progress("cts: batching run at FASTEST with a 10 s report latency for " +
                       std::to_string(runTime.count() / 1000) + " s, flushing each sensor");
         ISensorsSubHal& hal = mRun.hal();
@@ -193,24 +248,23 @@ class CtsRunner {
             hal.batch(s.sensor.sensorHandle, s.expected.periodNs, s.expected.latencyNs);
             hal.activate(s.sensor.sensorHandle, true);
         }
-        std::vector<int64_t> received;
-        std::vector<Event> events = mRun.collectFor(runTime / 2, &received);
-        std::map<int32_t, std::string> flushAnswers;
+        BatchingRun heard;
+        heard.events = mRun.collectFor(runTime / 2, &heard.received);
         for (const Streamed& s : streams) {
             const auto answer = hal.flush(s.sensor.sensorHandle);
             if (answer != android::hardware::sensors::V1_0::Result::OK) {
-                flushAnswers[s.sensor.sensorHandle] = "flush answered " + resultName(answer);
+                heard.flushAnswers[s.sensor.sensorHandle] = "flush answered " + resultName(answer);
             }
         }
         const auto flushedAt = std::chrono::steady_clock::now();
-        append(events, mRun.collectFor(runTime - runTime / 2, &received));
-        if (replay) append(events, collectReplay(streams, milliseconds(0), &received));
+        append(heard.events, mRun.collectFor(runTime - runTime / 2, &heard.received));
         // Every count ends at the run; completions may take up to the flush limit.
-        const size_t counted = events.size();
+        heard.counted = heard.events.size();
+        const std::vector<Event>& events = heard.events;
         auto allFlushed = [&streams, &events](const std::vector<Event>& more) {
             for (const Streamed& s : streams) {
-                if (flushCompletions(events, s.sensor.sensorHandle) == 0 &&
-                    flushCompletions(more, s.sensor.sensorHandle) == 0) {
+                const int32_t h = s.sensor.sensorHandle;
+                if (flushCompletions(events, h) == 0 && flushCompletions(more, h) == 0) {
                     return false;
                 }
             }
@@ -218,47 +272,49 @@ class CtsRunner {
         };
         const auto left = std::chrono::duration_cast<milliseconds>(
             flushedAt + kFlushLimit - std::chrono::steady_clock::now());
-        append(events, mRun.collectUntil(allFlushed, std::max(left, milliseconds(0)), &received));
+        append(heard.events,
+               mRun.collectUntil(allFlushed, std::max(left, milliseconds(0)), &heard.received));
         for (const Streamed& s : streams) hal.activate(s.sensor.sensorHandle, false);
-        const std::vector<Event> settled = mRun.settle();
+        heard.settled = mRun.settle();
+        return heard;
+    }
 
-        const std::vector<Event> inRun(events.begin(), events.begin() + counted);
-        for (const Streamed& s : streams) {
-            const int32_t h = s.sensor.sensorHandle;
-            const size_t completions = flushCompletions(events, h) + flushCompletions(settled, h);
-            Outcome flush = pass("1 completion for 1 flush");
-            if (flushAnswers.count(h) != 0) {
-                flush = fail(flushAnswers[h]);
-            } else if (completions != 1) {
-                flush = fail(std::to_string(completions) + " completions for 1 flush within " +
-                             std::to_string(kFlushLimit.count() / 1000) + " s, needs exactly 1");
-            }
-            mRun.add(rules::kCtsFlush, s.sensor, "", flush);
-            const std::vector<Sample> mine = samplesOf(inRun, received, h);
-            if (isOnChange(s.sensor)) {
-                mRun.add(rules::kCtsOrdering, s.sensor, "",
-                         mine.size() < 2 && replay ? skip("fewer than 2 recorded events")
-                                                   : stats::ordering(mine));
-                mRun.add(rules::kCtsTimestampFuture, s.sensor, "",
-                         timestampRule(s.sensor, mine, stats::notInFuture));
-                continue;
-            }
-            if (isReplay(s.sensor)) {
-                mRun.add(rules::kCtsEventCount, s.sensor, s.suffix,
-                         skip("a recording holds as many events as it recorded"));
-                continue;
-            }
+    void judgeBatching(const Streamed& s, const BatchingRun& heard, milliseconds runTime) {
+        const int32_t h = s.sensor.sensorHandle;
+        const size_t completions =
+            flushCompletions(heard.events, h) + flushCompletions(heard.settled, h);
+        Outcome flush = pass("1 completion for 1 flush");
+        if (heard.flushAnswers.count(h) != 0) {
+            flush = fail(heard.flushAnswers.at(h));
+        } else if (completions != 1) {
+            flush = fail(std::to_string(completions) + " completions for 1 flush within " +
+                         std::to_string(kFlushLimit.count() / 1000) + " s, needs exactly 1");
+        }
+        mRun.add(rules::kCtsFlush, s.sensor, "", flush);
+        const RecordedStream* recorded = recordedStream(s.sensor);
+        const std::vector<Event> inRun(heard.events.begin(), heard.events.begin() + heard.counted);
+        const std::vector<Sample> mine =
+            recorded ? recorded->samples() : samplesOf(inRun, heard.received, h);
+        if (isOnChange(s.sensor)) {
+            mRun.add(rules::kCtsOrdering, s.sensor, "",
+                     mine.size() < 2 && recorded
+                         ? skip(std::to_string(mine.size()) + " recorded events, needs 2")
+                         : stats::ordering(mine));
+            mRun.add(rules::kCtsTimestampFuture, s.sensor, "",
+                     timestampRule(recorded, mine, stats::notInFuture));
+        } else if (recorded) {
+            // The suite's count over the whole recording, at the rate it was recorded at.
+            const Expectation asRecorded{recorded->periodNs, 0,
+                                         hzText(1e9 / static_cast<double>(recorded->periodNs))};
+            mRun.add(rules::kCtsEventCount, s.sensor, " @ " + asRecorded.rate + ", as recorded",
+                     stats::eventCount(mine.size(), recorded->recordingNs, asRecorded));
+        } else {
             mRun.add(rules::kCtsEventCount, s.sensor, s.suffix,
                      stats::eventCount(
                          mine.size(),
                          std::chrono::duration_cast<std::chrono::nanoseconds>(runTime).count(),
                          s.expected));
         }
-    }
-
-  private:
-    static void append(std::vector<Event>& events, const std::vector<Event>& more) {
-        events.insert(events.end(), more.begin(), more.end());
     }
 
     std::vector<Rate> rates() const {
@@ -274,102 +330,52 @@ class CtsRunner {
         return all;
     }
 
-    bool isReplay(const SensorInfo& sensor) const { return mRun.isReplay(sensor); }
-
-    bool anyReplay(const std::vector<Streamed>& streams) const {
-        return std::any_of(streams.begin(), streams.end(),
-                           [this](const Streamed& s) { return isReplay(s.sensor); });
-    }
-
-    // A recording holds only the rates it was recorded at.
+    // A recording holds only the rates it was recorded at: nullopt at such a rate, the reason to
+    // SKIP where it cannot tell them apart, and "" (no row) at a rate it never held.
     std::optional<std::string> recordingSkip(const SensorInfo& sensor, const Rate& rate) const {
-        if (!isReplay(sensor)) return std::nullopt;
-        const std::vector<double> recorded = mRun.recordedRates(sensor);
-        if (std::any_of(recorded.begin(), recorded.end(),
-                        [&rate](double hz) { return sameRate(hz, rate.hz); })) {
-            if (recorded.size() == 1) return std::nullopt;
-            return std::string(
-                "the recording holds several rates, and not which sample was "
-                "sent at which");
+        const RecordedStream* recorded = recordedStream(sensor);
+        if (recorded == nullptr) return std::nullopt;
+        const std::vector<double>& held = recorded->ratesHz;
+        if (std::none_of(held.begin(), held.end(),
+                         [&rate](double hz) { return sameRate(hz, rate.hz); })) {
+            return std::string();
         }
-        if (recorded.empty()) return std::string("the recording holds no rate for this sensor");
-        std::string held;
-        for (double hz : recorded) held += (held.empty() ? "" : ", ") + hzText(hz);
-        return "not recorded: the recording holds " + held;
+        if (held.size() == 1) return std::nullopt;
+        return std::string(
+            "the recording holds several rates, and not which sample was sent at which");
     }
 
     // Timestamp rules compare an event's timestamp with when it arrived, on the boot-time clock
-    // of the host's machine: for a replay, the recorded send time on the recording's clock.
-    Outcome timestampRule(const SensorInfo& sensor, const std::vector<Sample>& mine,
+    // of the host's machine: for a recording, when the recorded host sent it.
+    Outcome timestampRule(const RecordedStream* recorded, const std::vector<Sample>& mine,
                           const std::function<Outcome(const std::vector<Sample>&)>& judge) const {
         if (mRun.remoteClock()) {
             return skip("the board's timestamps are on its own clock, not this machine's");
         }
-        if (!isReplay(sensor)) return judge(mine);
-        std::vector<Sample> sent = mine;
-        for (Sample& s : sent) {
-            const std::optional<int64_t> at = mRun.recordedSendTimeNs(sensor, s.timestampNs);
-            if (!at) {
-                return skip(
-                    "a replay's timestamps are the recorded host's, and the recording "
-                    "holds no send times on that clock");
-            }
-            s.receivedNs = *at;
+        if (recorded != nullptr && !recorded->sendTimeProblem.empty()) {
+            return skip(recorded->sendTimeProblem);
         }
-        return judge(sent);
+        return judge(mine);
     }
 
     void stream(const std::vector<Streamed>& streams, const Rate& rate) {
         ISensorsSubHal& hal = mRun.hal();
-        const bool replay = anyReplay(streams);
         const milliseconds duration = mRun.quick() ? milliseconds(2500) : milliseconds(5000);
-        mRun.progress("cts: streaming at " + rate.label +
-                      (replay ? " while the recording lasts" : " for " + secondsText(duration)));
+        mRun.progress("cts: streaming at " + rate.label + " for " + secondsText(duration));
         const int64_t startNs = android::elapsedRealtimeNano();
         for (const Streamed& s : streams) {
             hal.batch(s.sensor.sensorHandle, s.expected.periodNs, 0);
             hal.activate(s.sensor.sensorHandle, true);
         }
         std::vector<int64_t> received;
-        std::vector<Event> events;
-        if (replay) {
-            // Live sensors streaming beside a replay get their usual time.
-            const bool live =
-                std::any_of(streams.begin(), streams.end(),
-                            [this](const Streamed& s) { return !isReplay(s.sensor); });
-            events = collectReplay(streams, live ? duration : milliseconds(0), &received);
-        } else {
-            events = mRun.collectFor(duration, &received);
-        }
+        const std::vector<Event> events = mRun.collectFor(duration, &received);
         const int64_t streamNs = android::elapsedRealtimeNano() - startNs;
         for (const Streamed& s : streams) hal.activate(s.sensor.sensorHandle, false);
         mRun.settle();
-        for (const Streamed& s : streams)
-            judge(s, samplesOf(events, received, s.sensor.sensorHandle), startNs, streamNs);
-    }
-
-    // At least `atLeast`, then until the replayed sensors among `streams` have sent nothing for
-    // a while: their recording has played out (after at most a minute).
-    std::vector<Event> collectReplay(const std::vector<Streamed>& streams, milliseconds atLeast,
-                                     std::vector<int64_t>* received) {
-        std::set<int32_t> replayed;
         for (const Streamed& s : streams) {
-            if (isReplay(s.sensor)) replayed.insert(s.sensor.sensorHandle);
+            judge(s, samplesOf(events, received, s.sensor.sensorHandle), nullptr, startNs,
+                  streamNs);
         }
-        using Clock = std::chrono::steady_clock;
-        const auto start = Clock::now();
-        auto lastHeard = start;
-        std::vector<Event> events;
-        while (Clock::now() - start < milliseconds(60000)) {
-            const std::vector<Event> more = mRun.collectFor(milliseconds(250), received);
-            for (const Event& e : more) {
-                if (!isMetaEvent(e) && replayed.count(e.sensorHandle) != 0)
-                    lastHeard = Clock::now();
-            }
-            events.insert(events.end(), more.begin(), more.end());
-            if (Clock::now() - lastHeard >= kReplayQuiet && Clock::now() - start >= atLeast) break;
-        }
-        return events;
     }
 
     static std::string secondsText(milliseconds d) {
@@ -378,34 +384,38 @@ class CtsRunner {
         return text;
     }
 
-    void judge(const Streamed& s, const std::vector<Sample>& mine, int64_t startNs,
-               int64_t streamNs) {
+    // A live stream too short to judge is itself the finding, and so is a recorded sensor that
+    // sent nothing; a recording that holds a few samples merely holds no more.
+    Outcome tooFew(const Streamed& s, size_t have, size_t needed,
+                   const RecordedStream* recorded) const {
+        const std::string text = std::to_string(have) + " events at " + s.expected.rate +
+                                 ", needs " + std::to_string(needed);
+        if (recorded == nullptr) return fail(text);
+        if (have == 0) return fail(text + ": the recording asked it for samples and it sent none");
+        return skip(text + " (the recording holds no more)");
+    }
+
+    // `recorded`: the stream is a recording's, whose receive times are its send times; otherwise
+    // a live one that started at `startNs` and ran `streamNs`.
+    void judge(const Streamed& s, const std::vector<Sample>& mine, const RecordedStream* recorded,
+               int64_t startNs, int64_t streamNs) {
         const SensorInfo& sensor = s.sensor;
-        const bool replay = isReplay(sensor);
-        const std::string& suffix = s.suffix;
         auto add = [&](RuleId rule, Outcome outcome) {
-            mRun.add(rule, sensor, suffix, std::move(outcome));
+            mRun.add(rule, sensor, s.suffix, std::move(outcome));
         };
-        // A live stream too short to judge is itself the finding; a recording merely ran out.
         auto needs = [&](size_t n, const std::function<Outcome()>& rule) {
-            if (mine.size() >= n) return rule();
-            const std::string text = std::to_string(mine.size()) + " events at " + s.expected.rate +
-                                     ", needs " + std::to_string(n);
-            return replay ? skip(text + " (the recording ran out)") : fail(text);
+            return mine.size() >= n ? rule() : tooFew(s, mine.size(), n, recorded);
         };
         add(rules::kCtsOrdering, needs(2, [&] { return stats::ordering(mine); }));
         add(rules::kCtsFrequency, needs(2, [&] { return stats::frequency(mine, s.expected); }));
         add(rules::kCtsGaps, needs(3, [&] { return stats::gaps(mine, s.expected); }));
-        const bool jitterType =
-            sensor.type == SensorType::ACCELEROMETER || sensor.type == SensorType::GYROSCOPE ||
-            sensor.type == SensorType::MAGNETIC_FIELD || sensor.type == SensorType::GRAVITY;
-        add(rules::kCtsJitter, jitterType ? stats::jitter(mine, s.expected, mRun.hifi())
-                                          : skip("judged for motion sensors only"));
-        add(rules::kCtsTimestampFuture,
-            timestampRule(sensor, mine, [&](const std::vector<Sample>& m) {
+        if (jitterType(sensor.type)) {
+            add(rules::kCtsJitter, stats::jitter(mine, s.expected, mRun.hifi()));
+        }
+        add(rules::kCtsTimestampFuture, timestampRule(recorded, mine, [&](const auto& m) {
                 return needs(1, [&] { return stats::notInFuture(m); });
             }));
-        add(rules::kCtsTimestampAge, timestampRule(sensor, mine, [&](const std::vector<Sample>& m) {
+        add(rules::kCtsTimestampAge, timestampRule(recorded, mine, [&](const auto& m) {
                 return needs(1, [&] { return stats::age(m, s.expected); });
             }));
         if (atRestType(sensor.type)) {
@@ -417,11 +427,15 @@ class CtsRunner {
                     return stats::standardDeviation(mine, sensor.type, s.expected, mRun.hifi());
                 }));
         }
-        if (replay) {
-            add(rules::kCtsInitialValue, skip("a replay starts where its recording started"));
-        } else {
-            add(rules::kCtsInitialValue, stats::initialValue(mine, startNs, streamNs));
-        }
+        add(rules::kCtsInitialValue, initialValue(mine, recorded, startNs, streamNs));
+    }
+
+    // For a recording: within the first 2 s after its start, by the recorded send times.
+    Outcome initialValue(const std::vector<Sample>& mine, const RecordedStream* recorded,
+                         int64_t startNs, int64_t streamNs) const {
+        if (recorded == nullptr) return stats::initialValue(mine, startNs, streamNs);
+        if (!recorded->sendTimeProblem.empty()) return skip(recorded->sendTimeProblem);
+        return stats::initialValue(mine, recorded->startNs, recorded->recordingNs);
     }
 
     CheckRun& mRun;

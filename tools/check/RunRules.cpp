@@ -5,6 +5,8 @@
 #include "check/CommandRules.h"
 #include "check/CtsRules.h"
 #include "check/ListRules.h"
+#include "check/RecordedStreams.h"
+#include "check/RuleCatalogue.h"
 #include "check/StreamRules.h"
 
 namespace kelvane::tools::check {
@@ -42,13 +44,26 @@ void runWholeRunRules(CheckRun& run) {
     }
 }
 
+// Whether a selected rule judges a sensor's samples.
+bool wantsSamples(const CheckRun& run) {
+    for (const RuleInfo& rule : ruleCatalogue()) {
+        const std::string group = ruleGroup(rule.id.str());
+        if ((group == "cts" || group == "stream") && run.wants(rule.id)) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 std::vector<CheckResult> runRules(Session& session, const CheckOptions& options) {
     const auto start = std::chrono::steady_clock::now();
     CheckRun run(session, options);
     runListRules(run);
-    // Before anything else streams: a replayed recording is played once, to whoever reads it.
+    // Before anything else streams: a replayed recording is played once, and its rules judge
+    // what it sent.
+    if (session.replays() && wantsSamples(run)) {
+        run.setRecording(std::make_unique<RecordedStreams>(RecordedStreams::capture(run)));
+    }
     runCtsRules(run);
     runCommandRules(run);
     runStreamRules(run);

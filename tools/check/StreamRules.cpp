@@ -7,6 +7,8 @@
 #include <optional>
 #include <set>
 
+#include "check/RecordedStreams.h"
+
 namespace kelvane::tools::check {
 
 namespace {
@@ -43,6 +45,10 @@ constexpr milliseconds kStartLimit{2000};
 
 // The streaming periods: slow, normal and fast.
 constexpr int64_t kPeriodsNs[] = {200000000, 20000000, 5000000};
+
+// Why a rule that converses with the sub-HAL cannot judge a recording.
+constexpr const char* kNeedsLiveHost =
+    "needs a live host: a recording holds one stream as it was asked for, played once";
 
 const std::vector<RuleId> kStreamingRules = {rules::kStreamCommands, rules::kStreamCount,
                                              rules::kStreamHandle, rules::kStreamMeta,
@@ -194,6 +200,59 @@ void streamAtPeriod(CheckRun& run, const std::vector<Tested>& tested, int64_t pe
     }
 }
 
+const RecordedStream* recordedStream(const CheckRun& run, const SensorInfo& sensor) {
+    return run.recording() ? run.recording()->find(sensor.sensorHandle) : nullptr;
+}
+
+// A recording holds the stream as the client asked for it: judged like a stream at that period.
+void judgeRecorded(CheckRun& run, const Tested& t, const RecordedStreams& recording) {
+    const SensorInfo& sensor = t.sensor;
+    const RecordedStream& recorded = *recording.find(sensor.sensorHandle);
+    const std::string suffix = " @ " + periodText(recorded.periodNs) + ", as recorded";
+    const std::vector<Event>& mine = recorded.events;
+    run.add(rules::kStreamCommands, sensor, suffix,
+            recorded.commandProblem.empty() ? pass() : fail(recorded.commandProblem));
+    // At least half of what the recorded streams' span holds at its period.
+    const double needed = static_cast<double>(recorded.recordingNs) / recorded.periodNs / 2.0;
+    const std::string counted =
+        std::to_string(mine.size()) + fmt(" events in %.3g s", recorded.recordingNs / 1e9);
+    run.add(
+        rules::kStreamCount, sensor, suffix,
+        static_cast<double>(mine.size()) >= needed
+            ? pass(counted)
+            : fail(counted + fmt(", needs at least %.0f", std::ceil(needed)) +
+                   (mine.empty() ? ": the recording asked it for samples and it sent none" : "")));
+    run.add(rules::kStreamHandle, sensor, suffix, checkHandles(recording.allEvents(), sensor));
+    run.add(rules::kStreamMeta, sensor, suffix,
+            checkForeign(recording.allEvents(), recording.played()));
+    if (t.kind->norm) {
+        run.add(rules::kStreamNorm, sensor, suffix,
+                mine.empty() ? fail("the recording asked it for samples and it sent none")
+                             : checkNorm(mine, *t.kind->norm));
+    } else {
+        run.add(rules::kStreamNorm, sensor, suffix, skip("no norm is fixed for this type"));
+    }
+}
+
+// A recording holds one rate per stream, so of the hot switch only this is judged: the average
+// interval at the recorded period within 10 %.
+Outcome recordedRate(const RecordedStream& recorded) {
+    const std::vector<Event>& mine = recorded.events;
+    const double periodNs = static_cast<double>(recorded.periodNs);
+    if (mine.size() < 2) {
+        return fail(std::to_string(mine.size()) + " events at " + periodText(recorded.periodNs) +
+                    " in the recording, needs 2");
+    }
+    const double average = static_cast<double>(mine.back().timestamp - mine.front().timestamp) /
+                           static_cast<double>(mine.size() - 1);
+    const std::string text = fmt("average interval %.3g ms at the recorded period of %.3g ms",
+                                 average / 1e6, periodNs / 1e6);
+    if (std::fabs(average - periodNs) > 0.1 * periodNs) {
+        return fail(text + ", off by more than 10 %");
+    }
+    return pass(text + ", within 10 %; the switch itself needs a live sub-HAL");
+}
+
 void hotSwitch(CheckRun& run, const std::vector<Tested>& tested) {
     if (!run.wants(rules::kStreamHotSwitch)) return;
     const size_t needed = run.quick() ? 10 : 50;
@@ -275,7 +334,12 @@ void noStaleEvents(CheckRun& run) {
     if (!run.wants(rules::kStreamNoStale)) return;
     std::vector<SensorInfo> sensors;
     for (const SensorInfo& sensor : run.sensors()) {
-        if ((sensor.flags & SensorFlagBits::MASK_REPORTING_MODE) == 0 && sensor.minDelay > 0) {
+        if ((sensor.flags & SensorFlagBits::MASK_REPORTING_MODE) != 0 || sensor.minDelay <= 0) {
+            continue;
+        }
+        if (recordedStream(run, sensor)) {
+            run.add(rules::kStreamNoStale, sensor, "", skip(kNeedsLiveHost));
+        } else {
             sensors.push_back(sensor);
         }
     }
@@ -328,9 +392,10 @@ void noStaleEvents(CheckRun& run) {
 
 void runStreamRules(CheckRun& run) {
     std::vector<Tested> tested;
+    std::vector<Tested> recorded;
     for (const StreamType& kind : streamTypes()) {
         if (const SensorInfo* sensor = run.defaultSensor(kind.type)) {
-            tested.push_back({*sensor, &kind});
+            (recordedStream(run, *sensor) ? recorded : tested).push_back({*sensor, &kind});
         } else {
             for (const RuleId& rule : kStreamingRules) {
                 run.add(rule, std::string("no ") + kind.label,
@@ -340,6 +405,11 @@ void runStreamRules(CheckRun& run) {
     }
     if (run.wantsAny(kStreamingRules)) {
         for (int64_t period : kPeriodsNs) streamAtPeriod(run, tested, period);
+        for (const Tested& t : recorded) judgeRecorded(run, t, *run.recording());
+    }
+    for (const Tested& t : recorded) {
+        run.add(rules::kStreamHotSwitch, t.sensor, "",
+                recordedRate(*recordedStream(run, t.sensor)));
     }
     hotSwitch(run, tested);
     noStaleEvents(run);

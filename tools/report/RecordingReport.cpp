@@ -6,6 +6,8 @@
 #include <limits>
 
 #include "check/StreamStatistics.h"
+#include "compare/RecordingFigures.h"
+#include "hardware/sensors/mojom/sensor_kinds.h"
 
 namespace kelvane::tools::report {
 
@@ -21,32 +23,6 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 using check::stats::kGapFactor;
 using check::stats::median;
 
-struct TypeInfo {
-    const char* name;
-    const char* unit;
-};
-
-// The first type the library publishes, as it picks it.
-std::optional<TypeInfo> publishedType(const std::vector<int32_t>& types) {
-    for (int32_t type : types) {
-        switch (type) {
-            case 1:
-                return TypeInfo{"accelerometer", "m/s²"};
-            case 2:
-                return TypeInfo{"gyroscope", "rad/s"};
-            case 3:
-                return TypeInfo{"light", "lux"};
-            case 5:
-                return TypeInfo{"magnetometer", "µT"};
-            case 11:
-                return TypeInfo{"gravity", "m/s²"};
-            default:
-                break;
-        }
-    }
-    return std::nullopt;
-}
-
 std::optional<double> parseScale(const std::optional<std::string>& text) {
     if (!text || text->empty()) return std::nullopt;
     char* end = nullptr;
@@ -60,7 +36,8 @@ json nullable(const std::optional<double>& value) { return value ? json(*value) 
 json deviceReport(const VirtualDevice& device, const ReportOptions& options,
                   const std::vector<host::description::TimelineEvent>& timeline) {
     const TimedSamples& samples = *device.timedSamples;
-    const std::optional<TypeInfo> type = publishedType(device.types);
+    // The kind the library publishes the device as.
+    const sensors::SensorKind* type = sensors::firstServedKind(device.types);
     auto attribute = [&](const char* key) -> std::string {
         auto found = device.attributes.find(key);
         return found != device.attributes.end() && found->second ? *found->second : "";
@@ -163,7 +140,7 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
         {"id", device.id},
         {"label", label},
         {"type", type
-                     ? type->name
+                     ? type->shortName
                      : "device type " + std::to_string(device.types.empty() ? 0 : device.types[0])},
         {"unit", scale && type ? type->unit : "raw"},
         {"scale", scaleText ? json(*scaleText) : json(nullptr)},
@@ -184,6 +161,30 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
         {"marks", std::move(marks)},
     };
     return report;
+}
+
+// Each device under the name the sub-HAL publishes ("Accelerometer (lid)"), with what check
+// would FAIL on its stream, by the rule's name; returns the devices asked for samples that sent
+// none, each with its name and finding.
+json addFindings(json& devices, const HostConfig& config) {
+    json silent = json::array();
+    for (const compare::DeviceFigures& figures : compare::recordingFigures(config)) {
+        json flags = json::array();
+        for (const auto& [rule, outcome] : figures.verdicts) {
+            if (outcome.verdict != check::Verdict::kFail) continue;
+            flags.push_back({{"rule", rule}, {"detail", outcome.detail}});
+        }
+        if (figures.samples == 0) {
+            silent.push_back({{"label", figures.name}, {"flags", std::move(flags)}});
+            continue;
+        }
+        for (json& d : devices) {
+            if (d["id"] != figures.id) continue;
+            d["label"] = figures.name;
+            d["flags"] = flags;
+        }
+    }
+    return silent;
 }
 
 }  // namespace
@@ -268,6 +269,7 @@ json recordingReport(const HostConfig& config, const std::string& name,
         duration = std::max(duration, device.timedSamples->atUs.back() / 1e6);
         devices.push_back(deviceReport(device, options, config.timeline));
     }
+    json silent = addFindings(devices, config);
     json marks = json::array();
     for (const auto& event : config.timeline) {
         const double at = event.at.count() / 1e6;
@@ -281,8 +283,9 @@ json recordingReport(const HostConfig& config, const std::string& name,
                 {{"atS", at}, {"what", event.on ? "tablet mode on" : "tablet mode off"}});
         }
     }
-    return {{"kind", "recording"},   {"file", name},       {"samples", samples},
-            {"durationS", duration}, {"devices", devices}, {"marks", marks}};
+    return {{"kind", "recording"},        {"file", name},       {"samples", samples},
+            {"durationS", duration},      {"devices", devices}, {"marks", marks},
+            {"silent", std::move(silent)}};
 }
 
 }  // namespace kelvane::tools::report

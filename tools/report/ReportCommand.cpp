@@ -44,9 +44,7 @@ class ReportCommand : public Command {
             return kExitUsage;
         }
         host::description::HostConfig recording;
-        if (!host::description::loadHostDescription(mInput == "-" ? "/dev/stdin" : mInput,
-                                                    &recording, &error)) {
-            if (mInput == "-" && error.rfind("/dev/stdin", 0) == 0) error = name + error.substr(10);
+        if (!host::description::loadHostDescription(mInput, &recording, &error)) {
             printError(printable(error));
             return kExitUsage;
         }

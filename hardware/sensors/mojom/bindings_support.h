@@ -7,13 +7,13 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <tuple>
 #include <type_traits>
 #include <utility>
 
 #include "base/bind.h"
 #include "base/callback.h"
+#include "base/synchronization/lock.h"
 #include "mojo/public/cpp/bindings/message.h"
 
 namespace mojom_bindings {
@@ -70,7 +70,7 @@ class ProxyToResponder<ResponseParams, CallbackType<void(Args...)>> {
     void Run(Args... args) {
         std::unique_ptr<mojo::MessageReceiver> responder;
         {
-            std::lock_guard<std::mutex> lock(mutex_);
+            base::AutoLock hold(lock_);
             responder = std::move(responder_);
         }
         if (!responder) return;
@@ -83,8 +83,8 @@ class ProxyToResponder<ResponseParams, CallbackType<void(Args...)>> {
   private:
     const uint32_t name_;
     // Copies of a repeating reply callback may run on several threads at once.
-    std::mutex mutex_;
-    std::unique_ptr<mojo::MessageReceiver> responder_;  // guarded by mutex_; taken by the first run
+    base::Lock lock_;
+    std::unique_ptr<mojo::MessageReceiver> responder_ GUARDED_BY(lock_);  // taken by the first run
 };
 
 }  // namespace internal

@@ -7,7 +7,10 @@
 #include <chrono>
 #include <cstdlib>
 #include <deque>
+#include <utility>
 
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 #include "base/threading/task_loops.h"
 #include "base/time/virtual_time_source.h"
 
@@ -24,15 +27,10 @@ std::chrono::steady_clock::time_point toSteady(TimeTicks t) {
         std::chrono::microseconds(t.since_origin().InMicroseconds()));
 }
 
-// Waits on `cv` for `pred`, `limit` at most (TimeDelta::Max(): no limit).
-template <typename Pred>
-bool waitFor(std::condition_variable& cv, std::unique_lock<std::mutex>& lock, TimeDelta limit,
-             Pred pred) {
-    if (limit.is_max()) {
-        cv.wait(lock, pred);
-        return true;
-    }
-    return cv.wait_for(lock, std::chrono::microseconds(limit.InMicroseconds()), pred);
+// The real-clock deadline `limit` from now (TimeDelta::Max(): in effect none).
+std::chrono::steady_clock::time_point realDeadline(TimeDelta limit) {
+    return std::chrono::steady_clock::now() +
+           std::chrono::microseconds(std::min(limit.InMicroseconds(), kMaxDelayUs));
 }
 
 // How many loops of the process run a task or have one ready. Only transitions count, so a busy
@@ -43,20 +41,25 @@ class BusyLoops {
     void add() { mCount.fetch_add(1, std::memory_order_acq_rel); }
     void remove() {
         if (mCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mZero.notify_all();
+            AutoLock hold(mLock);
+            mZero.Broadcast();
         }
     }
     bool waitForZero(TimeDelta limit) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return waitFor(mZero, lock, limit,
-                       [this] { return mCount.load(std::memory_order_acquire) == 0; });
+        const auto deadline = realDeadline(limit);
+        AutoLock hold(mLock);
+        while (!idle()) {
+            if (!mZero.WaitUntil(deadline)) return idle();
+        }
+        return true;
     }
 
   private:
+    bool idle() const { return mCount.load(std::memory_order_acquire) == 0; }
+
     std::atomic<int> mCount{0};
-    std::mutex mMutex;  // orders remove()'s notification after a waiter's check
-    std::condition_variable mZero;
+    Lock mLock;  // orders remove()'s notification after a waiter's check
+    ConditionVariable mZero{&mLock};
 };
 
 // Never destroyed: a loop may outlive static destruction on a detached thread.
@@ -73,24 +76,16 @@ class Thread::Loop : public SingleThreadTaskRunner {
     ~Loop() override;
 
     bool PostDelayedTask(const Location&, OnceClosure task, TimeDelta delay) override {
-        std::unique_lock<std::mutex> lock(mMutex);
-        if (mStopped) {
-            lock.unlock();
-            return false;  // `task` is destroyed here, releasing its bound arguments
+        bool wake = false;
+        {
+            AutoLock hold(mLock);
+            // Refused: `task` is destroyed by the caller, the lock released, which releases its
+            // bound arguments.
+            if (mStopped) return false;
+            queueLocked(std::move(task), delay);
+            wake = std::exchange(mIdle, false);
         }
-        if (delay.InMicroseconds() <= 0) {
-            mImmediate.push_back(std::move(task));
-            setBusy(true);
-        } else {
-            const TimeTicks due = TimeTicks::Now() + TimeDelta::FromMicroseconds(std::min(
-                                                         delay.InMicroseconds(), kMaxDelayUs));
-            mDelayed.push(Delayed{due, mNextSequence++, std::move(task)});
-        }
-        if (mIdle) {
-            mIdle = false;
-            lock.unlock();
-            mWake.notify_one();
-        }
+        if (wake) mWake.Signal();
         return true;
     }
 
@@ -98,44 +93,35 @@ class Thread::Loop : public SingleThreadTaskRunner {
 
     void Run() {
         tCurrentRunner = this;
-        std::unique_lock<std::mutex> lock(mMutex);
-        while (!mQuit) {
-            promoteDueTasks();
-            if (mImmediate.empty()) {
-                setBusy(false);
-                mIdle = true;
-                TimeTicks virtualNow;
-                // Under virtual time nothing becomes due by itself: the clock wakes the loop.
-                if (mDelayed.empty() || internal::VirtualNow(&virtualNow)) {
-                    mWake.wait(lock);
-                } else {
-                    mWake.wait_until(lock, toSteady(mDelayed.top().due));
+        {
+            AutoLock hold(mLock);
+            while (!mQuit) {
+                promoteDueTasksLocked();
+                if (mImmediate.empty()) {
+                    waitForWorkLocked();
+                    continue;
                 }
-                mIdle = false;
-                continue;
+                OnceClosure task = std::move(mImmediate.front());
+                mImmediate.pop_front();
+                AutoUnlock running(mLock);
+                std::move(task).Run();
             }
-            OnceClosure task = std::move(mImmediate.front());
-            mImmediate.pop_front();
-            lock.unlock();
-            std::move(task).Run();
-            lock.lock();
         }
-        lock.unlock();
         discardQueued();
         tCurrentRunner = nullptr;
-        lock.lock();
+        AutoLock hold(mLock);
         mFinished = true;
-        mFinishedCv.notify_all();
+        mFinishedCv.Broadcast();
     }
 
     // Stops accepting tasks and ends Run() after the task that is running now.
     void Quit() {
         {
-            std::lock_guard<std::mutex> lock(mMutex);
+            AutoLock hold(mLock);
             mQuit = true;
             mStopped = true;
         }
-        mWake.notify_one();
+        mWake.Signal();
     }
 
     // Destroys queued tasks without running them. Destructors of bound arguments may post again;
@@ -144,45 +130,49 @@ class Thread::Loop : public SingleThreadTaskRunner {
         std::deque<OnceClosure> immediate;
         DelayedQueue delayed;
         {
-            std::lock_guard<std::mutex> lock(mMutex);
+            AutoLock hold(mLock);
             mStopped = true;
             immediate.swap(mImmediate);
             delayed.swap(mDelayed);
         }
         immediate.clear();
         while (!delayed.empty()) delayed.pop();
-        std::lock_guard<std::mutex> lock(mMutex);
-        setBusy(false);
+        AutoLock hold(mLock);
+        setBusyLocked(false);
     }
 
     // Waits up to `limit` for Run() to end; true once it has.
     bool waitUntilFinished(TimeDelta limit) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return waitFor(mFinishedCv, lock, limit, [this] { return mFinished; });
+        const auto deadline = realDeadline(limit);
+        AutoLock hold(mLock);
+        while (!mFinished) {
+            if (!mFinishedCv.WaitUntil(deadline)) return mFinished;
+        }
+        return true;
     }
 
     // The virtual clock moved: take what is due now and wait anew.
     void wakeForClock() {
         {
-            std::lock_guard<std::mutex> lock(mMutex);
-            if (!mStopped) promoteDueTasks();
+            AutoLock hold(mLock);
+            if (!mStopped) promoteDueTasksLocked();
         }
-        mWake.notify_one();
+        mWake.Signal();
     }
 
     bool nextDueTime(TimeTicks* due) const {
-        std::lock_guard<std::mutex> lock(mMutex);
+        AutoLock hold(mLock);
         if (mStopped || mDelayed.empty()) return false;
         *due = mDelayed.top().due;
         return true;
     }
 
     std::thread::id threadId() const {
-        std::lock_guard<std::mutex> lock(mMutex);
+        AutoLock hold(mLock);
         return mThreadId;
     }
     void setThreadId(std::thread::id id) {
-        std::lock_guard<std::mutex> lock(mMutex);
+        AutoLock hold(mLock);
         mThreadId = id;
     }
 
@@ -198,19 +188,42 @@ class Thread::Loop : public SingleThreadTaskRunner {
     };
     using DelayedQueue = std::priority_queue<Delayed>;
 
-    // Under mMutex.
-    void promoteDueTasks() {
+    void queueLocked(OnceClosure task, TimeDelta delay) REQUIRES(mLock) {
+        if (delay.InMicroseconds() <= 0) {
+            mImmediate.push_back(std::move(task));
+            setBusyLocked(true);
+            return;
+        }
+        const TimeTicks due = TimeTicks::Now() + TimeDelta::FromMicroseconds(
+                                                     std::min(delay.InMicroseconds(), kMaxDelayUs));
+        mDelayed.push(Delayed{due, mNextSequence++, std::move(task)});
+    }
+
+    void promoteDueTasksLocked() REQUIRES(mLock) {
         if (mDelayed.empty()) return;
         const TimeTicks now = TimeTicks::Now();
         while (!mDelayed.empty() && mDelayed.top().due <= now) {
             mImmediate.push_back(std::move(mDelayed.top().task));
             mDelayed.pop();
         }
-        if (!mImmediate.empty()) setBusy(true);
+        if (!mImmediate.empty()) setBusyLocked(true);
     }
 
-    // Under mMutex.
-    void setBusy(bool busy) {
+    // Idle until a post, the next delayed task's due time or, under virtual time, the clock.
+    void waitForWorkLocked() REQUIRES(mLock) {
+        setBusyLocked(false);
+        mIdle = true;
+        TimeTicks virtualNow;
+        // Under virtual time nothing becomes due by itself: the clock wakes the loop.
+        if (mDelayed.empty() || internal::VirtualNow(&virtualNow)) {
+            mWake.Wait();
+        } else {
+            mWake.WaitUntil(toSteady(mDelayed.top().due));
+        }
+        mIdle = false;
+    }
+
+    void setBusyLocked(bool busy) REQUIRES(mLock) {
         if (busy == mBusy) return;
         mBusy = busy;
         if (busy) {
@@ -220,26 +233,26 @@ class Thread::Loop : public SingleThreadTaskRunner {
         }
     }
 
-    mutable std::mutex mMutex;
-    std::condition_variable mWake;
-    std::condition_variable mFinishedCv;
-    std::deque<OnceClosure> mImmediate;  // guarded by mMutex
-    DelayedQueue mDelayed;               // guarded by mMutex
-    uint64_t mNextSequence = 0;          // guarded by mMutex
-    bool mIdle = false;                  // guarded by mMutex: Run() is waiting for work
-    bool mBusy = false;                  // guarded by mMutex: counted in busyLoops()
-    bool mQuit = false;                  // guarded by mMutex
-    bool mStopped = false;               // guarded by mMutex: posts are refused
-    bool mFinished = false;              // guarded by mMutex: Run() has ended
-    std::thread::id mThreadId;           // guarded by mMutex
+    mutable Lock mLock;
+    ConditionVariable mWake{&mLock};
+    ConditionVariable mFinishedCv{&mLock};
+    std::deque<OnceClosure> mImmediate GUARDED_BY(mLock);
+    DelayedQueue mDelayed GUARDED_BY(mLock);
+    uint64_t mNextSequence GUARDED_BY(mLock) = 0;
+    bool mIdle GUARDED_BY(mLock) = false;  // Run() is waiting for work
+    bool mBusy GUARDED_BY(mLock) = false;  // counted in busyLoops()
+    bool mQuit GUARDED_BY(mLock) = false;
+    bool mStopped GUARDED_BY(mLock) = false;   // posts are refused
+    bool mFinished GUARDED_BY(mLock) = false;  // Run() has ended
+    std::thread::id mThreadId GUARDED_BY(mLock);
 };
 
 namespace {
 
 // Every loop of the process, for the virtual clock. Never destroyed, like busyLoops().
 struct LoopRegistry {
-    std::mutex mutex;  // taken before any loop's own mutex
-    std::vector<Thread::Loop*> loops;
+    Lock lock;  // taken before any loop's own lock
+    std::vector<Thread::Loop*> loops GUARDED_BY(lock);
 };
 
 LoopRegistry& loopRegistry() {
@@ -250,13 +263,13 @@ LoopRegistry& loopRegistry() {
 }  // namespace
 
 Thread::Loop::Loop() {
-    std::lock_guard<std::mutex> lock(loopRegistry().mutex);
+    AutoLock hold(loopRegistry().lock);
     loopRegistry().loops.push_back(this);
 }
 
 Thread::Loop::~Loop() {
     {
-        std::lock_guard<std::mutex> lock(loopRegistry().mutex);
+        AutoLock hold(loopRegistry().lock);
         auto& loops = loopRegistry().loops;
         loops.erase(std::find(loops.begin(), loops.end(), this));
     }
@@ -266,12 +279,12 @@ Thread::Loop::~Loop() {
 namespace internal {
 
 void WakeAllTaskLoops() {
-    std::lock_guard<std::mutex> lock(loopRegistry().mutex);
+    AutoLock hold(loopRegistry().lock);
     for (Thread::Loop* loop : loopRegistry().loops) loop->wakeForClock();
 }
 
 bool NextDueTimeOfAllTaskLoops(TimeTicks* due) {
-    std::lock_guard<std::mutex> lock(loopRegistry().mutex);
+    AutoLock hold(loopRegistry().lock);
     bool found = false;
     for (Thread::Loop* loop : loopRegistry().loops) {
         TimeTicks t;

@@ -19,19 +19,19 @@ constexpr size_t kKeptCapacity = 1024;
 class HandleTable {
   public:
     MojoHandle Add(std::shared_ptr<PipeEndpoint> endpoint) {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock hold(mLock);
         MojoHandle handle = mNext++;
         if (mNext == MOJO_HANDLE_INVALID) mNext = 1;
         mEndpoints.emplace(handle, std::move(endpoint));
         return handle;
     }
     std::shared_ptr<PipeEndpoint> Get(MojoHandle handle) {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock hold(mLock);
         auto it = mEndpoints.find(handle);
         return it == mEndpoints.end() ? nullptr : it->second;
     }
     std::shared_ptr<PipeEndpoint> Remove(MojoHandle handle) {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock hold(mLock);
         auto it = mEndpoints.find(handle);
         if (it == mEndpoints.end()) return nullptr;
         std::shared_ptr<PipeEndpoint> endpoint = std::move(it->second);
@@ -40,9 +40,9 @@ class HandleTable {
     }
 
   private:
-    std::mutex mMutex;
-    MojoHandle mNext = 1;                                                      // guarded by mMutex
-    std::unordered_map<MojoHandle, std::shared_ptr<PipeEndpoint>> mEndpoints;  // guarded by mMutex
+    base::Lock mLock;
+    MojoHandle mNext GUARDED_BY(mLock) = 1;
+    std::unordered_map<MojoHandle, std::shared_ptr<PipeEndpoint>> mEndpoints GUARDED_BY(mLock);
 };
 
 // Lives for the whole process: handles may be closed from static destructors.
@@ -86,8 +86,8 @@ std::vector<PipeEndpoint::Item> PipeEndpoint::ItemQueue::take() {
 void PipeEndpoint::Attach(scoped_refptr<base::SequencedTaskRunner> runner, EndpointClient* client) {
     DrainPost drain;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
-        std::lock_guard<std::mutex> pendingLock(mPendingMutex);
+        base::AutoLock lock(mLock);
+        base::AutoLock pending(mPendingLock);
         mRunner = std::move(runner);
         mClient = client;
         mDrainScheduled = false;
@@ -97,8 +97,8 @@ void PipeEndpoint::Attach(scoped_refptr<base::SequencedTaskRunner> runner, Endpo
 }
 
 void PipeEndpoint::Detach() {
-    std::lock_guard<std::mutex> lock(mMutex);
-    std::lock_guard<std::mutex> pendingLock(mPendingMutex);
+    base::AutoLock lock(mLock);
+    base::AutoLock pending(mPendingLock);
     mClient = nullptr;
     mRunner = nullptr;
     mDrainScheduled = false;
@@ -116,16 +116,15 @@ bool PipeEndpoint::WriteToPeer(Message message) {
 }
 
 bool PipeEndpoint::Enqueue(Item item) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    if (mClosed.load(std::memory_order_relaxed)) {
-        lock.unlock();
-        return false;  // `item` (and any handle it carries) is destroyed outside the lock
-    }
-    if (item.closed) mPeerClosed.store(true, std::memory_order_release);
-    mIncoming.push(std::move(item));
     DrainPost drain;
-    if (mRunner && !mDrainScheduled) drain = ScheduleDrainLocked();
-    lock.unlock();
+    {
+        base::AutoLock lock(mLock);
+        // Closed: `item` (and any handle it carries) is destroyed by the caller, outside the lock.
+        if (mClosed.load(std::memory_order_relaxed)) return false;
+        if (item.closed) mPeerClosed.store(true, std::memory_order_release);
+        mIncoming.push(std::move(item));
+        if (mRunner && !mDrainScheduled) drain = ScheduleDrainLocked();
+    }
     drain.Post();
     return true;
 }
@@ -147,30 +146,38 @@ PipeEndpoint::DrainPost PipeEndpoint::ScheduleDrainLocked() {
     return DrainPost{mRunner, mDrainTask};
 }
 
+bool PipeEndpoint::NextItem(Item* item, EndpointClient** client) {
+    {
+        base::AutoLock pending(mPendingLock);
+        // Detached, or attached elsewhere since this drain was posted: the current attachment,
+        // if any, has a drain of its own on its own runner.
+        if (!DrainIsCurrent()) return false;
+        if (!mPending.empty()) {
+            *item = mPending.pop();
+            *client = mClient;
+            return true;
+        }
+    }
+    // Take the whole batch that arrived meanwhile. Only this drain fills mPending, so it is
+    // still empty.
+    base::AutoLock lock(mLock);
+    base::AutoLock pending(mPendingLock);
+    if (!DrainIsCurrent()) return false;
+    if (mIncoming.empty()) {
+        mDrainScheduled = false;
+        return false;
+    }
+    mPending.swap(mIncoming);
+    *item = mPending.pop();
+    *client = mClient;
+    return true;
+}
+
 void PipeEndpoint::Drain() {
     for (int i = 0; i < kMaxMessagesPerDrain; ++i) {
         Item item;
         EndpointClient* client;
-        {
-            std::unique_lock<std::mutex> pendingLock(mPendingMutex);
-            // Detached, or attached elsewhere since this drain was posted: the current
-            // attachment, if any, has a drain of its own on its own runner.
-            if (!DrainIsCurrent()) return;
-            if (mPending.empty()) {
-                // Take the whole batch that arrived meanwhile.
-                pendingLock.unlock();
-                std::lock_guard<std::mutex> lock(mMutex);
-                pendingLock.lock();
-                if (!DrainIsCurrent()) return;
-                if (mIncoming.empty()) {
-                    mDrainScheduled = false;
-                    return;
-                }
-                mPending.swap(mIncoming);
-            }
-            item = mPending.pop();
-            client = mClient;
-        }
+        if (!NextItem(&item, &client)) return;
         // The client may destroy itself (and detach) while handling the item.
         if (item.closed) {
             client->OnPeerClosed(item.closed->reason, item.closed->description);
@@ -180,7 +187,7 @@ void PipeEndpoint::Drain() {
     }
     DrainPost drain;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mLock);
         if (DrainIsCurrent()) drain = ScheduleDrainLocked();
     }
     drain.Post();
@@ -190,8 +197,8 @@ void PipeEndpoint::Close(uint32_t reason, const std::string& description) {
     std::vector<Item> droppedPending;
     std::vector<Item> droppedIncoming;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
-        std::lock_guard<std::mutex> pendingLock(mPendingMutex);
+        base::AutoLock lock(mLock);
+        base::AutoLock pending(mPendingLock);
         if (mClosed.load(std::memory_order_relaxed)) return;
         mClosed.store(true, std::memory_order_release);
         mClient = nullptr;

@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/synchronization/lock.h"
 #include "base/task_runner.h"
 #include "mojo/public/c/system/message_pipe.h"
 #include "mojo/public/cpp/bindings/message.h"
@@ -74,8 +74,8 @@ class PipeEndpoint : public std::enable_shared_from_this<PipeEndpoint> {
         size_t mHead = 0;  // items before it were popped
     };
 
-    // A drain to post. It is taken under mMutex and posted after mMutex is released: a thread
-    // woken by the post would otherwise find the mutex still held by the poster and sleep again.
+    // A drain to post. It is taken under mLock and posted after mLock is released: a thread
+    // woken by the post would otherwise find the lock still held by the poster and sleep again.
     // Posted late, it may find the end detached or attached elsewhere; the drain checks that.
     struct DrainPost {
         scoped_refptr<base::SequencedTaskRunner> runner;  // null: nothing to post
@@ -84,33 +84,35 @@ class PipeEndpoint : public std::enable_shared_from_this<PipeEndpoint> {
     };
 
     // Queues an item from the peer. False if this end is closed.
-    bool Enqueue(Item item);
-    // Under mMutex: marks a drain scheduled and returns the post to make once it is released.
-    DrainPost ScheduleDrainLocked();
+    bool Enqueue(Item item) EXCLUDES(mLock);
+    // Marks a drain scheduled and returns the post to make once mLock is released.
+    DrainPost ScheduleDrainLocked() REQUIRES(mLock);
+    // The next item to dispatch and the client to hand it to; false when the drain ends here.
+    bool NextItem(Item* item, EndpointClient** client) EXCLUDES(mLock, mPendingLock);
     // Dispatches up to 64 items, taking what arrives meanwhile too. So a message that reaches a
     // pipe whose drain is running can be dispatched before one sent earlier on another pipe of the
     // same thread, whose drain waits behind: only the order on each pipe is kept.
     void Drain();
-    // Whether a drain running now on the calling thread is the current one. Needs either mutex.
+    // Whether a drain running now on the calling thread is the current one. Needs either lock.
     bool DrainIsCurrent() const { return mClient && mRunner->RunsTasksInCurrentSequence(); }
 
     std::weak_ptr<PipeEndpoint> mPeer;  // set once at creation
 
-    // Senders and the drain meet only on mMutex, and the drain takes it once per batch: it moves
-    // everything that arrived into mPending, then dispatches from there under mPendingMutex,
+    // Senders and the drain meet only on mLock, and the drain takes it once per batch: it moves
+    // everything that arrived into mPending, then dispatches from there under mPendingLock,
     // which no sender takes. The queue is mPending followed by mIncoming.
-    // Lock order: mMutex, then mPendingMutex.
-    mutable std::mutex mMutex;
-    std::mutex mPendingMutex;
-    ItemQueue mIncoming;  // guarded by mMutex
-    ItemQueue mPending;   // guarded by mPendingMutex
-    // Written under both mutexes, read under either.
+    mutable base::Lock mLock ACQUIRED_BEFORE(mPendingLock);
+    base::Lock mPendingLock;
+    ItemQueue mIncoming GUARDED_BY(mLock);
+    ItemQueue mPending GUARDED_BY(mPendingLock);
+    // Written under both locks, read under either (which the analysis cannot say).
     scoped_refptr<base::SequencedTaskRunner> mRunner;
     EndpointClient* mClient = nullptr;
-    // Posted for every drain; it holds this end weakly, so posting allocates nothing.
-    base::RepeatingClosure mDrainTask;  // guarded by mMutex; made on first use
-    bool mDrainScheduled = false;       // guarded by mMutex
-    // Written under mMutex; read without it by senders, who only need a recent value.
+    // Posted for every drain; it holds this end weakly, so posting allocates nothing. Shared
+    // ownership: the end may be closed and dropped on any thread.
+    base::RepeatingClosure mDrainTask GUARDED_BY(mLock);  // made on first use
+    bool mDrainScheduled GUARDED_BY(mLock) = false;
+    // Written under mLock; read without it by senders, who only need a recent value.
     std::atomic<bool> mClosed{false};
     std::atomic<bool> mPeerClosed{false};
 };

@@ -1,0 +1,59 @@
+// The least any timer-driven path can do to deliver samples to a proxy callback, to measure the
+// sub-HAL against: a timer thread wakes when each sample is due, stamps it with that time, notes
+// when it sends it, and hands it to a second thread with one PostTask; that thread builds the
+// event and posts it. Both threads run the task loop the Mojo thread runs, and the timer thread
+// waits with the same 1 ns timer slack as the emulated host's.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "base/threading/thread.h"
+#include "base/time/time.h"
+#include "bench/bench_env.h"
+#include "bench/sample_times.h"
+
+namespace kelvane::bench {
+
+struct Stream {
+    int32_t device;  // host device id; the sub-HAL handle is the same number
+    double hz;
+};
+
+// Streams from construction to destruction, on the threads "floor-timer" and "floor-handoff".
+class TimerFloor {
+  public:
+    // `proxy` and `sent` must outlive the floor; `sent` is written on the timer thread.
+    TimerFloor(const std::vector<Stream>& streams, CountingProxyCallback* proxy,
+               SampleTimeLog* sent);
+    ~TimerFloor();  // stops both threads; pending ticks are dropped
+    TimerFloor(const TimerFloor&) = delete;
+    TimerFloor& operator=(const TimerFloor&) = delete;
+
+  private:
+    struct Sample {
+        int32_t handle;
+        int64_t timestampNs;
+        float value;
+    };
+    struct Ticker {
+        TimerFloor* floor;
+        Stream stream;
+        base::TimeTicks start;  // of the first tick
+        int64_t startNs;        // the same on the boot-time clock
+        uint64_t next;          // timer thread only
+    };
+
+    static void schedule(Ticker* t);
+    static void tick(Ticker* t);
+    void deliver(Sample s);  // hand-off thread
+
+    CountingProxyCallback* const mProxy;
+    SampleTimeLog* const mSent;
+    std::vector<Event> mEvents;    // hand-off thread only
+    std::vector<Ticker> mTickers;  // filled before the timer starts ticking; never resized after
+    base::Thread mTimer;
+    base::Thread mHandOff;
+};
+
+}  // namespace kelvane::bench
