@@ -99,7 +99,8 @@ const shownNow = () => (view.paused ? view.pausedAt : view.now) ?? 0;
 function xRange() {
   if (view.zoom) return view.zoom;
   const now = shownNow();
-  return [now - WINDOW_S, now];
+  // A recording's time starts at 0: nothing to show before it.
+  return [view.replay ? Math.max(now - WINDOW_S, 0) : now - WINDOW_S, now];
 }
 
 // Ticks at round distances from the origin, so that "−2" stays where it is while data moves.
