@@ -8,16 +8,6 @@ const data = JSON.parse(document.getElementById('data').textContent);
 // The charts drawn, for the tests that look at them: {device, name, u}.
 window.iioReport = { charts: [] };
 
-function el(tag, attrs = {}, ...children) {
-  const node = document.createElement(tag);
-  for (const [k, v] of Object.entries(attrs)) {
-    if (k === 'class') node.className = v; else if (k === 'text') node.textContent = v;
-    else node.setAttribute(k, v);
-  }
-  for (const child of children) node.append(child);
-  return node;
-}
-
 const fmt = (v, digits = 4) => (v === null || v === undefined ? '–' : Number(v).toPrecision(digits));
 const count = (n) => Number(n).toLocaleString('en-US');
 
