@@ -8,17 +8,19 @@ void EventQueue::push(const std::vector<Event>& events) {
     if (events.empty()) return;
     const int64_t now = android::elapsedRealtimeNano();
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mLock);
         mEvents.insert(mEvents.end(), events.begin(), events.end());
         mReceivedNs.insert(mReceivedNs.end(), events.size(), now);
     }
-    mCv.notify_all();
+    mCv.Broadcast();
 }
 
 std::vector<EventQueue::Event> EventQueue::takeUntil(std::chrono::steady_clock::time_point deadline,
                                                      std::vector<int64_t>* receivedNs) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    mCv.wait_until(lock, deadline, [this] { return !mEvents.empty(); });
+    base::AutoLock lock(mLock);
+    while (mEvents.empty()) {
+        if (!mCv.WaitUntil(deadline)) break;
+    }
     std::vector<Event> taken(mEvents.begin(), mEvents.end());
     if (receivedNs != nullptr) {
         receivedNs->insert(receivedNs->end(), mReceivedNs.begin(), mReceivedNs.end());

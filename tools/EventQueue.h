@@ -4,11 +4,12 @@
 #include <android/hardware/sensors/2.1/types.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <vector>
+
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 
 namespace kelvane::tools {
 
@@ -25,10 +26,10 @@ class EventQueue {
                                  std::vector<int64_t>* receivedNs = nullptr);
 
   private:
-    std::mutex mMutex;
-    std::condition_variable mCv;
-    std::deque<Event> mEvents;        // guarded by mMutex
-    std::deque<int64_t> mReceivedNs;  // guarded by mMutex; one per event of mEvents
+    base::Lock mLock;
+    base::ConditionVariable mCv{&mLock};
+    std::deque<Event> mEvents GUARDED_BY(mLock);
+    std::deque<int64_t> mReceivedNs GUARDED_BY(mLock);  // one per event of mEvents
 };
 
 }  // namespace kelvane::tools

@@ -147,6 +147,9 @@ int Session::checkOptions(const CommonOptions& options) {
 int Session::readHost(const CommonOptions& options, host::description::HostConfig* config) {
     const std::string& file = options.hostFile;
     mSettled.hostInput = file;
+    mSettled.hostKind = !options.iioUri.empty() ? HostKind::kIio
+                        : file.empty()          ? HostKind::kBuiltIn
+                                                : HostKind::kDescription;
     mSettled.hostName = !options.iioUri.empty() ? "the IIO devices of " + options.iioUri
                         : file.empty()          ? "the built-in emulated host"
                                        : "the emulated host of " + (file == "-" ? "<stdin>" : file);

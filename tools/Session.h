@@ -50,6 +50,9 @@ struct CommonOptions {
     bool recordOnDemand = false;  // a paused recorder from the start, for recorder()
 };
 
+// What serves the sensors: the built-in emulated host, a host description, or IIO devices.
+enum class HostKind { kBuiltIn, kDescription, kIio };
+
 class Session {
   public:
     using SensorInfo = android::hardware::sensors::V2_1::SensorInfo;
@@ -87,6 +90,7 @@ class Session {
     // What serves the sensors, for a person: "the built-in emulated host", "the emulated host of
     // lab.json", "the IIO devices of ip:board".
     const std::string& hostName() const { return mSettled.hostName; }
+    HostKind hostKind() const { return mSettled.hostKind; }
     // The --host argument: "" for none, "-" for standard input.
     const std::string& hostInput() const { return mSettled.hostInput; }
     // Whether the host replays recorded samples (a --host description with timedSamples).
@@ -118,6 +122,7 @@ class Session {
         bool json = false;
         std::string hostName;
         std::string hostInput;
+        HostKind hostKind = HostKind::kBuiltIn;
         ReplayFacts replay;
     };
     // What runs the host: made by open(), ended by close().

@@ -7,7 +7,7 @@ namespace kelvane::host::common {
 
 void HostEventLog::add(HostEvent event) {
     event.time = base::TimeTicks::Now();
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     Device& device = mDevices[event.device];
     if (const SampleCount* sent = event.as<SampleCount>()) {
         device.samples += sent->count;
@@ -16,7 +16,7 @@ void HostEventLog::add(HostEvent event) {
             std::get<SampleCount>(mEvents[last].payload).count += sent->count;
             mEvents[last].time = event.time;
             ++mVersion;
-            mChanged.notify_all();
+            mChanged.Broadcast();
             return;
         }
         device.lastSamplesEvent = mEvents.size();
@@ -33,24 +33,24 @@ void HostEventLog::add(HostEvent event) {
     }
     mEvents.push_back(std::move(event));
     ++mVersion;
-    mChanged.notify_all();
+    mChanged.Broadcast();
 }
 
 std::vector<HostEvent> HostEventLog::events(size_t from) const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     if (from >= mEvents.size()) return {};
     return std::vector<HostEvent>(mEvents.begin() + static_cast<std::ptrdiff_t>(from),
                                   mEvents.end());
 }
 
 size_t HostEventLog::count(const HostEventPattern& pattern) const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return static_cast<size_t>(std::count_if(
         mEvents.begin(), mEvents.end(), [&](const HostEvent& e) { return pattern.matches(e); }));
 }
 
 std::vector<std::string> HostEventLog::lines() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     std::vector<std::string> out;
     out.reserve(mEvents.size());
     for (const HostEvent& e : mEvents) out.push_back(toText(e));
@@ -58,34 +58,38 @@ std::vector<std::string> HostEventLog::lines() const {
 }
 
 size_t HostEventLog::samplesSent(int32_t device) const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     auto it = mDevices.find(device);
     return it == mDevices.end() ? 0 : it->second.samples;
 }
 
 double HostEventLog::frequency(int32_t device) const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     auto it = mDevices.find(device);
     return it == mDevices.end() ? 0.0 : it->second.frequency;
 }
 
 bool HostEventLog::streaming(int32_t device) const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     auto it = mDevices.find(device);
     return it != mDevices.end() && it->second.streams > 0;
 }
 
 bool HostEventLog::waitFor(const Predicate& pred, std::chrono::milliseconds limit) const {
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    std::unique_lock<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     for (;;) {
         std::vector<HostEvent> snapshot = mEvents;
         const uint64_t seen = mVersion;
-        lock.unlock();
-        const bool holds = pred(snapshot);
-        lock.lock();
+        bool holds;
+        {
+            base::AutoUnlock unlocked(mLock);
+            holds = pred(snapshot);
+        }
         if (holds) return true;
-        if (!mChanged.wait_until(lock, deadline, [&] { return mVersion != seen; })) return false;
+        while (mVersion == seen) {
+            if (!mChanged.WaitUntil(deadline) && mVersion == seen) return false;
+        }
     }
 }
 

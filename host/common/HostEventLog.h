@@ -1,18 +1,18 @@
 // The events of one host, written by its threads and read by any: what the tool and the tests
 // know of a host. Besides the events it keeps what they add up to per device (samples sent, the
-// rate last answered, live streams). One mutex guards everything; every change wakes the waiters.
+// rate last answered, live streams). One lock guards everything; every change wakes the waiters.
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 #include "host/common/HostEvent.h"
 
 namespace kelvane::host::common {
@@ -48,12 +48,12 @@ class HostEventLog {
         size_t lastSamplesEvent = SIZE_MAX;  // index of its last kSamplesSent event
     };
 
-    mutable std::mutex mMutex;
-    mutable std::condition_variable mChanged;
-    std::vector<HostEvent> mEvents;      // guarded by mMutex
-    std::map<int32_t, Device> mDevices;  // guarded by mMutex
-    size_t mLastOther = SIZE_MAX;        // guarded by mMutex: index of the last non-sample event
-    uint64_t mVersion = 0;               // guarded by mMutex: bumped on every change
+    mutable base::Lock mLock;
+    mutable base::ConditionVariable mChanged{&mLock};
+    std::vector<HostEvent> mEvents GUARDED_BY(mLock);
+    std::map<int32_t, Device> mDevices GUARDED_BY(mLock);
+    size_t mLastOther GUARDED_BY(mLock) = SIZE_MAX;  // index of the last non-sample event
+    uint64_t mVersion GUARDED_BY(mLock) = 0;         // bumped on every change
 };
 
 }  // namespace kelvane::host::common

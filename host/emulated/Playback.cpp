@@ -145,15 +145,26 @@ bool Playback::advanceVirtualTime() {
     return true;
 }
 
+bool Playback::playedForItsReaders() const {
+    bool anyDone = false;
+    for (const Track& track : mTracks) {
+        if (track.done()) {
+            anyDone = true;
+            continue;
+        }
+        bool read = track.lastReader != nullptr;
+        mForEachReader(track.device, [&read](EmulatedSensorDevice&) { read = true; });
+        if (read) return false;
+    }
+    return anyDone;
+}
+
 void Playback::step() {
     if (!sendDue(nowUs())) {
         post(base::TimeDelta());
         return;
     }
-    if (mPlayedOut && !mTracks.empty() &&
-        std::all_of(mTracks.begin(), mTracks.end(), [](const Track& t) { return t.done(); })) {
-        std::exchange(mPlayedOut, nullptr)();
-    }
+    if (mPlayedOut && playedForItsReaders()) std::exchange(mPlayedOut, nullptr)();
     if (mConfig->speed <= 0.0) {
         if (advanceVirtualTime()) post(base::TimeDelta());
         return;

@@ -35,7 +35,8 @@ class Playback {
 
     // `config` belongs to the host and outlives this. At speed 0 the timeline is run from here
     // through `runTimeline`; otherwise the host schedules it itself. `playedOut` is called once,
-    // when the last recorded sample of every device has been sent.
+    // when every device that was read has sent its last recorded sample and no device with
+    // samples left is being read.
     Playback(const description::HostConfig* config,
              scoped_refptr<base::SingleThreadTaskRunner> runner, ForEachReader forEachReader,
              RunTimeline runTimeline, std::function<void()> playedOut = {});
@@ -79,6 +80,9 @@ class Playback {
     // until a device starts reading.
     bool advanceVirtualTime();
     int64_t nowUs() const;  // recorded time that has passed
+    // Every device that was ever read has sent all it holds, and at least one has: what a
+    // subset of the devices asked for is played (the others wait for a reader that may come).
+    bool playedForItsReaders() const;
 
     const description::HostConfig* const mConfig;
     const scoped_refptr<base::SingleThreadTaskRunner> mRunner;

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <limits>
+#include <set>
 
 #include "check/MarkupText.h"
 #include "report/HtmlPage.h"
@@ -91,7 +92,7 @@ TEST(ReportDataTest, ARecordedDeviceInItsUnitsWithGapsAndMarks) {
     const nlohmann::json report = recordingReport(config, "r.json");
     ASSERT_EQ(report["devices"].size(), 1u);
     const nlohmann::json& d = report["devices"][0];
-    EXPECT_EQ(d["label"], "device 7: bmi<script> (lid)");
+    EXPECT_EQ(d["label"], "Accelerometer (lid)") << "the name the sub-HAL publishes";
     EXPECT_EQ(d["type"], "accelerometer");
     EXPECT_EQ(d["unit"], "m/s²");
     EXPECT_EQ(d["series"].size(), 1u) << "the timestamp is no series";
@@ -106,6 +107,25 @@ TEST(ReportDataTest, ARecordedDeviceInItsUnitsWithGapsAndMarks) {
     EXPECT_EQ(d["marks"][0]["what"], "restart: a new reader");
     EXPECT_EQ(d["marks"][1]["what"], "observer error 5");
     EXPECT_EQ(report["marks"][0]["what"], "service closed (reason 7: bye)");
+
+    // Asked for 100 Hz, its timestamps 1 s ahead of the recorded boot-time send times: flagged
+    // next to the device with the rule check would FAIL; a device asked that sent nothing too.
+    config.startBootTimeNs = 0;
+    config.devices[0].frequencyAnswers = {{100.0, 100.0}};
+    description::VirtualDevice silent = config.devices[0];
+    silent.id = 8;
+    silent.types = {2};
+    silent.timedSamples = std::make_shared<description::TimedSamples>();
+    config.devices.push_back(silent);
+    const nlohmann::json flagged = recordingReport(config, "r.json");
+    std::set<std::string> rules;
+    for (const auto& flag : flagged["devices"][0]["flags"]) rules.insert(flag["rule"]);
+    // Its x channel is a ramp up to 24.5 m/s^2: no device at rest.
+    EXPECT_EQ(rules,
+              (std::set<std::string>{"cts.timestamp-future", "cts.magnitude", "cts.std-dev"}));
+    ASSERT_EQ(flagged["silent"].size(), 1u);
+    EXPECT_EQ(flagged["silent"][0]["label"], "Gyroscope (lid)");
+    config.devices.pop_back();
 
     // A scale that is no number: raw values, said so.
     config.devices[0].attributes["scale"] = "abc";

@@ -38,13 +38,17 @@ ProcessRun runServe(const std::vector<std::string>& args,
 
 const char kSensorOneOn[] = R"("handle":1,"lastFlushMs":[^,]*,"on":true)";
 
+// What every refusal's body is.
+std::string error(const std::string& sentence) { return json{{"error", sentence}}.dump(); }
+
 TEST(ServeTest, RefusesWhatAPageOnAnotherSiteCouldSend) {
     runServe({}, [](Server& s) {
         auto c = s.client();
         auto r = c->Get("/api/info");
         ASSERT_TRUE(r);
         EXPECT_EQ(r->status, 403);
-        EXPECT_EQ(r->body, "this request needs the token of the URL the tool printed\n");
+        EXPECT_EQ(r->body, error("this request needs the token of the URL the tool printed"));
+        EXPECT_EQ(r->get_header_value("Content-Type"), "application/json");
         r = c->Get("/api/info", {{"X-Token", std::string(32, '0')}});
         EXPECT_EQ(r->status, 403);
         EXPECT_EQ(c->Get("/api/info?token=" + s.token)->status, 200);
@@ -52,7 +56,7 @@ TEST(ServeTest, RefusesWhatAPageOnAnotherSiteCouldSend) {
         // DNS rebinding: a name that is not this server's, even with the token.
         r = c->Get("/api/info", s.headers("attacker.example:" + std::to_string(s.port)));
         EXPECT_EQ(r->status, 403);
-        EXPECT_EQ(r->body, "the Host header does not name this server\n");
+        EXPECT_EQ(r->body, error("the Host header does not name this server"));
         EXPECT_EQ(c->Get("/", {{"Host", "attacker.example"}})->status, 403);
         EXPECT_EQ(c->Get("/api/info", s.headers("localhost:" + std::to_string(s.port)))->status,
                   200);
@@ -83,7 +87,7 @@ TEST(ServeTest, AnswersBadRequestsWithOneLine) {
         auto expect = [&](const httplib::Result& r, int status, const std::string& body) {
             ASSERT_TRUE(r);
             EXPECT_EQ(r->status, status) << r->body;
-            EXPECT_EQ(r->body, body + "\n");
+            EXPECT_EQ(r->body, error(body));
         };
         expect(c->Get("/nothing/here"), 404, "nothing at /nothing/here");
         expect(c->Get("/assets/secret.txt"), 404, "no asset named secret.txt");
@@ -96,10 +100,13 @@ TEST(ServeTest, AnswersBadRequestsWithOneLine) {
         expect(post("/api/sensors/1/active", "{on"), 400, "the body is not a JSON object");
         expect(post("/api/sensors/1/active", R"({"on":1})"), 400,
                R"(expected {"on": true} or {"on": false})");
-        for (const char* hz : {"0", "1e10", "\"50\"", "-1", "null"}) {
+        for (const char* hz : {"0", "1e10", "\"50\"", "-1", "[]"}) {
             expect(post("/api/sensors/1/rate", std::string(R"({"hz":)") + hz + "}"), 400,
-                   R"(expected {"hz": N}, a rate from 0.001 to 1e9 Hz)");
+                   R"(expected {"hz": N}, a rate from 0.001 to 1e9 Hz, or {"hz": null} for )"
+                   "the default");
         }
+        expect(c->Get("/api/sensors/1/active", s.headers()), 405,
+               "GET is not served at /api/sensors/1/active");
         expect(post("/api/check", R"({"quick":"yes"})"), 400,
                R"(expected {"quick": true} or {"quick": false})");
         expect(post("/api/recording/stop", "{}"), 409, "no recording is running");
@@ -126,7 +133,12 @@ TEST(ServeTest, PagesShareOneStateAndNothingStopsWhenOneGoes) {
             200);
         EXPECT_TRUE(first.waitFor(kSensorOneOn));
         EXPECT_TRUE(second.waitFor(kSensorOneOn));
-        EXPECT_TRUE(second.waitFor(R"("rateHz":100)"));
+        EXPECT_TRUE(second.waitFor(R"("askedHz":100(\.0)?,[^}]*"handle":1,[^}]*"rateHz":100)"));
+        // An empty rate box: back to the default.
+        ASSERT_EQ(c->Post("/api/sensors/1/rate", s.headers(), R"({"hz":null})", "application/json")
+                      ->status,
+                  200);
+        EXPECT_TRUE(second.waitFor(R"("askedHz":null,[^}]*"handle":1,[^}]*"rateHz":null)"));
         first.stop();  // a page closes
         EXPECT_TRUE(
             second.waitFor(R"(event: samples\ndata: \{"sensors":\[\{"handle":1,"total":[0-9]{3})"));
@@ -137,6 +149,17 @@ TEST(ServeTest, PagesShareOneStateAndNothingStopsWhenOneGoes) {
         ASSERT_EQ(c->Post("/api/sensors/1/flush", s.headers(), "{}", "application/json")->status,
                   200);
         EXPECT_TRUE(third.waitFor(R"("flushes":1,"handle":1)"));
+
+        // While a check runs the controls are refused, with the reason.
+        ASSERT_EQ(
+            c->Post("/api/check", s.headers(), R"({"quick":true})", "application/json")->status,
+            200);
+        ASSERT_TRUE(third.waitFor(R"("suspended":"a check is running)"));
+        auto refused =
+            c->Post("/api/sensors/1/active", s.headers(), R"({"on":false})", "application/json");
+        ASSERT_TRUE(refused);
+        EXPECT_EQ(refused->status, 409);
+        EXPECT_EQ(refused->body, error("a check is running; the controls return when it ends"));
     });
     EXPECT_EQ(run.exitCode, 0) << run.err;
 }

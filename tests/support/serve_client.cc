@@ -26,17 +26,16 @@ std::unique_ptr<httplib::Client> ServeUrl::client() const {
 }
 
 ProcessRun runServe(const std::string& tool, const std::vector<std::string>& args,
-                    const std::function<void(ServeUrl&)>& body) {
+                    const std::function<void(ServeUrl&)>& body, ProcessOptions options) {
     std::vector<std::string> argv = {tool};
     argv.insert(argv.end(), args.begin(), args.end());
-    ProcessOptions options;
     bool done = false;
     options.onOutput = [&](pid_t pid, const ProcessRun& run) {
         std::smatch match;
         static const std::regex url(R"(http://[0-9.]+:(\d+)/\?token=([0-9a-f]{32})\n)");
         if (done || !std::regex_search(run.out, match, url)) return;
         done = true;
-        ServeUrl server{std::stoi(match[1]), match[2]};
+        ServeUrl server{std::stoi(match[1]), match[2], pid};
         // A first request from this thread builds the HTTP library's function-local statics
         // before the body starts threads of its own; the race checker cannot see the library
         // order them itself.

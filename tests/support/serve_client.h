@@ -4,6 +4,7 @@
 #pragma once
 
 #include <httplib.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <functional>
@@ -20,6 +21,7 @@ namespace kelvane::testing {
 struct ServeUrl {
     int port = 0;
     std::string token;
+    pid_t pid = 0;  // the tool's
 
     // The token, and a Host header when one is given.
     httplib::Headers headers(const std::string& host = "") const;
@@ -27,9 +29,10 @@ struct ServeUrl {
 };
 
 // Runs `tool` with `args` (serve and its options, --port 0 among them); once it printed its URL,
-// runs `body`, then sends SIGINT and waits for the tool to end.
+// runs `body`, then sends SIGINT and waits for the tool to end. `options` (its onOutput aside)
+// say how the tool runs.
 ProcessRun runServe(const std::string& tool, const std::vector<std::string>& args,
-                    const std::function<void(ServeUrl&)>& body);
+                    const std::function<void(ServeUrl&)>& body, ProcessOptions options = {});
 
 // Follows the live stream until stopped or the stream ends, keeping the text received.
 class Follower {

@@ -295,7 +295,7 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
         const char* error;  // the whole of stderr
     } cases[] = {
         {{},
-         "no subcommand given: list, stream, flush, dump, check, serve, report or help (iio-subhal "
+         "no subcommand given: list, stream, flush, dump, check, serve, report, compare or help (iio-subhal "
          "--help)"},
         {{"lst"}, "unknown subcommand \"lst\"; did you mean list? (iio-subhal --help)"},
         {{"stream", "--sensors", "1"},
@@ -390,7 +390,7 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
     EXPECT_NE(runTool({"help", "flush"}).out.find("Usage: iio-subhal flush"), std::string::npos);
     EXPECT_NE(runTool({"help", "help"}).out.find("Usage: iio-subhal help"), std::string::npos);
     EXPECT_NE(runTool({"help", "help"})
-                  .out.find("list, stream, flush, dump, check, serve, report or help"),
+                  .out.find("list, stream, flush, dump, check, serve, report, compare or help"),
               std::string::npos);
     // An option's help shows its value's name only, not CLI11's notes ("--rate HZ Excludes:
     // --period-ns", "--speed X:X") wedged between the option and its description.

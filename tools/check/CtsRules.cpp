@@ -295,7 +295,11 @@ class CtsRunner {
         const std::vector<Event> inRun(heard.events.begin(), heard.events.begin() + heard.counted);
         const std::vector<Sample> mine =
             recorded ? recorded->samples() : samplesOf(inRun, heard.received, h);
-        if (isOnChange(s.sensor)) {
+        if (isOnChange(s.sensor) && recorded && recorded->dead()) {
+            const Outcome none = fail("the recording asked it for samples and it sent none");
+            mRun.add(rules::kCtsOrdering, s.sensor, "", none);
+            mRun.add(rules::kCtsTimestampFuture, s.sensor, "", none);
+        } else if (isOnChange(s.sensor)) {
             mRun.add(rules::kCtsOrdering, s.sensor, "",
                      mine.size() < 2 && recorded
                          ? skip(std::to_string(mine.size()) + " recorded events, needs 2")

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "check/StreamStatistics.h"
+#include "compare/RecordingFigures.h"
 #include "hardware/sensors/mojom/sensor_kinds.h"
 
 namespace kelvane::tools::report {
@@ -162,6 +163,30 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
     return report;
 }
 
+// Each device under the name the sub-HAL publishes ("Accelerometer (lid)"), with what check
+// would FAIL on its stream, by the rule's name; returns the devices asked for samples that sent
+// none, each with its name and finding.
+json addFindings(json& devices, const HostConfig& config) {
+    json silent = json::array();
+    for (const compare::DeviceFigures& figures : compare::recordingFigures(config)) {
+        json flags = json::array();
+        for (const auto& [rule, outcome] : figures.verdicts) {
+            if (outcome.verdict != check::Verdict::kFail) continue;
+            flags.push_back({{"rule", rule}, {"detail", outcome.detail}});
+        }
+        if (figures.samples == 0) {
+            silent.push_back({{"label", figures.name}, {"flags", std::move(flags)}});
+            continue;
+        }
+        for (json& d : devices) {
+            if (d["id"] != figures.id) continue;
+            d["label"] = figures.name;
+            d["flags"] = flags;
+        }
+    }
+    return silent;
+}
+
 }  // namespace
 
 Decimated decimate(const std::vector<double>& t, const std::vector<std::vector<double>>& columns,
@@ -244,6 +269,7 @@ json recordingReport(const HostConfig& config, const std::string& name,
         duration = std::max(duration, device.timedSamples->atUs.back() / 1e6);
         devices.push_back(deviceReport(device, options, config.timeline));
     }
+    json silent = addFindings(devices, config);
     json marks = json::array();
     for (const auto& event : config.timeline) {
         const double at = event.at.count() / 1e6;
@@ -257,8 +283,9 @@ json recordingReport(const HostConfig& config, const std::string& name,
                 {{"atS", at}, {"what", event.on ? "tablet mode on" : "tablet mode off"}});
         }
     }
-    return {{"kind", "recording"},   {"file", name},       {"samples", samples},
-            {"durationS", duration}, {"devices", devices}, {"marks", marks}};
+    return {{"kind", "recording"},        {"file", name},       {"samples", samples},
+            {"durationS", duration},      {"devices", devices}, {"marks", marks},
+            {"silent", std::move(silent)}};
 }
 
 }  // namespace kelvane::tools::report

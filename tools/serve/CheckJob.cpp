@@ -16,12 +16,15 @@ using Clock = std::chrono::steady_clock;
 }  // namespace
 
 CheckJob::CheckJob(Session& session, EventStream& stream, SensorControls& controls, EventPump& pump)
-    : mSession(session), mStream(stream), mControls(controls), mPump(pump) {}
+    : mSession(session), mStream(stream), mControls(controls), mPump(pump) {
+    base::AutoLock lock(mMutex);
+    publishLocked();
+}
 
 CheckJob::~CheckJob() { cancel(); }
 
 Reply CheckJob::start(bool quick) {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     if (mRunning) return refusal(409, "a check is already running");
     if (mCancelled) return refusal(409, "the server is stopping");
     if (mThread.joinable()) mThread.join();  // the last run's thread, already done
@@ -38,7 +41,7 @@ void CheckJob::cancel() {
     mCancelled = true;
     std::thread thread;
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         thread = std::move(mThread);
     }
     if (thread.joinable()) thread.join();
@@ -56,14 +59,14 @@ void CheckJob::discardQueuedEvents() {
 
 void CheckJob::run(bool quick) {
     const auto start = Clock::now();
-    mControls.suspend("a check is running");
+    mControls.suspend("a check is running; the controls return when it ends");
     mPump.pause();
     discardQueuedEvents();
 
     check::CheckOptions options;
     options.quick = quick;
     options.onProgress = [this](const std::string& line) {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         mProgress.push_back(line);
         publishLocked();
     };
@@ -76,7 +79,7 @@ void CheckJob::run(bool quick) {
     mPump.resume();
     if (!mCancelled) mControls.resume();
 
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mMutex);
     mRunning = false;
     if (!mCancelled) mResults = check::worstFirst(results);
     mSeconds = std::chrono::duration<double>(Clock::now() - start).count();
@@ -97,11 +100,6 @@ std::string CheckJob::stateJsonLocked() const {
     return state.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-void CheckJob::publishLocked() { mStream.publish(sseFrame("check", stateJsonLocked())); }
-
-void CheckJob::sendStateTo(EventStream::Subscriber& subscriber) const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    subscriber.send(sseFrame("check", stateJsonLocked()));
-}
+void CheckJob::publishLocked() { mStream.publishState("check", stateJsonLocked()); }
 
 }  // namespace kelvane::tools::serve

@@ -4,17 +4,17 @@
 // "check" messages. When it is over the sub-HAL is initialized with the session's callback
 // again and the sensors that were on are turned back on.
 //
-// Threads: start() and sendStateTo() from the server's threads, cancel() from the main thread;
+// Threads: start() from the server's thread, cancel() from the main thread;
 // mMutex guards the state below it.
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Session.h"
+#include "base/synchronization/lock.h"
 #include "check/CheckResult.h"
 #include "serve/EventPump.h"
 #include "serve/EventStream.h"
@@ -34,13 +34,12 @@ class CheckJob {
     Reply start(bool quick);
     // Ends a run at once, its results dropped, and waits for its thread. Idempotent.
     void cancel();
-    void sendStateTo(EventStream::Subscriber& subscriber) const;
 
   private:
     void run(bool quick);
     void discardQueuedEvents();
-    std::string stateJsonLocked() const;
-    void publishLocked();
+    std::string stateJsonLocked() const REQUIRES(mMutex);
+    void publishLocked() REQUIRES(mMutex);
 
     Session& mSession;
     EventStream& mStream;
@@ -48,13 +47,13 @@ class CheckJob {
     EventPump& mPump;
     std::atomic<bool> mCancelled{false};
 
-    mutable std::mutex mMutex;
-    bool mRunning = false;                     // guarded by mMutex
-    bool mQuick = false;                       // guarded by mMutex
-    std::vector<std::string> mProgress;        // guarded by mMutex
-    std::vector<check::CheckResult> mResults;  // guarded by mMutex: the last run's
-    double mSeconds = 0;                       // guarded by mMutex
-    std::thread mThread;                       // guarded by mMutex
+    mutable base::Lock mMutex;
+    bool mRunning GUARDED_BY(mMutex) = false;
+    bool mQuick GUARDED_BY(mMutex) = false;
+    std::vector<std::string> mProgress GUARDED_BY(mMutex);
+    std::vector<check::CheckResult> mResults GUARDED_BY(mMutex);  // the last run's
+    double mSeconds GUARDED_BY(mMutex) = 0;
+    std::thread mThread GUARDED_BY(mMutex);
 };
 
 }  // namespace kelvane::tools::serve

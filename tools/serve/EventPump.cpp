@@ -41,28 +41,23 @@ EventPump::EventPump(Session& session, EventStream& stream, SensorControls& cont
 EventPump::~EventPump() { stop(); }
 
 void EventPump::pause() {
-    std::lock_guard<std::mutex> lock(mTakeMutex);
+    base::AutoLock lock(mMutex);
     mPaused = true;
+    while (mTaking) mIdle.Wait();
 }
 
 void EventPump::resume() {
-    std::lock_guard<std::mutex> lock(mTakeMutex);
+    base::AutoLock lock(mMutex);
     mPaused = false;
 }
 
 void EventPump::stop() {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mMutex);
         mStopping = true;
     }
-    mWake.notify_all();
+    mWake.Broadcast();
     if (mThread.joinable()) mThread.join();
-}
-
-void EventPump::sendStateTo(EventStream::Subscriber& subscriber) const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    if (!mHostJson.empty()) subscriber.send(sseFrame("host", mHostJson));
-    if (!mStatsJson.empty()) subscriber.send(sseFrame("stats", mStatsJson));
 }
 
 void EventPump::run() {
@@ -70,8 +65,9 @@ void EventPump::run() {
     auto nextStats = Clock::now();
     for (;;) {
         {
-            std::unique_lock<std::mutex> lock(mMutex);
-            mWake.wait_until(lock, nextBatch, [this] { return mStopping; });
+            base::AutoLock lock(mMutex);
+            while (!mStopping && mWake.WaitUntil(nextBatch)) {
+            }
             if (mStopping) break;
         }
         takeAndPublish();
@@ -88,8 +84,20 @@ void EventPump::run() {
 }
 
 void EventPump::takeAndPublish() {
-    std::lock_guard<std::mutex> lock(mTakeMutex);
-    if (mPaused) return;
+    {
+        base::AutoLock lock(mMutex);
+        if (mPaused) return;
+        mTaking = true;
+    }
+    takeEvents();
+    {
+        base::AutoLock lock(mMutex);
+        mTaking = false;
+    }
+    mIdle.Broadcast();
+}
+
+void EventPump::takeEvents() {
     std::vector<int64_t> receivedNs;
     const std::vector<Event> events =
         mSession.callback().queue().takeUntil(Clock::now(), &receivedNs);
@@ -134,22 +142,22 @@ void EventPump::takeAndPublish() {
 
 void EventPump::publishStats() {
     const int64_t now = android::elapsedRealtimeNano();
+    // A replay's timestamps are the recording's own: its latency means nothing.
+    const bool replay = mSession.replays();
     nlohmann::json sensors = nlohmann::json::array();
     for (auto& [handle, sensor] : mSensors) {
         if (now - sensor.lastReceivedNs > kStaleNs) sensor.stats.reset();
         const LiveFigures figures = sensor.stats.figures();
-        sensors.push_back({{"handle", handle},
-                           {"events", sensor.total},
-                           {"rateHz", optionalNumber(figures.rateHz)},
-                           {"intervalMs", optionalNumber(figures.intervalMs)},
-                           {"jitterMs", optionalNumber(figures.jitterMs)},
-                           {"latencyP50Ms", optionalNumber(figures.latencyP50Ms)},
-                           {"latencyP99Ms", optionalNumber(figures.latencyP99Ms)}});
+        sensors.push_back(
+            {{"handle", handle},
+             {"events", sensor.total},
+             {"rateHz", optionalNumber(figures.rateHz)},
+             {"intervalMs", optionalNumber(figures.intervalMs)},
+             {"jitterMs", optionalNumber(figures.jitterMs)},
+             {"latencyP50Ms", replay ? nullptr : optionalNumber(figures.latencyP50Ms)},
+             {"latencyP99Ms", replay ? nullptr : optionalNumber(figures.latencyP99Ms)}});
     }
-    const std::string json = nlohmann::json{{"sensors", std::move(sensors)}}.dump();
-    std::lock_guard<std::mutex> lock(mMutex);
-    mStatsJson = json;
-    mStream.publish(sseFrame("stats", json));
+    mStream.publishState("stats", nlohmann::json{{"sensors", std::move(sensors)}}.dump());
 }
 
 void EventPump::publishHostIfChanged() {
@@ -158,10 +166,9 @@ void EventPump::publishHostIfChanged() {
         {"problems", watch.problems()}, {"lost", nullptr}, {"replayOver", watch.replayOver()}};
     if (auto lost = watch.hostLost()) host["lost"] = *lost;
     const std::string json = host.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    std::lock_guard<std::mutex> lock(mMutex);
     if (json == mHostJson) return;
     mHostJson = json;
-    mStream.publish(sseFrame("host", json));
+    mStream.publishState("host", json);
 }
 
 }  // namespace kelvane::tools::serve

@@ -3,19 +3,19 @@
 // (per sensor: times in seconds since `originNs`, one array per axis, and the running count of
 // events taken, so a page can tell whether it lost any), "stats" twice a second (LiveStats), and
 // "host" when what the host side saw changes (the tool's host watch). Flush completions go to
-// SensorControls.
+// SensorControls. The "stats" and "host" messages are states: a page always has the latest.
 //
 // Threads: its own thread does everything above; pause(), resume() and stop() come from others.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "Session.h"
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 #include "serve/EventStream.h"
 #include "serve/LiveStats.h"
 #include "serve/SensorControls.h"
@@ -34,8 +34,6 @@ class EventPump {
     // the pump is between two takes.
     void pause();
     void resume();
-    // The last host status and figures, to a page that just subscribed.
-    void sendStateTo(EventStream::Subscriber& subscriber) const;
     // Takes what is queued a last time and ends the thread. Idempotent.
     void stop();
 
@@ -51,6 +49,7 @@ class EventPump {
 
     void run();
     void takeAndPublish();
+    void takeEvents();  // and publishes them
     void publishStats();
     void publishHostIfChanged();
 
@@ -60,15 +59,14 @@ class EventPump {
     const int64_t mOriginNs;
     std::map<int32_t, Sensor> mSensors;  // pump thread only
 
-    std::mutex mTakeMutex;  // held while taking; pause() takes it to wait out a take
-    bool mPaused = false;   // guarded by mTakeMutex
-
-    mutable std::mutex mMutex;
-    std::condition_variable mWake;
-    bool mStopping = false;  // guarded by mMutex
-    std::string mStatsJson;  // guarded by mMutex: the last "stats" message
-    std::string mHostJson;   // guarded by mMutex: the last "host" message
-    std::thread mThread;     // last: starts once everything above exists
+    base::Lock mMutex;
+    base::ConditionVariable mWake{&mMutex};  // a stop
+    base::ConditionVariable mIdle{&mMutex};  // a take ended
+    bool mStopping GUARDED_BY(mMutex) = false;
+    bool mPaused GUARDED_BY(mMutex) = false;
+    bool mTaking GUARDED_BY(mMutex) = false;  // between the start and end of a take
+    std::string mHostJson;                    // pump thread only: the last "host" message
+    std::thread mThread;                      // last: starts once everything above exists
 };
 
 }  // namespace kelvane::tools::serve

@@ -1,8 +1,10 @@
-// What a control of `serve` answers the page: an HTTP status and a body, JSON on success and one
-// line of text saying why otherwise.
+// What `serve` answers a request: an HTTP status, a body and its type, and any further headers.
+// A refusal's body is JSON, {"error": "<one sentence>"}, which the page shows as it is.
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace kelvane::tools::serve {
 
@@ -10,10 +12,11 @@ struct Reply {
     int status = 200;
     std::string body = "{}";
     std::string contentType = "application/json";
+    std::vector<std::pair<std::string, std::string>> headers;
 };
 
-inline Reply refusal(int status, std::string why) {
-    return {status, std::move(why) + "\n", "text/plain; charset=utf-8"};
-}
+Reply refusal(int status, const std::string& why);
+// 503, with Retry-After: the page says why and tries again.
+Reply unavailable(const std::string& why);
 
 }  // namespace kelvane::tools::serve

@@ -5,18 +5,48 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "Output.h"
 #include "check/SubHalFacts.h"
 
 namespace kelvane::tools::serve {
 
+namespace {
+
 using android::hardware::sensors::V1_0::Result;
 
-SensorControls::SensorControls(Session& session, EventStream& stream)
-    : mSession(session), mStream(stream) {
-    for (const auto& sensor : session.sensors()) mSensors[sensor.sensorHandle];
+// The library's own default when the kinds table does not know the sensor.
+constexpr double kFallbackDefaultHz = 50;
+
+int64_t periodNs(double hz) { return std::llround(1e9 / hz); }
+
+Reply libraryRefused(const std::string& call, Result result) {
+    return refusal(502, "the library answered " + call + " with " + check::resultName(result));
 }
 
-SensorControls::SensorState* SensorControls::findLocked(int32_t handle, Reply* reply) {
+}  // namespace
+
+SensorControls::SensorControls(Session& session, EventStream& stream, Controller& controller)
+    : mSession(session), mStream(stream), mController(controller) {
+    for (const auto& sensor : session.sensors()) {
+        const sensors::SensorKind* kind = sensorKind(sensor.type);
+        mSensors[sensor.sensorHandle].defaultHz = kind ? kind->defaultHz : kFallbackDefaultHz;
+    }
+    publish();
+}
+
+void SensorControls::setActive(int32_t handle, bool on, Done done) {
+    mController.post([this, handle, on, done] { done(setActiveNow(handle, on)); });
+}
+
+void SensorControls::setRate(int32_t handle, std::optional<double> hz, Done done) {
+    mController.post([this, handle, hz, done] { done(setRateNow(handle, hz)); });
+}
+
+void SensorControls::flush(int32_t handle, Done done) {
+    mController.post([this, handle, done] { done(flushNow(handle)); });
+}
+
+SensorControls::SensorState* SensorControls::find(int32_t handle, Reply* reply) {
     auto found = mSensors.find(handle);
     if (found == mSensors.end()) {
         *reply = refusal(404, "no sensor has handle " + std::to_string(handle));
@@ -29,118 +59,115 @@ SensorControls::SensorState* SensorControls::findLocked(int32_t handle, Reply* r
     return &found->second;
 }
 
-Reply SensorControls::setActive(int32_t handle, bool on) {
-    std::lock_guard<std::mutex> lock(mMutex);
+Reply SensorControls::setActiveNow(int32_t handle, bool on) {
     Reply reply;
-    SensorState* sensor = findLocked(handle, &reply);
+    SensorState* sensor = find(handle, &reply);
     if (sensor == nullptr) return reply;
     const Result result = mSession.subHal()->activate(handle, on);
     if (result != Result::OK) {
-        return refusal(502, "activate(" + std::to_string(handle) + ", " + (on ? "true" : "false") +
-                                ") answered " + check::resultName(result));
+        return libraryRefused(
+            "activate(" + std::to_string(handle) + ", " + (on ? "true" : "false") + ")", result);
     }
     sensor->on = on;
-    publishLocked();
+    publish();
     return reply;
 }
 
-Reply SensorControls::setRate(int32_t handle, double hz) {
-    std::lock_guard<std::mutex> lock(mMutex);
+Reply SensorControls::setRateNow(int32_t handle, std::optional<double> hz) {
     Reply reply;
-    SensorState* sensor = findLocked(handle, &reply);
+    SensorState* sensor = find(handle, &reply);
     if (sensor == nullptr) return reply;
-    const int64_t periodNs = std::llround(1e9 / hz);
-    const Result result = mSession.subHal()->batch(handle, periodNs, 0);
+    const int64_t period = periodNs(hz.value_or(sensor->defaultHz));
+    const Result result = mSession.subHal()->batch(handle, period, 0);
     if (result != Result::OK) {
-        return refusal(502, "batch(" + std::to_string(handle) + ", " + std::to_string(periodNs) +
-                                ", 0) answered " + check::resultName(result));
+        return libraryRefused(
+            "batch(" + std::to_string(handle) + ", " + std::to_string(period) + ", 0)", result);
     }
-    sensor->rateHz = hz;
-    publishLocked();
+    sensor->askedHz = hz;
+    publish();
     return reply;
 }
 
-Reply SensorControls::flush(int32_t handle) {
-    std::lock_guard<std::mutex> lock(mMutex);
+Reply SensorControls::flushNow(int32_t handle) {
     Reply reply;
-    SensorState* sensor = findLocked(handle, &reply);
+    SensorState* sensor = find(handle, &reply);
     if (sensor == nullptr) return reply;
     sensor->flushAskedNs = android::elapsedRealtimeNano();
     const Result result = mSession.subHal()->flush(handle);
     if (result != Result::OK) {
         sensor->flushAskedNs.reset();
-        return refusal(
-            502, "flush(" + std::to_string(handle) + ") answered " + check::resultName(result));
+        return libraryRefused("flush(" + std::to_string(handle) + ")", result);
     }
-    publishLocked();
+    publish();
     return reply;
 }
 
 void SensorControls::flushCompleted(int32_t handle, int64_t receivedNs) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    auto found = mSensors.find(handle);
-    if (found == mSensors.end()) return;
-    SensorState& sensor = found->second;
-    ++sensor.flushes;
-    if (sensor.flushAskedNs) sensor.lastFlushMs = (receivedNs - *sensor.flushAskedNs) / 1e6;
-    sensor.flushAskedNs.reset();
-    publishLocked();
+    mController.post([this, handle, receivedNs] {
+        auto found = mSensors.find(handle);
+        if (found == mSensors.end()) return;
+        SensorState& sensor = found->second;
+        ++sensor.flushes;
+        if (sensor.flushAskedNs) sensor.lastFlushMs = (receivedNs - *sensor.flushAskedNs) / 1e6;
+        sensor.flushAskedNs.reset();
+        publish();
+    });
 }
 
 void SensorControls::suspend(const std::string& why) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mOnBeforeSuspend.clear();
-    for (auto& [handle, sensor] : mSensors) {
-        mOnBeforeSuspend[handle] = sensor.on;
-        if (sensor.on) mSession.subHal()->activate(handle, false);
-        sensor.on = false;
-    }
-    mSuspended = why;
-    publishLocked();
+    mController.runAndWait([this, why] {
+        mOnBeforeSuspend.clear();
+        for (auto& [handle, sensor] : mSensors) mOnBeforeSuspend[handle] = sensor.on;
+        turnAllOff();
+        mSuspended = why;
+        publish();
+    });
 }
 
 void SensorControls::resume() {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mSuspended.clear();
-    for (auto& [handle, sensor] : mSensors) {
-        if (!mOnBeforeSuspend[handle]) continue;
-        if (sensor.rateHz) {
-            mSession.subHal()->batch(handle, std::llround(1e9 / *sensor.rateHz), 0);
+    mController.runAndWait([this] {
+        mSuspended.clear();
+        for (auto& [handle, sensor] : mSensors) {
+            if (!mOnBeforeSuspend[handle]) continue;
+            if (sensor.askedHz) mSession.subHal()->batch(handle, periodNs(*sensor.askedHz), 0);
+            sensor.on = mSession.subHal()->activate(handle, true) == Result::OK;
         }
-        sensor.on = mSession.subHal()->activate(handle, true) == Result::OK;
-    }
-    publishLocked();
+        publish();
+    });
 }
 
 void SensorControls::switchAllOff() {
-    std::lock_guard<std::mutex> lock(mMutex);
+    mController.runAndWait([this] {
+        turnAllOff();
+        mSuspended = "the server is stopping";
+    });
+}
+
+void SensorControls::turnAllOff() {
     for (auto& [handle, sensor] : mSensors) {
         if (sensor.on) mSession.subHal()->activate(handle, false);
         sensor.on = false;
     }
-    mSuspended = "the server is stopping";
 }
 
-std::string SensorControls::stateJsonLocked() const {
+void SensorControls::publish() {
     nlohmann::json sensors = nlohmann::json::array();
     for (const auto& [handle, sensor] : mSensors) {
-        nlohmann::json entry = {
-            {"handle", handle},       {"on", sensor.on},
-            {"rateHz", nullptr},      {"flushPending", sensor.flushAskedNs.has_value()},
-            {"lastFlushMs", nullptr}, {"flushes", sensor.flushes}};
-        if (sensor.rateHz) entry["rateHz"] = *sensor.rateHz;
+        // askedHz: null for the default rate. answeredHz comes once the host's answers can be
+        // told apart per sensor.
+        nlohmann::json entry = {{"handle", handle},
+                                {"on", sensor.on},
+                                {"rateHz", nullptr},
+                                {"askedHz", nullptr},
+                                {"flushPending", sensor.flushAskedNs.has_value()},
+                                {"lastFlushMs", nullptr},
+                                {"flushes", sensor.flushes}};
+        if (sensor.askedHz) entry["rateHz"] = entry["askedHz"] = *sensor.askedHz;
         if (sensor.lastFlushMs) entry["lastFlushMs"] = *sensor.lastFlushMs;
         sensors.push_back(std::move(entry));
     }
     nlohmann::json state = {{"sensors", std::move(sensors)}, {"suspended", mSuspended}};
-    return state.dump();
-}
-
-void SensorControls::publishLocked() { mStream.publish(sseFrame("sensors", stateJsonLocked())); }
-
-void SensorControls::sendStateTo(EventStream::Subscriber& subscriber) const {
-    std::lock_guard<std::mutex> lock(mMutex);
-    subscriber.send(sseFrame("sensors", stateJsonLocked()));
+    mStream.publishState("sensors", state.dump());
 }
 
 }  // namespace kelvane::tools::serve

@@ -1,18 +1,19 @@
-// The sensors as the pages drive them: on or off, at which rate, flushed. A change goes to the
-// sub-HAL, then to every page as a "sensors" message, under one mutex, so that every page sees
-// the same state and a page's first state is never older than the messages after it. Nothing
-// changes when a page goes away.
+// The sensors as the pages drive them: on or off, at which rate, flushed. Every change is made
+// on the controller thread (the only one that calls the library), then its state goes to every
+// page as the "sensors" state message. Nothing changes when a page goes away.
 //
-// Threads: the server's threads call the controls, the event pump reports flush completions,
-// the check job suspends and resumes; mMutex guards everything below it.
+// Threads: the requests' methods and flushCompleted() post to the controller and return; the
+// check job's suspend() and resume() and the end's switchAllOff() wait for it. Everything below
+// the public part belongs to the controller thread.
 #pragma once
 
+#include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "Session.h"
+#include "serve/Controller.h"
 #include "serve/EventStream.h"
 #include "serve/Reply.h"
 
@@ -20,12 +21,16 @@ namespace kelvane::tools::serve {
 
 class SensorControls {
   public:
-    SensorControls(Session& session, EventStream& stream);
+    // Called once with the reply, on the controller thread.
+    using Done = std::function<void(Reply)>;
 
-    Reply setActive(int32_t handle, bool on);
-    // batch(handle, period, 0); the rate stays for later activations.
-    Reply setRate(int32_t handle, double hz);
-    Reply flush(int32_t handle);
+    // Everything given outlives the controls.
+    SensorControls(Session& session, EventStream& stream, Controller& controller);
+
+    void setActive(int32_t handle, bool on, Done done);
+    // batch(handle, period, 0); the rate stays for later activations. No rate: the default.
+    void setRate(int32_t handle, std::optional<double> hz, Done done);
+    void flush(int32_t handle, Done done);
     // The event pump saw `handle`'s flush completion, received at `receivedNs`.
     void flushCompleted(int32_t handle, int64_t receivedNs);
 
@@ -36,29 +41,30 @@ class SensorControls {
     // At the end of the run: every sensor off, changes refused. Idempotent.
     void switchAllOff();
 
-    // The current state, to a page that just subscribed.
-    void sendStateTo(EventStream::Subscriber& subscriber) const;
-
   private:
     struct SensorState {
+        double defaultHz = 0;  // what the library runs it at when no rate was asked
         bool on = false;
-        std::optional<double> rateHz;         // none: the library's default
+        std::optional<double> askedHz;        // none: the library's default
         std::optional<int64_t> flushAskedNs;  // a flush not completed yet, boot-time clock
         std::optional<double> lastFlushMs;    // how long the last completed flush took
         uint64_t flushes = 0;                 // completions seen
     };
 
     // The sensor, or null with *reply set to a 404 or, while suspended, a 409.
-    SensorState* findLocked(int32_t handle, Reply* reply);
-    std::string stateJsonLocked() const;
-    void publishLocked();
+    SensorState* find(int32_t handle, Reply* reply);
+    Reply setActiveNow(int32_t handle, bool on);
+    Reply setRateNow(int32_t handle, std::optional<double> hz);
+    Reply flushNow(int32_t handle);
+    void turnAllOff();
+    void publish();
 
     Session& mSession;
     EventStream& mStream;
-    mutable std::mutex mMutex;
-    std::map<int32_t, SensorState> mSensors;   // guarded by mMutex: every published sensor
-    std::string mSuspended;                    // guarded by mMutex: why changes are refused
-    std::map<int32_t, bool> mOnBeforeSuspend;  // guarded by mMutex
+    Controller& mController;
+    std::map<int32_t, SensorState> mSensors;  // every published sensor
+    std::string mSuspended;                   // why changes are refused
+    std::map<int32_t, bool> mOnBeforeSuspend;
 };
 
 }  // namespace kelvane::tools::serve

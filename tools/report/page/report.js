@@ -8,6 +8,14 @@ const data = JSON.parse(document.getElementById('data').textContent);
 // The charts drawn, for the tests that look at them: {device, name, u}.
 window.iioReport = { charts: [] };
 
+// What check would FAIL on a device's stream: the rules' names, and each with its reason.
+const flagRules = (flags) => (flags || []).map((f) => f.rule).join(', ');
+function flagList(flags) {
+  const list = el('ul', { class: 'flags' });
+  for (const f of flags || []) list.append(el('li', {}, el('strong', { text: f.rule }), ` ${f.detail}`));
+  return list;
+}
+
 const fmt = (v, digits = 4) => (v === null || v === undefined ? '–' : Number(v).toPrecision(digits));
 const count = (n) => Number(n).toLocaleString('en-US');
 
@@ -84,13 +92,19 @@ function renderRecording() {
     el('h1', { text: `Recording ${data.file}` }),
     originBlock(data.origin),
     el('div', { class: 'meta', text: `${data.devices.length} devices · ${count(data.samples)} samples · ${fmt(data.durationS, 4)} s` }));
-  const table = el('table', {}, el('tr', {}, ...['device', 'type', 'samples', 'span', 'rate', 'median interval', 'gaps', 'marks']
+  const table = el('table', {}, el('tr', {}, ...['device', 'type', 'samples', 'span', 'rate', 'median interval', 'gaps', 'marks', 'check would fail']
     .map((h) => el('th', { text: h }))));
   for (const d of data.devices) {
     table.append(el('tr', {}, el('td', { text: d.label }), el('td', { text: d.type }),
       el('td', { class: 'num', text: count(d.samples) }), el('td', { class: 'num', text: `${fmt(d.durationS)} s` }),
       el('td', { class: 'num', text: `${fmt(d.rateHz)} Hz` }), el('td', { class: 'num', text: `${fmt(d.medianIntervalMs)} ms` }),
-      el('td', { class: 'num', text: count(d.gapCount) }), el('td', { class: 'num', text: count(d.marks.length) })));
+      el('td', { class: 'num', text: count(d.gapCount) }), el('td', { class: 'num', text: count(d.marks.length) }),
+      el('td', { class: 'flags', text: flagRules(d.flags) })));
+  }
+  for (const s of data.silent || []) {
+    table.append(el('tr', {}, el('td', { text: s.label }), el('td', { text: 'asked for samples, sent none' }),
+      el('td', { class: 'num', text: '0' }), el('td'), el('td'), el('td'), el('td'), el('td'),
+      el('td', { class: 'flags', text: flagRules(s.flags) })));
   }
   document.body.append(table);
   if (data.marks.length) {
@@ -110,7 +124,7 @@ function renderRecording() {
       el('div', { class: 'note', text: notes.join(' ') }),
       el('div', { class: 'marks' }, el('span', { class: 'legend-gap', text: `▮ ${count(d.gapCount)} gaps (intervals over 1.8 × the median)` }),
         ' ', el('span', { class: 'legend-mark', text: `▮ ${marks.length} host events and restarts` })),
-      charts);
+      flagList(d.flags), charts);
     document.body.append(card);
     for (const series of d.series) window.iioReport.charts.push({ device: d.id, name: series.name, u: timeChart(charts, d, series, marks) });
     histogramChart(charts, d);
