@@ -55,7 +55,9 @@ BENCHMARK(BM_Floor);
 void devicePath(benchmark::State& state, SensorType type) {
     System& sys = sharedSystem();
     const bool light = type == SensorType::LIGHT;
-    IioSensorDevice device(light ? kLight : kAccel, 100, type, {light ? 3 : 1}, &sys.subHal());
+    IioSensorDevice device(light ? kLight : kAccel, 100,
+                           *sensors::kindOfAndroidType(static_cast<int32_t>(type)), {light ? 3 : 1},
+                           &sys.subHal());
     if (light) {
         device.onChannelIds({"illuminance", "timestamp"});
     } else {

@@ -31,7 +31,8 @@ constexpr size_t kMaxScansPerRead = 256;
 LibiioSensorDevice::LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id,
                                        common::HostEventLog* log, std::set<int32_t>* scaleWarned,
                                        scoped_refptr<base::SingleThreadTaskRunner> runner)
-    : mContext(context),
+    : common::HostSensorDevice(log, id),
+      mContext(context),
       mDevice(device),
       mId(id),
       mLog(log),
@@ -40,8 +41,7 @@ LibiioSensorDevice::LibiioSensorDevice(iio_context* context, iio_device* device,
       mChannels(inputChannels(device)),
       mBuffered(std::any_of(mChannels.begin(), mChannels.end(),
                             [](const iio_channel* c) { return iio_channel_is_scan_element(c); })),
-      mBinding(this),
-      mEnabled(log, id) {}
+      mBinding(this) {}
 
 LibiioSensorDevice::~LibiioSensorDevice() { stopReading(); }
 
@@ -60,14 +60,12 @@ bool LibiioSensorDevice::validIndex(int32_t index) const {
     return index >= 0 && static_cast<size_t>(index) < mChannels.size();
 }
 
-void LibiioSensorDevice::SetTimeout(uint32_t timeout) {
+std::optional<std::string> LibiioSensorDevice::applyTimeout(uint32_t timeoutMs) {
     // libiio keeps one time-out per context: the last device to set one sets it for all.
-    common::HostEvent event =
-        common::HostEvent(common::HostEventKind::kTimeoutSet, mId).with(common::TimeoutMs{timeout});
-    if (const int error = iio_context_set_timeout(mContext, timeout); error < 0) {
-        event.withReason(errnoText(-error));
+    if (const int error = iio_context_set_timeout(mContext, timeoutMs); error < 0) {
+        return errnoText(-error);
     }
-    mLog->add(std::move(event));
+    return std::nullopt;
 }
 
 void LibiioSensorDevice::GetAttributes(const std::vector<std::string>& attr_names,
@@ -108,59 +106,35 @@ std::optional<std::string> LibiioSensorDevice::attribute(const std::string& attr
     return hostAttribute(mDevice, attr);
 }
 
-// What sets a buffered device's rate: its own sampling_frequency, or else its trigger's (an
-// hrtimer or sysfs trigger samples the device at the trigger's rate). Null if neither has one.
-static const iio_device* rateOwner(const iio_device* device) {
-    if (iio_device_find_attr(device, "sampling_frequency") != nullptr) return device;
-    const iio_device* trigger = nullptr;
-    if (iio_device_get_trigger(device, &trigger) == 0 && trigger != nullptr &&
-        iio_device_find_attr(trigger, "sampling_frequency") != nullptr) {
-        return trigger;
-    }
-    return nullptr;
-}
-
-double LibiioSensorDevice::applyFrequency(double requested, std::string* unknownRate) {
+double LibiioSensorDevice::applyFrequency(double requested) {
     if (std::isnan(requested) || requested <= 0.0) return 0.0;
-    const iio_device* owner = rateOwner(mDevice);
-    if (owner == nullptr) {
-        if (mBuffered) {
-            // Its samples come at a rate nobody here sets or reads: the answer is a guess.
-            const char* name = iio_device_get_name(mDevice);
-            *unknownRate = "iio:device" + std::to_string(mId) + " (" + (name ? name : "?") +
-                           ") has no sampling_frequency, nor has its trigger: it streams at a "
-                           "rate the host can neither set nor read";
-        }
-        return std::min(requested, kFastestHz);  // polled: the poll rate
-    }
+    const std::optional<std::string> current = readAttribute(mDevice, "sampling_frequency");
+    if (!current) return std::min(requested, kFastestHz);  // polled: the poll rate
+
     double wanted = std::isinf(requested) ? kFastestHz : requested;
     if (std::optional<std::string> available =
-            readAttribute(owner, "sampling_frequency_available")) {
+            readAttribute(mDevice, "sampling_frequency_available")) {
         wanted = nearestAvailable(*available, requested).value_or(wanted);
     }
     // The newline keeps the value readable by libiio, which drops a value's last byte.
     const std::string text = formatNumber(wanted) + "\n";
-    iio_device_attr_write(owner, "sampling_frequency", text.c_str());
-    // What the driver made of it: rounded to its own steps, or refused.
-    const std::optional<std::string> readBack = readAttribute(owner, "sampling_frequency");
+    iio_device_attr_write(mDevice, "sampling_frequency", text.c_str());
+    const std::optional<std::string> readBack = readAttribute(mDevice, "sampling_frequency");
     return parseNumber(readBack.value_or("")).value_or(0.0);
 }
 
 void LibiioSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
     mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAsked, mId)
                   .with(common::Rate{frequency}));
-    std::string unknownRate;
-    mFrequency = applyFrequency(frequency, &unknownRate);
+    mFrequency = applyFrequency(frequency);
     mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAnswered, mId)
-                  .with(common::Rate{mFrequency})
-                  .withReason(std::move(unknownRate)));
+                  .with(common::Rate{mFrequency}));
     // A new rate takes effect with a new buffer or poll period.
     if (mReader) startReader();
     std::move(callback).Run(mFrequency);
 }
 
-void LibiioSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverPtr observer) {
-    mLog->add(common::HostEvent(common::HostEventKind::kStartReadingAsked, mId));
+void LibiioSensorDevice::startReading(mojom::SensorDeviceSamplesObserverPtr observer) {
     stopReading();
     mObserver = std::move(observer);
     mObserver.set_connection_error_handler(base::BindOnce(
@@ -174,7 +148,7 @@ void LibiioSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverP
         observerError(mojom::ObserverErrorType::FREQUENCY_INVALID, "no valid rate set");
         return;
     }
-    if (mEnabled.empty()) {
+    if (enabled().empty()) {
         observerError(mojom::ObserverErrorType::NO_ENABLED_CHANNELS, "no channel enabled");
         return;
     }
@@ -191,7 +165,7 @@ void LibiioSensorDevice::startReader() {
         mLog->add(common::HostEvent(common::HostEventKind::kStreamStopped, mId));
     }
     std::vector<SampleReader::Channel> channels;
-    for (int32_t index : mEnabled.indices()) channels.push_back({index, mChannels[index]});
+    for (int32_t index : enabled().indices()) channels.push_back({index, mChannels[index]});
     base::WeakPtr<LibiioSensorDevice> self = mWeak.GetWeakPtr();
     auto deliver = [runner = mRunner, self](std::vector<Sample> samples) {
         runner->PostTask(FROM_HERE,
@@ -215,11 +189,6 @@ void LibiioSensorDevice::startReader() {
                                             std::min(mFrequency, kFastestHz), deliver, fail);
     }
     mLog->add(common::HostEvent(common::HostEventKind::kStreamStarted, mId));
-}
-
-void LibiioSensorDevice::StopReadingSamples() {
-    mLog->add(common::HostEvent(common::HostEventKind::kStopReadingAsked, mId));
-    stopReading();
 }
 
 void LibiioSensorDevice::stopReading() {
@@ -275,31 +244,14 @@ void LibiioSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
     std::move(callback).Run(ids);
 }
 
-void LibiioSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
-                                            SetChannelsEnabledCallback callback) {
-    // A buffered device streams its scan elements only; a polled one reads any channel.
-    std::move(callback).Run(mEnabled.set(iio_chn_indices, en, [this](int32_t index) {
-        return validIndex(index) && (!mBuffered || iio_channel_is_scan_element(mChannels[index]));
-    }));
+bool LibiioSensorDevice::canEnable(int32_t index) const {
+    return validIndex(index) && (!mBuffered || iio_channel_is_scan_element(mChannels[index]));
 }
 
-void LibiioSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
-                                            GetChannelsEnabledCallback callback) {
-    std::move(callback).Run(mEnabled.get(iio_chn_indices));
-}
-
-void LibiioSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
-                                               const std::string& attr_name,
-                                               GetChannelsAttributesCallback callback) {
-    mLog->add(common::HostEvent(common::HostEventKind::kChannelAttributeAsked, mId)
-                  .with(common::ChannelAttribute{iio_chn_indices, attr_name}));
-    std::vector<base::Optional<std::string>> values;
-    for (int32_t index : iio_chn_indices) {
-        std::optional<std::string> value;
-        if (validIndex(index)) value = readChannelAttribute(mChannels[index], attr_name.c_str());
-        values.push_back(value ? base::Optional<std::string>(*value) : base::nullopt);
-    }
-    std::move(callback).Run(std::move(values));
+std::optional<std::string> LibiioSensorDevice::channelAttribute(int32_t index,
+                                                                const std::string& name) {
+    if (!validIndex(index)) return std::nullopt;
+    return readChannelAttribute(mChannels[index], name.c_str());
 }
 
 }  // namespace kelvane::host::iio
