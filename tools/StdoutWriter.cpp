@@ -36,16 +36,16 @@ StdoutWriter::StdoutWriter(int fd, size_t capBytes)
 StdoutWriter::~StdoutWriter() {
     mAbandoned.store(true);
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mLock);
         mClosing = true;
     }
-    mChanged.notify_all();
+    mChanged.Broadcast();
     mThread.join();
 }
 
 bool StdoutWriter::append(const std::string& line) {
     {
-        std::lock_guard<std::mutex> lock(mMutex);
+        base::AutoLock lock(mLock);
         if (mError != 0) return false;
         if (mUnwrittenBytes + line.size() > mCapBytes) {
             ++mDropped;
@@ -60,7 +60,7 @@ bool StdoutWriter::append(const std::string& line) {
         ++mQueuedLines;
         if (!wasEmpty) return true;  // the thread was woken for what is queued already
     }
-    mChanged.notify_all();
+    mChanged.Broadcast();
     return true;
 }
 
@@ -68,19 +68,19 @@ StdoutWriter::Drained StdoutWriter::drain(const std::function<bool()>& giveUp,
                                           const std::function<void(size_t)>& slow) {
     const auto slowAt = std::chrono::steady_clock::now() + kSlowAfter;
     bool told = false;
-    std::unique_lock<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     for (;;) {
-        const bool done = mChanged.wait_for(lock, kPollInterval, [this] {
-            return mError != 0 || (mQueued.empty() && mInFlightLines == 0);
-        });
+        if (!settledLocked()) {
+            mChanged.TimedWait(base::TimeDelta::FromMilliseconds(kPollInterval.count()));
+        }
+        const bool done = settledLocked();
         if (mError != 0) return Drained::kWriteFailed;
         if (done) return Drained::kAll;
         if (!told && std::chrono::steady_clock::now() >= slowAt) {
             told = true;
             const size_t lines = mQueuedLines + mInFlightLines;
-            lock.unlock();
+            base::AutoUnlock unlocked(mLock);
             slow(lines);
-            lock.lock();
         }
         if (giveUp()) {
             mAbandoned.store(true);
@@ -90,39 +90,39 @@ StdoutWriter::Drained StdoutWriter::drain(const std::function<bool()>& giveUp,
 }
 
 int StdoutWriter::failed() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return mError;
 }
 
 uint64_t StdoutWriter::dropped() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return mDropped;
 }
 
 size_t StdoutWriter::unwritten() const {
-    std::lock_guard<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     return mQueuedLines + mInFlightLines;
 }
 
 void StdoutWriter::run() {
-    std::unique_lock<std::mutex> lock(mMutex);
+    base::AutoLock lock(mLock);
     for (;;) {
-        mChanged.wait(lock, [this] { return !mQueued.empty() || mClosing; });
+        while (mQueued.empty() && !mClosing) mChanged.Wait();
         if (mQueued.empty() || mAbandoned.load()) return;
         const std::string text = std::move(mQueued.front());
         mQueued.pop_front();
         mInFlightLines = countLines(text.data(), text.data() + text.size());
         mQueuedLines -= mInFlightLines;
-        lock.unlock();
-
         int error = 0;
-        const size_t written = writeOut(text, &error);
-
-        lock.lock();
+        size_t written;
+        {
+            base::AutoUnlock writing(mLock);
+            written = writeOut(text, &error);
+        }
         mUnwrittenBytes -= written;
         mInFlightLines = countLines(text.data() + written, text.data() + text.size());
         if (error != 0) mError = error;
-        if ((mInFlightLines == 0 && mQueued.empty()) || error != 0) mChanged.notify_all();
+        if ((mInFlightLines == 0 && mQueued.empty()) || error != 0) mChanged.Broadcast();
         if (error != 0 || mAbandoned.load()) return;
     }
 }

@@ -5,19 +5,20 @@
 // cap plus one block. Writes report EPIPE rather than raising SIGPIPE: main() ignores it.
 //
 // Threads: every public method runs on the owner's thread (the main thread); the writer thread
-// only takes what is queued and writes it. One mutex guards the queue and the counters.
+// only takes what is queued and writes it. One lock guards the queue and the counters.
 #pragma once
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
+
+#include "base/synchronization/condition_variable.h"
+#include "base/synchronization/lock.h"
 
 namespace kelvane::tools {
 
@@ -53,6 +54,10 @@ class StdoutWriter {
 
   private:
     void run();
+    // Nothing left to write, or writing failed.
+    bool settledLocked() const REQUIRES(mLock) {
+        return mError != 0 || (mQueued.empty() && mInFlightLines == 0);
+    }
     // Writes all of `text` unless writing fails or the writer is abandoned; returns the bytes
     // written and sets *error on failure.
     size_t writeOut(const std::string& text, int* error);
@@ -61,15 +66,15 @@ class StdoutWriter {
     const size_t mCapBytes;
     const size_t mChunkBytes;  // a pipe takes this much without blocking once poll says so
 
-    mutable std::mutex mMutex;
-    std::condition_variable mChanged;
-    std::deque<std::string> mQueued;      // guarded by mMutex: blocks of whole lines
-    size_t mUnwrittenBytes = 0;           // guarded by mMutex: queued and in flight
-    size_t mQueuedLines = 0;              // guarded by mMutex
-    size_t mInFlightLines = 0;            // guarded by mMutex: taken by the thread, not written yet
-    bool mClosing = false;                // guarded by mMutex: no more lines come
-    int mError = 0;                       // guarded by mMutex
-    uint64_t mDropped = 0;                // guarded by mMutex
+    mutable base::Lock mLock;
+    base::ConditionVariable mChanged{&mLock};
+    std::deque<std::string> mQueued GUARDED_BY(mLock);  // blocks of whole lines
+    size_t mUnwrittenBytes GUARDED_BY(mLock) = 0;       // queued and in flight
+    size_t mQueuedLines GUARDED_BY(mLock) = 0;
+    size_t mInFlightLines GUARDED_BY(mLock) = 0;  // taken by the thread, not written yet
+    bool mClosing GUARDED_BY(mLock) = false;      // no more lines come
+    int mError GUARDED_BY(mLock) = 0;
+    uint64_t mDropped GUARDED_BY(mLock) = 0;
     std::atomic<bool> mAbandoned{false};  // the thread stops at its next chunk
     std::thread mThread;                  // last: starts once everything above exists
 };
