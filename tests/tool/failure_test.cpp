@@ -323,7 +323,7 @@ TEST_F(ToolFailureTest, ADescriptionCostsAboutItsSizeInMemory) {
                 std::to_string(1000000000000 + i * 2500000ll) + "]";
     }
     const std::string description = write("big.json", text + "]}}]}");
-    auto peakKb = [this](const std::vector<std::string>& args) {
+    auto peakKb = [](const std::vector<std::string>& args) {
         ProcessRun run = runToolInShell(R"(exec /usr/bin/time -f "peak %M" "$0" "$@")", args);
         EXPECT_EQ(run.exitCode, 0) << run.err;
         const size_t at = run.err.rfind("peak ");
