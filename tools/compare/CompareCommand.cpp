@@ -77,7 +77,7 @@ class CompareCommand : public Command {
             "iio-subhal compare — " + comparison.nameA + " and " + comparison.nameB,
             {asset(web::chartAsset("uPlot.min.css")), asset(web::comparePageAsset("compare.css"))},
             compare::comparisonJson(comparison),
-            {asset(web::chartAsset("uPlot.iife.min.js")),
+            {asset(web::chartAsset("uPlot.iife.min.js")), asset(web::chartAsset("dom.js")),
              asset(web::comparePageAsset("compare.js"))});
     }
 

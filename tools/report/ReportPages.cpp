@@ -27,7 +27,7 @@ std::string recordingReportPage(const host::description::HostConfig& recording,
         name + " — iio-subhal report",
         {asset(web::chartAsset("uPlot.min.css")), asset(web::reportPageAsset("report.css"))}, data,
         {asset(web::chartAsset("uPlot.iife.min.js")), asset(web::chartAsset("scales.js")),
-         asset(web::reportPageAsset("report.js"))});
+         asset(web::chartAsset("dom.js")), asset(web::reportPageAsset("report.js"))});
 }
 
 std::string checkReportPage(const std::vector<check::CheckResult>& results, double seconds,
@@ -49,9 +49,9 @@ std::string checkReportPage(const std::vector<check::CheckResult>& results, doub
     const nlohmann::json data = {{"kind", "check"},     {"origin", originJson(origin)},
                                  {"seconds", seconds},  {"summary", check::summaryLine(results)},
                                  {"groups", summaries}, {"results", rows}};
-    return selfContainedPage("iio-subhal check — " + origin.host,
-                             {asset(web::reportPageAsset("report.css"))}, data,
-                             {asset(web::reportPageAsset("report.js"))});
+    return selfContainedPage(
+        "iio-subhal check — " + origin.host, {asset(web::reportPageAsset("report.css"))}, data,
+        {asset(web::chartAsset("dom.js")), asset(web::reportPageAsset("report.js"))});
 }
 
 }  // namespace kelvane::tools::report

@@ -6,16 +6,6 @@
 
 const data = JSON.parse(document.getElementById('data').textContent);
 
-function el(tag, attrs = {}, ...children) {
-  const node = document.createElement(tag);
-  for (const [k, v] of Object.entries(attrs)) {
-    if (k === 'class') node.className = v; else if (k === 'text') node.textContent = v;
-    else node.setAttribute(k, v);
-  }
-  for (const child of children) node.append(child);
-  return node;
-}
-
 // A and B of one channel on one time axis: uPlot wants one x array, so both are merged.
 function overlay(name, unit, a, b) {
   const xs = [...new Set([...(a ? a.t : []), ...(b ? b.t : [])])].sort((p, q) => p - q);

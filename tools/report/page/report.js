@@ -8,16 +8,6 @@ const data = JSON.parse(document.getElementById('data').textContent);
 // The charts drawn, for the tests that look at them: {device, name, u}.
 window.iioReport = { charts: [] };
 
-function el(tag, attrs = {}, ...children) {
-  const node = document.createElement(tag);
-  for (const [k, v] of Object.entries(attrs)) {
-    if (k === 'class') node.className = v; else if (k === 'text') node.textContent = v;
-    else node.setAttribute(k, v);
-  }
-  for (const child of children) node.append(child);
-  return node;
-}
-
 // What check would FAIL on a device's stream: the rules' names, and each with its reason.
 const flagRules = (flags) => (flags || []).map((f) => f.rule).join(', ');
 function flagList(flags) {
