@@ -30,12 +30,18 @@ class LibiioHost : public common::HostBase {
     LibiioHost(const LibiioHost&) = delete;
     LibiioHost& operator=(const LibiioHost&) = delete;
 
+    // The device-type codes (each device's first) of the devices whose samples carry their own
+    // timestamp, taken on the clock of the machine the devices are on: buffered devices with a
+    // timestamp scan element. Other devices' samples are stamped here, on reading. Any thread.
+    const std::set<int32_t>& selfStampedTypes() const { return mSelfStampedTypes; }
+
   private:
     explicit LibiioHost(iio_context* context);
     void bindService(chromeos::sensors::mojom::SensorServiceRequest request) override;
     void closeDevices() override;
 
     iio_context* const mContext;  // freed last, after the thread stopped
+    const std::set<int32_t> mSelfStampedTypes;
 
     // Host thread only. The thread is stopped before any of these goes.
     std::set<int32_t> mScaleWarned;

@@ -305,7 +305,7 @@ class CtsRunner {
                          ? skip(std::to_string(mine.size()) + " recorded events, needs 2")
                          : stats::ordering(mine));
             mRun.add(rules::kCtsTimestampFuture, s.sensor, "",
-                     timestampRule(recorded, mine, stats::notInFuture));
+                     timestampRule(s.sensor, recorded, mine, stats::notInFuture));
         } else if (recorded) {
             // The suite's count over the whole recording, at the rate it was recorded at.
             const Expectation asRecorded{recorded->periodNs, 0,
@@ -351,9 +351,10 @@ class CtsRunner {
 
     // Timestamp rules compare an event's timestamp with when it arrived, on the boot-time clock
     // of the host's machine: for a recording, when the recorded host sent it.
-    Outcome timestampRule(const RecordedStream* recorded, const std::vector<Sample>& mine,
+    Outcome timestampRule(const SensorInfo& sensor, const RecordedStream* recorded,
+                          const std::vector<Sample>& mine,
                           const std::function<Outcome(const std::vector<Sample>&)>& judge) const {
-        if (mRun.remoteClock()) {
+        if (mRun.remoteClock(sensor)) {
             return skip("the board's timestamps are on its own clock, not this machine's");
         }
         if (recorded != nullptr && !recorded->sendTimeProblem.empty()) {
@@ -416,10 +417,10 @@ class CtsRunner {
         if (jitterType(sensor.type)) {
             add(rules::kCtsJitter, stats::jitter(mine, s.expected, mRun.hifi()));
         }
-        add(rules::kCtsTimestampFuture, timestampRule(recorded, mine, [&](const auto& m) {
+        add(rules::kCtsTimestampFuture, timestampRule(sensor, recorded, mine, [&](const auto& m) {
                 return needs(1, [&] { return stats::notInFuture(m); });
             }));
-        add(rules::kCtsTimestampAge, timestampRule(recorded, mine, [&](const auto& m) {
+        add(rules::kCtsTimestampAge, timestampRule(sensor, recorded, mine, [&](const auto& m) {
                 return needs(1, [&] { return stats::age(m, s.expected); });
             }));
         if (atRestType(sensor.type)) {
