@@ -46,6 +46,10 @@ constexpr int64_t kBatchLatencyNs = 10000000000;
 // How long a flush completion may take.
 constexpr milliseconds kFlushLimit{10000};
 
+// The suite streams each rate for 5 s; --quick for half that.
+constexpr milliseconds kSuiteStream{5000};
+constexpr milliseconds kQuickStream{2500};
+
 // On-change sensors name no rate by their minDelay of 0; they stream at the framework's
 // SENSOR_DELAY_NORMAL.
 constexpr int64_t kOnChangePeriodNs = 200000000;
@@ -365,7 +369,7 @@ class CtsRunner {
 
     void stream(const std::vector<Streamed>& streams, const Rate& rate) {
         ISensorsSubHal& hal = mRun.hal();
-        const milliseconds duration = mRun.quick() ? milliseconds(2500) : milliseconds(5000);
+        const milliseconds duration = mRun.quick() ? kQuickStream : kSuiteStream;
         mRun.progress("cts: streaming at " + rate.label + " for " + secondsText(duration));
         const int64_t startNs = android::elapsedRealtimeNano();
         for (const Streamed& s : streams) {
@@ -411,11 +415,21 @@ class CtsRunner {
         auto needs = [&](size_t n, const std::function<Outcome()>& rule) {
             return mine.size() >= n ? rule() : tooFew(s, mine.size(), n, recorded);
         };
+        // Judged on a quick stream as on the suite's (see asTheSuiteWould).
+        auto lengthBound = [&](const std::function<Outcome(const std::vector<Sample>&)>& rule) {
+            return recorded == nullptr && mRun.quick() ? asTheSuiteWould(rule, mine, s.expected)
+                                                       : rule(mine);
+        };
         add(rules::kCtsOrdering, needs(2, [&] { return stats::ordering(mine); }));
-        add(rules::kCtsFrequency, needs(2, [&] { return stats::frequency(mine, s.expected); }));
-        add(rules::kCtsGaps, needs(3, [&] { return stats::gaps(mine, s.expected); }));
+        add(rules::kCtsFrequency, needs(2, [&] {
+                return lengthBound([&](const auto& m) { return stats::frequency(m, s.expected); });
+            }));
+        add(rules::kCtsGaps, needs(3, [&] {
+                return lengthBound([&](const auto& m) { return stats::gaps(m, s.expected); });
+            }));
         if (jitterType(sensor.type)) {
-            add(rules::kCtsJitter, stats::jitter(mine, s.expected, mRun.hifi()));
+            add(rules::kCtsJitter,
+                quickJitter(stats::jitter(mine, s.expected, mRun.hifi()), mine, recorded));
         }
         add(rules::kCtsTimestampFuture, timestampRule(sensor, recorded, mine, [&](const auto& m) {
                 return needs(1, [&] { return stats::notInFuture(m); });
@@ -433,6 +447,34 @@ class CtsRunner {
                 }));
         }
         add(rules::kCtsInitialValue, initialValue(mine, recorded, startNs, streamNs));
+    }
+
+    // --quick is never stricter than the full run: the rules whose bounds depend on the stream's
+    // length (the rate over its span, the gaps allowed per event) FAIL a quick stream only when
+    // it, completed to the suite's length with every further sample on time, still FAILs; else
+    // they SKIP, saying so.
+    static Outcome asTheSuiteWould(const std::function<Outcome(const std::vector<Sample>&)>& rule,
+                                   const std::vector<Sample>& mine, const Expectation& expected) {
+        Outcome quick = rule(mine);
+        if (quick.verdict != Verdict::kFail) return quick;
+        const int64_t moreNs =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(kSuiteStream - kQuickStream)
+                .count();
+        if (rule(stats::completedOnTime(mine, expected, moreNs)).verdict == Verdict::kFail) {
+            return quick;
+        }
+        return skip(quick.detail + " in --quick's " + secondsText(kQuickStream) +
+                    " stream; the suite's " + secondsText(kSuiteStream) +
+                    " stream could still pass: run without --quick to judge");
+    }
+
+    // Jitter needs 40 intervals, which a quick stream at a low rate never holds.
+    Outcome quickJitter(Outcome jitter, const std::vector<Sample>& mine,
+                        const RecordedStream* recorded) const {
+        if (recorded != nullptr || !mRun.quick() || mine.size() > 40) return jitter;
+        jitter.detail +=
+            " in --quick's " + secondsText(kQuickStream) + " stream: run without --quick to judge";
+        return jitter;
     }
 
     // For a recording: within the first 2 s after its start, by the recorded send times.

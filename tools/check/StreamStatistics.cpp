@@ -271,6 +271,19 @@ Outcome eventCount(size_t events, int64_t runNs, const Expectation& expected) {
     return static_cast<double>(events) >= needed ? pass(text) : fail(text);
 }
 
+std::vector<Sample> completedOnTime(std::vector<Sample> samples, const Expectation& expected,
+                                    int64_t moreNs) {
+    if (samples.empty() || expected.periodNs <= 0) return samples;
+    const Sample last = samples.back();
+    for (int64_t after = expected.periodNs; after <= moreNs; after += expected.periodNs) {
+        Sample next = last;
+        next.timestampNs = last.timestampNs + after;
+        next.receivedNs = last.receivedNs + after;
+        samples.push_back(next);
+    }
+    return samples;
+}
+
 Outcome minDelay(const SensorInfo& sensor) {
     const int32_t bound = sensor.type == SensorType::MAGNETIC_FIELD ? 100000 : 10000;
     const std::string text = fmt("minDelay %d us, needs <= %d us", sensor.minDelay, bound);

@@ -70,6 +70,7 @@ ValueColumns valueColumns(const VirtualDevice& device, std::optional<double> sca
 // The intervals between samples, from the timestamp column when there is one, else from the
 // send times; each with the time `t` of its later sample.
 struct Intervals {
+    std::vector<int64_t> stampsNs;  // what the intervals are between
     std::vector<double> ms;
     std::vector<double> atS;
 };
@@ -85,6 +86,7 @@ Intervals intervalsOf(const TimedSamples& samples, std::optional<size_t> timesta
             if (!samples.present[i * width + *timestampColumn]) continue;
             at = samples.values[i * width + *timestampColumn];
         }
+        out.stampsNs.push_back(at);
         if (previous) {
             out.ms.push_back(static_cast<double>(at - *previous) / 1e6);
             out.atS.push_back(t[i]);
@@ -157,7 +159,10 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
     for (size_t i = 0; i < n; ++i) t[i] = samples.atUs[i] / 1e6;
     const ValueColumns columns = valueColumns(device, scale);
     const Intervals intervals = intervalsOf(samples, columns.timestampColumn, t);
-    const double medianMs = median(intervals.ms);
+    // The figures the rules and the live page give, from the same statistics.
+    const check::stats::IntervalSummary summary =
+        check::stats::summarizeIntervals(intervals.stampsNs);
+    const double medianMs = summary.medianNs / 1e6;
     size_t gapCount = 0;
     json gaps = gapList(intervals, medianMs, options.maxGapsListed, &gapCount);
     Decimated drawn;
@@ -175,7 +180,9 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
         {"samples", n},
         {"durationS", n > 1 ? t.back() - t.front() : 0},
         {"medianIntervalMs", medianMs},
-        {"rateHz", medianMs > 0 ? json(1000.0 / medianMs) : json(nullptr)},
+        {"rateHz", summary.rateHz > 0 ? json(summary.rateHz) : json(nullptr)},
+        {"meanIntervalMs", summary.rateHz > 0 ? json(summary.meanNs / 1e6) : json(nullptr)},
+        {"jitterMs", summary.intervals >= 2 ? json(summary.jitterNs / 1e6) : json(nullptr)},
         {"intervalsFrom", columns.timestampColumn ? "the timestamp channel" : "the send times"},
         {"decimated", drawn.t.size() < n},
         {"buckets", options.buckets},
