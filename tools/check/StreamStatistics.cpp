@@ -271,11 +271,11 @@ Outcome eventCount(size_t events, int64_t runNs, const Expectation& expected) {
     return static_cast<double>(events) >= needed ? pass(text) : fail(text);
 }
 
-std::vector<Sample> completedOnTime(std::vector<Sample> samples, const Expectation& expected,
-                                    int64_t moreNs) {
-    if (samples.empty() || expected.periodNs <= 0) return samples;
+std::vector<Sample> continuedAsTypical(std::vector<Sample> samples, int64_t moreNs) {
+    const int64_t typical = std::llround(median(intervalsNs(samples, 1)));
+    if (samples.size() < 2 || typical <= 0) return samples;
     const Sample last = samples.back();
-    for (int64_t after = expected.periodNs; after <= moreNs; after += expected.periodNs) {
+    for (int64_t after = typical; after <= moreNs; after += typical) {
         Sample next = last;
         next.timestampNs = last.timestampNs + after;
         next.receivedNs = last.receivedNs + after;
