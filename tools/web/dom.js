@@ -1,4 +1,4 @@
-// The one DOM helper the reports share: el('div', {class: 'c', text: 't'}, child, ...) makes an
+// The one DOM helper the live page and the reports share: el('div', {class: 'c', text: 't'}, child, ...) makes an
 // element with its attributes ('class' and 'text' set className and textContent) and children.
 'use strict';
 

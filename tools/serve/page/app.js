@@ -30,16 +30,6 @@ const view = { now: null, paused: false, pausedAt: null, zoom: null, replay: fal
 const $ = (id) => document.getElementById(id);
 const cards = new Map();  // handle -> card (addCard)
 
-function el(tag, attrs = {}, ...children) {
-  const node = document.createElement(tag);
-  for (const [k, v] of Object.entries(attrs)) {
-    if (k === 'class') node.className = v; else if (k === 'text') node.textContent = v;
-    else node.setAttribute(k, v);
-  }
-  for (const child of children) node.append(child);
-  return node;
-}
-
 const fmt = (v, digits = 3) => (v === null || v === undefined ? '–' : Number(Number(v).toPrecision(digits)).toString());
 const hz = (v) => `${fmt(v, 4)} Hz`;
 const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
