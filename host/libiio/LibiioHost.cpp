@@ -45,7 +45,7 @@ std::string unreadableLocalDevice(const iio_context* context) {
     return {};
 }
 
-std::set<int32_t> selfStampedTypes(const iio_context* context) {
+std::set<int32_t> typesStampingTheirScans(const iio_context* context) {
     std::set<int32_t> types;
     const unsigned int count = iio_context_get_devices_count(context);
     for (unsigned int i = 0; i < count; ++i) {
@@ -99,7 +99,7 @@ std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string
 LibiioHost::LibiioHost(iio_context* context)
     : common::HostBase("libiio-host", vel::mojom::kBridgeVersion, /*autoSetUpChannel=*/true),
       mContext(context),
-      mSelfStampedTypes(selfStampedTypes(context)) {}
+      mSelfStampedTypes(typesStampingTheirScans(context)) {}
 
 LibiioHost::~LibiioHost() {
     stop();
