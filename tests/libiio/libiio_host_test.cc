@@ -500,8 +500,8 @@ TEST_F(IiodTest, BoardAndItsRecordingAreJudgedByTheCompatibilityRules) {
     EXPECT_EQ(status, 1);
     EXPECT_EQ(replayed["cts.frequency Accelerometer (lid) @ 50 Hz"]["detail"],
               "frequency 1e+06 Hz at 50 Hz requested, needs 45 < f < 110");
-    EXPECT_EQ(replayed["cts.frequency Accelerometer (lid) @ FASTEST"]["detail"],
-              "not recorded: the recording holds 50 Hz");
+    EXPECT_EQ(replayed.count("cts.frequency Accelerometer (lid) @ FASTEST"), 0u)
+        << "no row for a rate the recording never held";
     EXPECT_EQ(replayed["cts.timestamp-age Accelerometer (lid) @ 50 Hz"]["verdict"], "SKIP");
     unlink(path);
 
