@@ -165,7 +165,9 @@ BENCHMARK(BM_AllocsPerSample_Floor);
 
 void BM_AllocsPerSample_DevicePath(benchmark::State& state) {
     System& sys = sharedSystem();
-    IioSensorDevice device(kAccel, 100, SensorType::ACCELEROMETER, {1}, &sys.subHal());
+    IioSensorDevice device(
+        kAccel, 100, *sensors::kindOfAndroidType(static_cast<int32_t>(SensorType::ACCELEROMETER)),
+        {1}, &sys.subHal());
     device.onChannelIds({"accel_x", "accel_y", "accel_z", "timestamp"});
     device.onAttributes({std::string("bench"), std::string("0.01"), std::string("lid")});
     device.activate(true);

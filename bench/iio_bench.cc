@@ -55,25 +55,27 @@ BENCHMARK(BM_Floor);
 void devicePath(benchmark::State& state, SensorType type) {
     System& sys = sharedSystem();
     const bool light = type == SensorType::LIGHT;
-    IioSensorDevice device(light ? kLight : kAccel, 100, type, {light ? 3 : 1}, &sys.subHal());
-    if (light) {
-        device.onChannelIds({"illuminance", "timestamp"});
-    } else {
-        device.onChannelIds({"accel_x", "accel_y", "accel_z", "timestamp"});
-    }
-    device.onAttributes({std::string("bench"), std::string("0.01"), std::string("lid")});
-    device.activate(true);  // unconnected: only marks it active
-    base::flat_map<int32_t, int64_t> sample;
-    if (light) {
-        sample = {{0, 500}, {1, 0}};
-    } else {
-        sample = {{0, 12}, {1, -7}, {2, 981}, {3, 0}};
-    }
-    const int32_t tsIndex = light ? 1 : 3;
-    int64_t t = 0;
     const uint64_t before = sys.proxy().events();
-    // On the Mojo thread, where devices run.
+    // On the Mojo thread, where devices are made, run and destroyed (they check it).
     runOnMojoThread([&] {
+        IioSensorDevice device(light ? kLight : kAccel, 100,
+                               *sensors::kindOfAndroidType(static_cast<int32_t>(type)),
+                               {light ? 3 : 1}, &sys.subHal());
+        if (light) {
+            device.onChannelIds({"illuminance", "timestamp"});
+        } else {
+            device.onChannelIds({"accel_x", "accel_y", "accel_z", "timestamp"});
+        }
+        device.onAttributes({std::string("bench"), std::string("0.01"), std::string("lid")});
+        device.activate(true);  // unconnected: only marks it active
+        base::flat_map<int32_t, int64_t> sample;
+        if (light) {
+            sample = {{0, 500}, {1, 0}};
+        } else {
+            sample = {{0, 12}, {1, -7}, {2, 981}, {3, 0}};
+        }
+        const int32_t tsIndex = light ? 1 : 3;
+        int64_t t = 0;
         for (auto _ : state) {
             sample.find(tsIndex)->second = ++t;
             device.OnSampleUpdated(sample);

@@ -51,13 +51,14 @@ std::string buildIdOf(const dl_phdr_info& object) {
 }  // namespace
 
 std::string defaultLibraryPath() {
+    const std::string fromBin = std::string(IIO_SUBHAL_LIBDIR_FROM_BINDIR "/") + kLibraryName;
     char self[PATH_MAX];
     ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
-    if (n <= 0) return std::string("../lib/") + kLibraryName;
+    if (n <= 0) return fromBin;
     std::string exe(self, static_cast<size_t>(n));
     size_t slash = exe.rfind('/');
     std::string dir = slash == std::string::npos ? "." : exe.substr(0, slash);
-    return dir + "/../lib/" + kLibraryName;
+    return dir + "/" + fromBin;
 }
 
 ISensorsSubHal* loadSubHal(const std::string& path, std::string* error) {

@@ -9,7 +9,9 @@ namespace kelvane::tools {
 
 using android::hardware::sensors::V2_1::implementation::ISensorsSubHal;
 
-// The library built beside this program: <dir of the executable>/../lib/libiio-sensors-subhal.so.
+// The library built or installed with this program:
+// <dir of the executable>/../lib/iio-subhal/libiio-sensors-subhal.so (the directory comes from the
+// build, IIO_SUBHAL_LIBDIR_FROM_BINDIR).
 std::string defaultLibraryPath();
 
 // dlopen()s `path` with RTLD_NOW, calls its sensorsHalGetSubHal_2_1 and accepts the sub-HAL only

@@ -91,7 +91,7 @@ void addCommonOptions(Tool& tool) {
         ->excludes(hostOption);
     app.add_option("--library", common.library,
                    "sub-HAL library to load; a bare name is a file in the current directory "
-                   "(default: ../lib/libiio-sensors-subhal.so beside this program)")
+                   "(default: ../lib/iio-subhal/libiio-sensors-subhal.so beside this program)")
         ->type_name("PATH");
     app.add_flag("--json", common.json, "print JSON instead of text");
     app.add_flag("--log", common.log, "show the library's log lines on stderr");

@@ -1,9 +1,12 @@
 // A Chrome OS host backend as the tool sees it: it offers itself to the process's container bridge
 // and then serves the client on its own thread(s), reporting what it did and answered as host
-// events. Every backend is a HostBase.
+// events. A backend owns a HostCore that does all of this; destroying the backend stops it.
 #pragma once
 
+#include <utility>
+
 #include "host/common/HostConnection.h"
+#include "host/common/HostCore.h"
 #include "host/common/HostEventLog.h"
 
 namespace kelvane::host::common {
@@ -14,13 +17,20 @@ class Host {
     virtual ~Host() = default;
 
     // Offers this host to the process's container bridge. Returns at once.
-    virtual void registerWithBridge() = 0;
+    void registerWithBridge() { core().registerWithBridge(); }
 
     // Set before registerWithBridge(): see HostConnection::ServiceInterposer.
-    virtual void setServiceInterposer(HostConnection::ServiceInterposer interposer) = 0;
+    void setServiceInterposer(HostConnection::ServiceInterposer interposer) {
+        core().setServiceInterposer(std::move(interposer));
+    }
 
     // What the host saw and did; readable from any thread.
-    virtual const HostEventLog& log() const = 0;
+    const HostEventLog& log() const { return core().log(); }
+
+  private:
+    // The core the backend owns.
+    virtual HostCore& core() = 0;
+    virtual const HostCore& core() const = 0;
 };
 
 }  // namespace kelvane::host::common

@@ -193,36 +193,33 @@ void Recorder::sample(int32_t device, uint64_t observer,
     appendSample(d.samples, nowUsLocked(), sample);
 }
 
-description::TimelineEvent& Recorder::timelineEventLocked(description::TimelineAction action) {
+void Recorder::addTimelineEventLocked(description::TimelineAction action, int32_t device,
+                                      int32_t error, uint32_t reason,
+                                      const std::string& description) {
+    if (mPaused) return;
     description::TimelineEvent& event = mTimeline.emplace_back();
     event.at = std::chrono::microseconds(nowUsLocked());
     event.action = action;
-    return event;
+    event.device = device;
+    event.error = error;
+    event.reason = reason;
+    event.description = description;
 }
 
 void Recorder::observerError(int32_t device, int32_t type) {
     base::AutoLock lock(mLock);
-    if (mPaused) return;
-    description::TimelineEvent& event =
-        timelineEventLocked(description::TimelineAction::kObserverError);
-    event.device = device;
-    event.error = type;
+    addTimelineEventLocked(description::TimelineAction::kObserverError, device, type);
 }
 
 void Recorder::deviceLost(int32_t device) {
     base::AutoLock lock(mLock);
     deviceLocked(device).lost = true;
-    if (mPaused) return;
-    timelineEventLocked(description::TimelineAction::kCloseDevice).device = device;
+    addTimelineEventLocked(description::TimelineAction::kCloseDevice, device);
 }
 
 void Recorder::serviceClosed(uint32_t reason, const std::string& description) {
     base::AutoLock lock(mLock);
-    if (mPaused) return;
-    description::TimelineEvent& event =
-        timelineEventLocked(description::TimelineAction::kCloseService);
-    event.reason = reason;
-    event.description = description;
+    addTimelineEventLocked(description::TimelineAction::kCloseService, -1, 0, reason, description);
 }
 
 description::HostConfig Recorder::description() const {

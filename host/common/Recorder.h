@@ -90,9 +90,11 @@ class Recorder {
 
     int64_t nowUsLocked() const REQUIRES(mLock);
     Device& deviceLocked(int32_t id) REQUIRES(mLock);
-    // Appends a timeline entry of `action` stamped now, for the caller to fill in.
-    description::TimelineEvent& timelineEventLocked(description::TimelineAction action)
-        REQUIRES(mLock);
+    // Appends a timeline entry stamped now unless paused. The fields past `action` are those
+    // TimelineEvent keeps for it.
+    void addTimelineEventLocked(description::TimelineAction action, int32_t device,
+                                int32_t error = 0, uint32_t reason = 0,
+                                const std::string& description = {}) REQUIRES(mLock);
 
     mutable base::Lock mLock;
     const bool mTimestampsOnThisClock;

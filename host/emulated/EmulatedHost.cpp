@@ -16,11 +16,11 @@ namespace mojom = chromeos::sensors::mojom;
 
 EmulatedHost::EmulatedHost(description::HostConfig config,
                            scoped_refptr<base::SingleThreadTaskRunner> runner)
-    : common::HostBase("emulated-host", config.bridgeVersion, config.autoSetUpChannel,
-                       std::move(runner)),
-      mConfig(std::move(config)) {
+    : mConfig(std::move(config)),
+      mCore("emulated-host", mConfig.bridgeVersion, mConfig.autoSetUpChannel, *this,
+            std::move(runner)) {
     mPlayback = std::make_unique<Playback>(
-        &mConfig, mRunner,
+        &mConfig, mCore.runner(),
         [this](int32_t device, const std::function<void(EmulatedSensorDevice&)>& fn) {
             forEachDevice(device, [&fn](EmulatedSensorDevice& d) {
                 if (d.reading()) fn(d);
@@ -33,18 +33,19 @@ EmulatedHost::EmulatedHost(description::HostConfig config,
         });
 }
 
-EmulatedHost::~EmulatedHost() { stop(); }
+EmulatedHost::~EmulatedHost() = default;  // mCore goes first: see the header
 
 template <typename Method, typename... Args>
 void EmulatedHost::postToConnection(Method method, Args... args) {
-    mRunner->PostTask(FROM_HERE,
-                      base::BindOnce(method, base::Unretained(&mConnection), std::move(args)...));
+    mCore.runner()->PostTask(
+        FROM_HERE,
+        base::BindOnce(method, base::Unretained(&mCore.connection()), std::move(args)...));
 }
 
 template <typename Method, typename... Args>
 void EmulatedHost::post(Method method, Args... args) {
-    mRunner->PostTask(FROM_HERE,
-                      base::BindOnce(method, base::Unretained(this), std::move(args)...));
+    mCore.runner()->PostTask(FROM_HERE,
+                             base::BindOnce(method, base::Unretained(this), std::move(args)...));
 }
 
 void EmulatedHost::setUpChannel() { postToConnection(&common::HostConnection::setUpChannel); }
@@ -75,16 +76,16 @@ void EmulatedHost::closeService(uint32_t reason, const std::string& description)
 void EmulatedHost::closeDevice(int32_t device) { post(&EmulatedHost::doCloseDevice, device); }
 void EmulatedHost::closeObserver(int32_t device) { post(&EmulatedHost::doCloseObserver, device); }
 
-std::vector<common::HostEvent> EmulatedHost::events() const { return mLog.events(); }
+std::vector<common::HostEvent> EmulatedHost::events() const { return mCore.log().events(); }
 
 bool EmulatedHost::waitFor(const common::HostEventLog::Predicate& pred,
                            std::chrono::milliseconds limit) {
-    return mLog.waitFor(pred, limit);
+    return mCore.log().waitFor(pred, limit);
 }
 
 bool EmulatedHost::waitForEvent(const common::HostEventPattern& pattern,
                                 std::chrono::milliseconds limit) {
-    return mLog.waitFor(
+    return mCore.log().waitFor(
         [&pattern](const std::vector<common::HostEvent>& events) {
             return std::any_of(events.begin(), events.end(),
                                [&](const common::HostEvent& e) { return pattern.matches(e); });
@@ -93,15 +94,15 @@ bool EmulatedHost::waitForEvent(const common::HostEventPattern& pattern,
 }
 
 size_t EmulatedHost::count(const common::HostEventPattern& pattern) const {
-    return mLog.count(pattern);
+    return mCore.log().count(pattern);
 }
-size_t EmulatedHost::samplesSent(int32_t device) const { return mLog.samplesSent(device); }
-double EmulatedHost::frequency(int32_t device) const { return mLog.frequency(device); }
-bool EmulatedHost::streaming(int32_t device) const { return mLog.streaming(device); }
+size_t EmulatedHost::samplesSent(int32_t device) const { return mCore.log().samplesSent(device); }
+double EmulatedHost::frequency(int32_t device) const { return mCore.log().frequency(device); }
+bool EmulatedHost::streaming(int32_t device) const { return mCore.log().streaming(device); }
 
 void EmulatedHost::bindService(mojom::SensorServiceRequest request) {
     mServices.push_back(std::make_unique<EmulatedSensorService>(
-        &mConfig, &mLog, mPlayback.get(), &mSentProbe, mRunner, std::move(request)));
+        &mConfig, &mCore.log(), mPlayback.get(), &mSentProbe, mCore.runner(), std::move(request)));
     // The timeline and the recorded samples start once the client has set up its devices, so
     // that no entry races the handshake: entries at the same time run in the order given.
     mServices.back()->whenSetUp(
@@ -113,7 +114,7 @@ void EmulatedHost::startTimeline() {
     if (mConfig.speed <= 0.0) return;  // the playback runs the timeline among the samples
     for (const description::TimelineEvent& event : mConfig.timeline) {
         const double delayUs = static_cast<double>(event.at.count()) / mConfig.speed;
-        mRunner->PostDelayedTask(
+        mCore.runner()->PostDelayedTask(
             FROM_HERE, base::BindOnce(&EmulatedHost::runTimelineEvent, mWeak.GetWeakPtr(), event),
             common::boundedDelay(base::TimeDelta::FromMicroseconds(
                 static_cast<int64_t>(std::min(delayUs, 9.0e18)))));
@@ -123,7 +124,7 @@ void EmulatedHost::startTimeline() {
 void EmulatedHost::noteReplayProgress() {
     if (mReplayOver || !mPlayedOut || mTimelineRun < mConfig.timeline.size()) return;
     mReplayOver = true;
-    mLog.add(common::HostEvent(common::HostEventKind::kReplayOver));
+    mCore.log().add(common::HostEvent(common::HostEventKind::kReplayOver));
 }
 
 void EmulatedHost::runTimelineEvent(description::TimelineEvent event) {
@@ -131,9 +132,9 @@ void EmulatedHost::runTimelineEvent(description::TimelineEvent event) {
     // An entry that finds nothing to act on says so in the log rather than vanish.
     auto skipped = [this, &event](const std::string& action, const std::string& why) {
         const auto atMs = std::chrono::duration_cast<std::chrono::milliseconds>(event.at);
-        mLog.add(common::HostEvent(common::HostEventKind::kTimelineNotApplied, event.device)
-                     .with(common::TimelineSkip{atMs.count(), action})
-                     .withReason(why));
+        mCore.log().add(common::HostEvent(common::HostEventKind::kTimelineNotApplied, event.device)
+                            .with(common::TimelineSkip{atMs.count(), action})
+                            .withReason(why));
     };
     const std::string device = "device " + std::to_string(event.device);
     switch (event.action) {
@@ -158,8 +159,8 @@ void EmulatedHost::runTimelineEvent(description::TimelineEvent event) {
             doCloseService(event.reason, event.description);
             break;
         case description::TimelineAction::kTabletMode:
-            if (!mConnection.hasInstance()) skipped("tabletMode", "no sensors instance");
-            mConnection.setTabletMode(event.on);
+            if (!mCore.connection().hasInstance()) skipped("tabletMode", "no sensors instance");
+            mCore.connection().setTabletMode(event.on);
             break;
     }
     noteReplayProgress();

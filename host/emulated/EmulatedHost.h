@@ -14,7 +14,8 @@
 #include "base/memory/weak_ptr.h"
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/HostBase.h"
+#include "host/common/Host.h"
+#include "host/common/HostCore.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/Playback.h"
 #include "host/emulated/SentSample.h"
@@ -26,7 +27,7 @@ class EmulatedSensorService;
 
 // Every call returns at once: the work is posted to the host thread. What the host saw and did is
 // kept as host events, readable from any thread.
-class EmulatedHost : public common::HostBase {
+class EmulatedHost : public common::Host, private common::HostCore::Devices {
   public:
     // Starts the host thread, or runs on `runner` when one is given: it must run tasks until the
     // host is destroyed, on a thread other than the one that destroys it. Does not register yet.
@@ -75,6 +76,8 @@ class EmulatedHost : public common::HostBase {
     void postToConnection(Method method, Args... args);
     void bindService(chromeos::sensors::mojom::SensorServiceRequest request) override;
     void closeDevices() override;
+    common::HostCore& core() override { return mCore; }
+    const common::HostCore& core() const override { return mCore; }
     void doSendObserverError(int32_t device, int32_t errorType);
     void doPushSample(int32_t device, std::map<int32_t, int64_t> sample);
     void doEmitBurst(int32_t device, size_t count);
@@ -90,15 +93,17 @@ class EmulatedHost : public common::HostBase {
 
     const description::HostConfig mConfig;
 
-    // Host thread only. They go after the teardown ran there.
+    // Host thread only. The core, destroyed first, runs the teardown there before any goes.
     std::vector<std::unique_ptr<EmulatedSensorService>> mServices;
     std::unique_ptr<Playback> mPlayback;
     SentSampleProbe mSentProbe;  // the devices hold its address
     size_t mTimelineRun = 0;     // entries run so far
     bool mPlayedOut = false;     // every recorded sample sent
     bool mReplayOver = false;    // kReplayOver logged
-    // Last. The timeline's entries hold it; the teardown invalidates it.
+    // The timeline's entries hold it; the teardown invalidates it.
     base::WeakPtrFactory<EmulatedHost> mWeak{this};
+    // Last, so that it is the first to go: it stops the host before the members above go.
+    common::HostCore mCore;
 };
 
 }  // namespace kelvane::host::emulated

@@ -31,15 +31,15 @@ EmulatedSensorDevice::EmulatedSensorDevice(const description::VirtualDevice& con
                                            common::HostEventLog* log,
                                            scoped_refptr<base::SingleThreadTaskRunner> runner,
                                            Playback* playback, const SentSampleProbe* sentProbe)
-    : mConfig(config),
+    : common::HostSensorDevice(log, config.id),
+      mConfig(config),
       mStream(stream),
       mLog(log),
       mRunner(std::move(runner)),
       mPlayback(config.timedSamples ? playback : nullptr),
       mSentProbe(sentProbe),
       mBinding(this),
-      mGenerator(config),
-      mEnabled(log, config.id) {}
+      mGenerator(config) {}
 
 EmulatedSensorDevice::~EmulatedSensorDevice() { setReading(false); }
 
@@ -97,14 +97,9 @@ void EmulatedSensorDevice::emitBurst(size_t count) {
                       .with(common::SampleCount{count}));
     for (size_t i = 0; i < count; ++i) {
         const SampleGenerator::Sample& sample =
-            mGenerator.next(mEnabled.indices(), android::elapsedRealtimeNano());
+            mGenerator.next(enabled().indices(), android::elapsedRealtimeNano());
         if (live) mObserver->OnSampleUpdated(sample);
     }
-}
-
-void EmulatedSensorDevice::SetTimeout(uint32_t timeout) {
-    mLog->add(common::HostEvent(common::HostEventKind::kTimeoutSet, mConfig.id)
-                  .with(common::TimeoutMs{timeout}));
 }
 
 void EmulatedSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
@@ -175,29 +170,10 @@ void EmulatedSensorDevice::reply(common::HostStep step, Callback callback, Value
                              common::boundedDelay(mConfig.replyDelay));
 }
 
-void EmulatedSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
-                                              SetChannelsEnabledCallback callback) {
-    const int32_t channelCount = static_cast<int32_t>(mConfig.channels.size());
+bool EmulatedSensorDevice::canEnable(int32_t index) const {
     const auto& failing = mConfig.failChannels;
-    std::move(callback).Run(mEnabled.set(iio_chn_indices, en, [&](int32_t index) {
-        return index >= 0 && index < channelCount &&
-               std::find(failing.begin(), failing.end(), index) == failing.end();
-    }));
-}
-
-void EmulatedSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
-                                              GetChannelsEnabledCallback callback) {
-    std::move(callback).Run(mEnabled.get(iio_chn_indices));
-}
-
-void EmulatedSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
-                                                 const std::string& attr_name,
-                                                 GetChannelsAttributesCallback callback) {
-    mLog->add(common::HostEvent(common::HostEventKind::kChannelAttributeAsked, mConfig.id)
-                  .with(common::ChannelAttribute{iio_chn_indices, attr_name}));
-    // Virtual channels carry no attributes of their own.
-    std::move(callback).Run(
-        std::vector<base::Optional<std::string>>(iio_chn_indices.size(), base::nullopt));
+    return index >= 0 && index < static_cast<int32_t>(mConfig.channels.size()) &&
+           std::find(failing.begin(), failing.end(), index) == failing.end();
 }
 
 double EmulatedSensorDevice::answerFrequency(double requested) const {
@@ -225,8 +201,7 @@ void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback c
     std::move(callback).Run(mFrequency);
 }
 
-void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverPtr observer) {
-    mLog->add(common::HostEvent(common::HostEventKind::kStartReadingAsked, mConfig.id));
+void EmulatedSensorDevice::startReading(mojom::SensorDeviceSamplesObserverPtr observer) {
     stopReading();  // the previous observer is closed
     mObserver = std::move(observer);
     mObserver.set_connection_error_handler(
@@ -243,11 +218,6 @@ void EmulatedSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserve
     } else if (mStream) {
         startTimer();
     }
-}
-
-void EmulatedSensorDevice::StopReadingSamples() {
-    mLog->add(common::HostEvent(common::HostEventKind::kStopReadingAsked, mConfig.id));
-    stopReading();
 }
 
 void EmulatedSensorDevice::onConnectionError() {
@@ -310,7 +280,7 @@ void EmulatedSensorDevice::onTick() {
             mStreamStartNs +
             static_cast<int64_t>(static_cast<double>(mNextIndex) * 1e9 / mStreamRate);
         const int64_t timestampNs = std::min(takenNs, nowNs);
-        send(mGenerator.next(mEnabled.indices(), timestampNs), timestampNs);
+        send(mGenerator.next(enabled().indices(), timestampNs), timestampNs);
     }
     scheduleTick();
 }

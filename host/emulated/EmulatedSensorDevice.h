@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,8 +15,8 @@
 #include "base/single_thread_task_runner.h"
 #include "base/time/time.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/EnabledChannels.h"
 #include "host/common/HostEventLog.h"
+#include "host/common/HostSensorDevice.h"
 #include "host/description/HostConfig.h"
 #include "host/emulated/SampleGenerator.h"
 #include "host/emulated/SentSample.h"
@@ -27,7 +28,7 @@ class Playback;
 
 // Lives on the host thread: created, called and destroyed there. Its delayed replies and ticks
 // hold it weakly.
-class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice {
+class EmulatedSensorDevice : public common::HostSensorDevice {
   public:
     // `playback` (owned by the host, outliving every device) plays the device's recorded
     // samples; it is told when this endpoint starts reading. `sentProbe` (owned by the host too)
@@ -63,21 +64,10 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice {
     void sendRecorded(const description::TimedSamples& samples, size_t index);
 
     // chromeos::sensors::mojom::SensorDevice
-    void SetTimeout(uint32_t timeout) override;
     void GetAttributes(const std::vector<std::string>& attr_names,
                        GetAttributesCallback callback) override;
     void SetFrequency(double frequency, SetFrequencyCallback callback) override;
-    void StartReadingSamples(
-        chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr observer) override;
-    void StopReadingSamples() override;
     void GetAllChannelIds(GetAllChannelIdsCallback callback) override;
-    void SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
-                            SetChannelsEnabledCallback callback) override;
-    void GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
-                            GetChannelsEnabledCallback callback) override;
-    void GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
-                               const std::string& attr_name,
-                               GetChannelsAttributesCallback callback) override;
 
   private:
     double answerFrequency(double requested) const;
@@ -92,7 +82,15 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice {
     void onConnectionError();
     void onObserverError();
     void setReading(bool reading);
-    void stopReading();
+    // common::HostSensorDevice. A virtual device reads no hardware: no time-out applies.
+    std::optional<std::string> applyTimeout(uint32_t) override { return std::nullopt; }
+    bool canEnable(int32_t index) const override;
+    // Virtual channels carry no attributes of their own.
+    std::optional<std::string> channelAttribute(int32_t, const std::string&) override {
+        return std::nullopt;
+    }
+    void startReading(chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr observer) override;
+    void stopReading() override;
     void startTimer();
     void scheduleTick();
     void onTick();
@@ -113,7 +111,6 @@ class EmulatedSensorDevice : public chromeos::sensors::mojom::SensorDevice {
     chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
     SampleGenerator mGenerator;
     SampleGenerator::Sample mRecorded;        // reused by sendRecorded()
-    common::EnabledChannels mEnabled;         // channels the client enabled
     std::vector<base::OnceClosure> mStalled;  // replies held back forever, dropped with the device
     base::OnceClosure mSetUp;                 // see whenSetUp()
     double mFrequency = 0.0;                  // the rate last answered

@@ -97,18 +97,15 @@ std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string
 }
 
 LibiioHost::LibiioHost(iio_context* context)
-    : common::HostBase("libiio-host", vel::mojom::kBridgeVersion, /*autoSetUpChannel=*/true),
-      mContext(context),
-      mSelfStampedTypes(typesStampingTheirScans(context)) {}
+    : mContext(context, iio_context_destroy),
+      mSelfStampedTypes(typesStampingTheirScans(context)),
+      mCore("libiio-host", vel::mojom::kBridgeVersion, /*autoSetUpChannel=*/true, *this) {}
 
-LibiioHost::~LibiioHost() {
-    stop();
-    iio_context_destroy(mContext);
-}
+LibiioHost::~LibiioHost() = default;  // mCore goes first: see the header
 
 void LibiioHost::bindService(chromeos::sensors::mojom::SensorServiceRequest request) {
-    mServices.push_back(std::make_unique<LibiioSensorService>(mContext, &mLog, &mScaleWarned,
-                                                              mRunner, std::move(request)));
+    mServices.push_back(std::make_unique<LibiioSensorService>(
+        mContext.get(), &mCore.log(), &mScaleWarned, mCore.runner(), std::move(request)));
 }
 
 void LibiioHost::closeDevices() { mServices.clear(); }

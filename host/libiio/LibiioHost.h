@@ -12,13 +12,14 @@
 #include <vector>
 
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/HostBase.h"
+#include "host/common/Host.h"
+#include "host/common/HostCore.h"
 
 namespace kelvane::host::iio {
 
 class LibiioSensorService;
 
-class LibiioHost : public common::HostBase {
+class LibiioHost : public common::Host, private common::HostCore::Devices {
   public:
     // Opens the context of `uri`. Null with a one-line `*error` when libiio cannot open it or it
     // holds no device this host serves (accel, anglvel, illuminance, magn or gravity channels).
@@ -39,13 +40,17 @@ class LibiioHost : public common::HostBase {
     explicit LibiioHost(iio_context* context);
     void bindService(chromeos::sensors::mojom::SensorServiceRequest request) override;
     void closeDevices() override;
+    common::HostCore& core() override { return mCore; }
+    const common::HostCore& core() const override { return mCore; }
 
-    iio_context* const mContext;  // freed last, after the thread stopped
+    // Freed last, after the host thread stopped.
+    const std::unique_ptr<iio_context, void (*)(iio_context*)> mContext;
     const std::set<int32_t> mSelfStampedTypes;
 
-    // Host thread only. The thread is stopped before any of these goes.
+    // Host thread only. The core, destroyed first, stops that thread before any of these goes.
     std::set<int32_t> mScaleWarned;
     std::vector<std::unique_ptr<LibiioSensorService>> mServices;
+    common::HostCore mCore;  // last
 };
 
 }  // namespace kelvane::host::iio

@@ -31,7 +31,8 @@ constexpr size_t kMaxScansPerRead = 256;
 LibiioSensorDevice::LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id,
                                        common::HostEventLog* log, std::set<int32_t>* scaleWarned,
                                        scoped_refptr<base::SingleThreadTaskRunner> runner)
-    : mContext(context),
+    : common::HostSensorDevice(log, id),
+      mContext(context),
       mDevice(device),
       mId(id),
       mLog(log),
@@ -40,8 +41,7 @@ LibiioSensorDevice::LibiioSensorDevice(iio_context* context, iio_device* device,
       mChannels(inputChannels(device)),
       mBuffered(std::any_of(mChannels.begin(), mChannels.end(),
                             [](const iio_channel* c) { return iio_channel_is_scan_element(c); })),
-      mBinding(this),
-      mEnabled(log, id) {}
+      mBinding(this) {}
 
 LibiioSensorDevice::~LibiioSensorDevice() { stopReading(); }
 
@@ -60,14 +60,12 @@ bool LibiioSensorDevice::validIndex(int32_t index) const {
     return index >= 0 && static_cast<size_t>(index) < mChannels.size();
 }
 
-void LibiioSensorDevice::SetTimeout(uint32_t timeout) {
+std::optional<std::string> LibiioSensorDevice::applyTimeout(uint32_t timeoutMs) {
     // libiio keeps one time-out per context: the last device to set one sets it for all.
-    common::HostEvent event =
-        common::HostEvent(common::HostEventKind::kTimeoutSet, mId).with(common::TimeoutMs{timeout});
-    if (const int error = iio_context_set_timeout(mContext, timeout); error < 0) {
-        event.withReason(errnoText(-error));
+    if (const int error = iio_context_set_timeout(mContext, timeoutMs); error < 0) {
+        return errnoText(-error);
     }
-    mLog->add(std::move(event));
+    return std::nullopt;
 }
 
 void LibiioSensorDevice::GetAttributes(const std::vector<std::string>& attr_names,
@@ -136,8 +134,7 @@ void LibiioSensorDevice::SetFrequency(double frequency, SetFrequencyCallback cal
     std::move(callback).Run(mFrequency);
 }
 
-void LibiioSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverPtr observer) {
-    mLog->add(common::HostEvent(common::HostEventKind::kStartReadingAsked, mId));
+void LibiioSensorDevice::startReading(mojom::SensorDeviceSamplesObserverPtr observer) {
     stopReading();
     mObserver = std::move(observer);
     mObserver.set_connection_error_handler(base::BindOnce(
@@ -151,7 +148,7 @@ void LibiioSensorDevice::StartReadingSamples(mojom::SensorDeviceSamplesObserverP
         observerError(mojom::ObserverErrorType::FREQUENCY_INVALID, "no valid rate set");
         return;
     }
-    if (mEnabled.empty()) {
+    if (enabled().empty()) {
         observerError(mojom::ObserverErrorType::NO_ENABLED_CHANNELS, "no channel enabled");
         return;
     }
@@ -168,7 +165,7 @@ void LibiioSensorDevice::startReader() {
         mLog->add(common::HostEvent(common::HostEventKind::kStreamStopped, mId));
     }
     std::vector<SampleReader::Channel> channels;
-    for (int32_t index : mEnabled.indices()) channels.push_back({index, mChannels[index]});
+    for (int32_t index : enabled().indices()) channels.push_back({index, mChannels[index]});
     base::WeakPtr<LibiioSensorDevice> self = mWeak.GetWeakPtr();
     auto deliver = [runner = mRunner, self](std::vector<Sample> samples) {
         runner->PostTask(FROM_HERE,
@@ -192,11 +189,6 @@ void LibiioSensorDevice::startReader() {
                                             std::min(mFrequency, kFastestHz), deliver, fail);
     }
     mLog->add(common::HostEvent(common::HostEventKind::kStreamStarted, mId));
-}
-
-void LibiioSensorDevice::StopReadingSamples() {
-    mLog->add(common::HostEvent(common::HostEventKind::kStopReadingAsked, mId));
-    stopReading();
 }
 
 void LibiioSensorDevice::stopReading() {
@@ -252,31 +244,14 @@ void LibiioSensorDevice::GetAllChannelIds(GetAllChannelIdsCallback callback) {
     std::move(callback).Run(ids);
 }
 
-void LibiioSensorDevice::SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
-                                            SetChannelsEnabledCallback callback) {
-    // A buffered device streams its scan elements only; a polled one reads any channel.
-    std::move(callback).Run(mEnabled.set(iio_chn_indices, en, [this](int32_t index) {
-        return validIndex(index) && (!mBuffered || iio_channel_is_scan_element(mChannels[index]));
-    }));
+bool LibiioSensorDevice::canEnable(int32_t index) const {
+    return validIndex(index) && (!mBuffered || iio_channel_is_scan_element(mChannels[index]));
 }
 
-void LibiioSensorDevice::GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
-                                            GetChannelsEnabledCallback callback) {
-    std::move(callback).Run(mEnabled.get(iio_chn_indices));
-}
-
-void LibiioSensorDevice::GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
-                                               const std::string& attr_name,
-                                               GetChannelsAttributesCallback callback) {
-    mLog->add(common::HostEvent(common::HostEventKind::kChannelAttributeAsked, mId)
-                  .with(common::ChannelAttribute{iio_chn_indices, attr_name}));
-    std::vector<base::Optional<std::string>> values;
-    for (int32_t index : iio_chn_indices) {
-        std::optional<std::string> value;
-        if (validIndex(index)) value = readChannelAttribute(mChannels[index], attr_name.c_str());
-        values.push_back(value ? base::Optional<std::string>(*value) : base::nullopt);
-    }
-    std::move(callback).Run(std::move(values));
+std::optional<std::string> LibiioSensorDevice::channelAttribute(int32_t index,
+                                                                const std::string& name) {
+    if (!validIndex(index)) return std::nullopt;
+    return readChannelAttribute(mChannels[index], name.c_str());
 }
 
 }  // namespace kelvane::host::iio

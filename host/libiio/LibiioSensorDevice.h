@@ -14,8 +14,8 @@
 #include "base/memory/weak_ptr.h"
 #include "base/single_thread_task_runner.h"
 #include "hardware/sensors/mojom/sensor.mojom.h"
-#include "host/common/EnabledChannels.h"
 #include "host/common/HostEventLog.h"
+#include "host/common/HostSensorDevice.h"
 #include "host/libiio/SampleReader.h"
 #include "mojo/public/cpp/bindings/binding.h"
 
@@ -25,7 +25,7 @@ namespace kelvane::host::iio {
 // posts there hold it weakly. A read failure (the device went away)
 // sends the observer READ_FAILED and then closes both pipes; a timed-out read sends READ_TIMEOUT
 // and reading goes on.
-class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice {
+class LibiioSensorDevice : public common::HostSensorDevice {
   public:
     // `context`, `log` and `scaleWarned` (the devices whose differing axis scales were already
     // reported on stderr, shared by the host's devices) outlive the device.
@@ -40,27 +40,23 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice {
     bool closed() const { return !mBinding.is_bound(); }
 
     // chromeos::sensors::mojom::SensorDevice
-    void SetTimeout(uint32_t timeout) override;
     void GetAttributes(const std::vector<std::string>& attr_names,
                        GetAttributesCallback callback) override;
     void SetFrequency(double frequency, SetFrequencyCallback callback) override;
-    void StartReadingSamples(
-        chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr observer) override;
-    void StopReadingSamples() override;
     void GetAllChannelIds(GetAllChannelIdsCallback callback) override;
-    void SetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices, bool en,
-                            SetChannelsEnabledCallback callback) override;
-    void GetChannelsEnabled(const std::vector<int32_t>& iio_chn_indices,
-                            GetChannelsEnabledCallback callback) override;
-    void GetChannelsAttributes(const std::vector<int32_t>& iio_chn_indices,
-                               const std::string& attr_name,
-                               GetChannelsAttributesCallback callback) override;
 
   private:
+    // common::HostSensorDevice. A buffered device streams its scan elements only; a polled one
+    // reads any channel.
+    std::optional<std::string> applyTimeout(uint32_t timeoutMs) override;
+    bool canEnable(int32_t index) const override;
+    std::optional<std::string> channelAttribute(int32_t index, const std::string& name) override;
+    void startReading(chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr observer) override;
+    void stopReading() override;
+
     double applyFrequency(double requested);
     std::optional<std::string> attribute(const std::string& name);
     void startReader();
-    void stopReading();
     void close();
     // Sends the observer `type`, logged with the host's reason.
     void observerError(chromeos::sensors::mojom::ObserverErrorType type, std::string reason);
@@ -79,8 +75,7 @@ class LibiioSensorDevice : public chromeos::sensors::mojom::SensorDevice {
 
     mojo::Binding<chromeos::sensors::mojom::SensorDevice> mBinding;
     chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
-    common::EnabledChannels mEnabled;  // channels the client enabled
-    double mFrequency = 0.0;           // the rate last answered
+    double mFrequency = 0.0;  // the rate last answered
     std::unique_ptr<SampleReader> mReader;
     base::WeakPtrFactory<LibiioSensorDevice> mWeak{this};  // last
 };

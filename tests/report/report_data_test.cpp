@@ -7,6 +7,7 @@
 #include <limits>
 #include <set>
 
+#include "check/MarkupText.h"
 #include "report/HtmlPage.h"
 #include "report/RecordingReport.h"
 
@@ -135,8 +136,8 @@ TEST(ReportDataTest, ARecordedDeviceInItsUnitsWithGapsAndMarks) {
 }
 
 TEST(ReportDataTest, HostTextCannotBreakOutOfThePage) {
-    EXPECT_EQ(htmlEscape("<a href=\"x\">'&'</a>"),
-              "&lt;a href=&quot;x&quot;&gt;&#39;&amp;&#39;&lt;/a&gt;");
+    EXPECT_EQ(kelvane::tools::check::markupEscaped("<a href=\"x\">'&'</a>"),
+              "&lt;a href=&quot;x&quot;&gt;&apos;&amp;&apos;&lt;/a&gt;");
     const std::string json = scriptSafeJson({{"name", "</script><script>alert(1)</script>&"}});
     EXPECT_EQ(json.find('<'), std::string::npos);
     EXPECT_EQ(json.find('>'), std::string::npos);

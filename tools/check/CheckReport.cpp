@@ -5,70 +5,12 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "check/MarkupText.h"
 #include "check/RuleCatalogue.h"
 
 namespace kelvane::tools::check {
 
 namespace {
-
-// Length of the well-formed UTF-8 sequence at text[i], or 0 if there is none.
-size_t utf8Length(const std::string& text, size_t i) {
-    const auto byte = [&text](size_t k) { return static_cast<unsigned char>(text[k]); };
-    const unsigned char lead = byte(i);
-    size_t length = 0;
-    if (lead < 0x80) return 1;
-    if (lead >= 0xC2 && lead <= 0xDF) length = 2;
-    if (lead >= 0xE0 && lead <= 0xEF) length = 3;
-    if (lead >= 0xF0 && lead <= 0xF4) length = 4;
-    if (length == 0 || i + length > text.size()) return 0;
-    for (size_t k = 1; k < length; ++k) {
-        if ((byte(i + k) & 0xC0) != 0x80) return 0;
-    }
-    return length;
-}
-
-// Escaped for an attribute or text node. Bytes that are not UTF-8, and the control characters
-// XML 1.0 has no place for, become '?': a sensor's name comes from the sub-HAL as it is.
-std::string xmlEscaped(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size();) {
-        const size_t length = utf8Length(text, i);
-        if (length == 0) {
-            out += '?';
-            ++i;
-            continue;
-        }
-        if (length > 1) {
-            out.append(text, i, length);
-            i += length;
-            continue;
-        }
-        const char c = text[i++];
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            case '\'':
-                out += "&apos;";
-                break;
-            default:
-                const bool control =
-                    static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r';
-                out += control ? '?' : c;
-        }
-    }
-    return out;
-}
 
 struct Tally {
     size_t pass = 0, fail = 0, skip = 0, deviation = 0;
@@ -206,13 +148,13 @@ std::string resultJUnit(const std::vector<CheckResult>& results, double seconds)
         std::snprintf(head, sizeof(head),
                       "  <testsuite name=\"%s\" tests=\"%zu\" failures=\"%zu\" errors=\"0\" "
                       "skipped=\"%zu\">\n",
-                      xmlEscaped(group).c_str(), t.total(), t.fail, t.skip);
+                      markupEscaped(group).c_str(), t.total(), t.fail, t.skip);
         out += head;
         for (const CheckResult& r : sorted) {
             if (r.group != group) continue;
-            out += "    <testcase classname=\"iio-subhal.check." + xmlEscaped(r.rule) +
-                   "\" name=\"" + xmlEscaped(r.rule + ": " + r.subject) + "\"";
-            const std::string message = xmlEscaped(r.detail);
+            out += "    <testcase classname=\"iio-subhal.check." + markupEscaped(r.rule) +
+                   "\" name=\"" + markupEscaped(r.rule + ": " + r.subject) + "\"";
+            const std::string message = markupEscaped(r.detail);
             switch (r.verdict) {
                 case Verdict::kPass:
                     out += "/>\n";

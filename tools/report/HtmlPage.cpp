@@ -1,33 +1,8 @@
 #include "report/HtmlPage.h"
 
-namespace kelvane::tools::report {
+#include "check/MarkupText.h"
 
-std::string htmlEscape(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            case '\'':
-                out += "&#39;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
+namespace kelvane::tools::report {
 
 std::string scriptSafeJson(const nlohmann::json& data) {
     const std::string text = data.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
@@ -59,7 +34,7 @@ std::string selfContainedPage(const std::string& title, const std::vector<std::s
         "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
         "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
         "script-src 'unsafe-inline'; style-src 'unsafe-inline'; img-src data:\">\n<title>" +
-        htmlEscape(title) + "</title>\n";
+        check::markupEscaped(title) + "</title>\n";
     for (std::string_view style : styles) {
         page += "<style>\n";
         page += style;

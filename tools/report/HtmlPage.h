@@ -10,9 +10,6 @@
 
 namespace kelvane::tools::report {
 
-// `text` with &, <, >, " and ' as character references.
-std::string htmlEscape(std::string_view text);
-
 // JSON that can stand inside a <script> element: no "<" (so no "</script>"), ">" or "&"; text
 // that is not UTF-8 has U+FFFD in place of its bad bytes.
 std::string scriptSafeJson(const nlohmann::json& data);

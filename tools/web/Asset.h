@@ -13,8 +13,8 @@ struct Asset {
 };
 
 // The charting library (uPlot, from the npm registry through scripts/install-deps): its script
-// and style sheet; and scales.js, how the page and the reports scale a value axis. Null for any
-// other name.
+// and style sheet; scales.js, how the page and the reports scale a value axis; and dom.js, how they
+// build their elements. Null for any other name.
 const Asset* chartAsset(std::string_view name);
 
 }  // namespace kelvane::tools::web

@@ -1,5 +1,4 @@
-// The one DOM helper the live page and the reports share: el('div', {class: 'c', text: 't'}, child, ...) makes an
-// element with its attributes ('class' and 'text' set className and textContent) and children.
+// How the live page and the reports build their elements: el('td', {class: 'n', text: '3'}, ...).
 'use strict';
 
 function el(tag, attrs = {}, ...children) {

@@ -89,7 +89,8 @@ const shownNow = () => (view.paused ? view.pausedAt : view.now) ?? 0;
 function xRange() {
   if (view.zoom) return view.zoom;
   const now = shownNow();
-  return [now - WINDOW_S, now];
+  // A recording's time starts at 0: nothing to show before it.
+  return [view.replay ? Math.max(now - WINDOW_S, 0) : now - WINDOW_S, now];
 }
 
 // Ticks at round distances from the origin, so that "−2" stays where it is while data moves.
@@ -363,6 +364,12 @@ function onSamples(batch) {
     if (!(s.handle in live.firstTotal)) live.firstTotal[s.handle] = s.total - s.t.length;
     live.received[s.handle] = (live.received[s.handle] || 0) + s.t.length;
     live.serverTotal[s.handle] = s.total;
+    // Time that goes back (a device restarted, a replay started over) starts the chart over.
+    if (card.xs.length && s.t.length && s.t[0] < card.xs[card.xs.length - 1]) {
+      card.xs.length = 0;
+      for (const ys of card.ys) ys.length = 0;
+      card.yRanges = card.yRanges.map(() => null);
+    }
     card.xs.push(...s.t);
     s.v.forEach((values, axis) => { if (card.ys[axis]) card.ys[axis].push(...values); });
     const newest = card.xs[card.xs.length - 1];

@@ -1,4 +1,4 @@
-#include "host/common/HostBase.h"
+#include "host/common/HostCore.h"
 
 #include <future>
 #include <utility>
@@ -8,30 +8,21 @@
 
 namespace kelvane::host::common {
 
-HostBase::HostBase(const char* threadName, uint32_t bridgeVersion, bool autoSetUpChannel,
-                   scoped_refptr<base::SingleThreadTaskRunner> runner)
-    : mThread(threadName),
+HostCore::HostCore(const char* threadName, uint32_t bridgeVersion, bool autoSetUpChannel,
+                   Devices& devices, scoped_refptr<base::SingleThreadTaskRunner> runner)
+    : mDevices(devices),
+      mThread(threadName),
       mRunner(runner ? std::move(runner) : mThread.task_runner()),
       mConnection(
           bridgeVersion, &mLog, mRunner,
           [this](chromeos::sensors::mojom::SensorServiceRequest request) {
-              bindService(std::move(request));
+              mDevices.bindService(std::move(request));
           },
           autoSetUpChannel) {
     if (mRunner == mThread.task_runner()) mThread.Start();
 }
 
-HostBase::~HostBase() { stop(); }
-
-void HostBase::registerWithBridge() { mConnection.registerWithBridge(); }
-
-void HostBase::setServiceInterposer(HostConnection::ServiceInterposer interposer) {
-    mConnection.setServiceInterposer(std::move(interposer));
-}
-
-void HostBase::stop() {
-    if (mStopped) return;
-    mStopped = true;
+HostCore::~HostCore() {
     mConnection.unregister();
     if (mRunner->BelongsToCurrentThread()) {
         teardown();
@@ -40,8 +31,8 @@ void HostBase::stop() {
         std::future<void> tornDown = done.get_future();
         const bool posted =
             mRunner->PostTask(FROM_HERE, base::BindOnce(
-                                             [](HostBase* host, std::promise<void>* d) {
-                                                 host->teardown();
+                                             [](HostCore* core, std::promise<void>* d) {
+                                                 core->teardown();
                                                  d->set_value();
                                              },
                                              this, &done));
@@ -50,11 +41,15 @@ void HostBase::stop() {
     mThread.Stop();
 }
 
-void HostBase::teardown() {
+void HostCore::setServiceInterposer(HostConnection::ServiceInterposer interposer) {
+    mConnection.setServiceInterposer(std::move(interposer));
+}
+
+void HostCore::teardown() {
     // The connection first: what goes through a recorder is closed before the devices, so
     // closing them is not recorded as the host's doing.
     mConnection.shutDown();
-    closeDevices();
+    mDevices.closeDevices();
 }
 
 }  // namespace kelvane::host::common
