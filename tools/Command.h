@@ -36,6 +36,13 @@ class Command {
     virtual std::string onInterrupt() const {
         return "Ctrl-C ends the tool at once (the shell sees 130).";
     }
+    // The onInterrupt() of a command that ends on a stop signal with nothing of its own to
+    // finish: only the recording.
+    static std::string endsKeepingTheRecording() {
+        return "Ctrl-C (or SIGTERM, or SIGHUP) ends the run (the shell sees 128 + the signal: 130 "
+               "for Ctrl-C), once the library has enumerated if it was enumerating; with "
+               "--record, what the host served so far is written, as on any ending.";
+    }
     // Whether SIGINT, SIGTERM and SIGHUP only ask the run to end (StopSignals.h) rather than
     // end the tool; if so they do from before the session opens.
     virtual bool endsOnStopSignal() const { return false; }

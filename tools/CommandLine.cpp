@@ -81,7 +81,8 @@ std::string commonOptionsHelp(const CLI::App& main) {
 std::string exitCodesHelp() {
     return "Exit codes: 0 success; 1 the library or the sensors did not do what was asked (it "
            "cannot be loaded, a sensor sent no events, no flush completion, a write error); "
-           "2 bad usage or host description.\n";
+           "2 bad usage or host description; 128 + N ended by signal N before its work was done "
+           "(130: Ctrl-C).\n";
 }
 
 std::string HelpFormatter::make_option_opts(const CLI::Option* option) const {

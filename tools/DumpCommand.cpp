@@ -3,6 +3,7 @@
 #include "DebugReport.h"
 #include "Diagnostics.h"
 #include "Stdout.h"
+#include "StopSignals.h"
 
 namespace kelvane::tools {
 
@@ -13,7 +14,11 @@ class DumpCommand : public Command {
     void addOptions(CLI::App&) override {}
     bool hasJson() const override { return false; }
 
+    std::string onInterrupt() const override { return endsKeepingTheRecording(); }
+    bool endsOnStopSignal() const override { return true; }
+
     int run(Session& session) override {
+        if (stopSignal() != 0) return stoppedBeforeDone();
         std::string report;
         std::string error;
         if (!debugReport(*session.subHal(), &report, &error)) {

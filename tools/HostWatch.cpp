@@ -248,15 +248,27 @@ void HostWatch::rateLocked(const host::common::HostEvent& e, host::common::Rate 
         d.libraryAskedHz = rate.hz;
         return;
     }
+    if (!e.reason.empty() && !d.unknownRateSaid) {
+        d.unknownRateSaid = true;
+        printWarning(deviceName(e.device) + ": " + e.reason);
+    }
+    // The rate asked on the command line, or else the library's own request.
+    const double asked = mAskedHz.value_or(d.libraryAskedHz);
     const double hz = rate.hz;
-    if (!mAskedHz || hz <= 0 || std::fabs(hz - *mAskedHz) <= 1e-6 * *mAskedHz ||
+    if (asked <= 0 || hz <= 0 || std::fabs(hz - asked) <= 1e-6 * asked ||
         std::find(d.answersSaid.begin(), d.answersSaid.end(), hz) != d.answersSaid.end()) {
         return;
     }
     d.answersSaid.push_back(hz);
+    // The library's own request answered short is news (a host's limit), not a fault.
+    if (!mAskedHz) {
+        noteLocked(deviceName(e.device) + ": " + hertz(asked) +
+                   " asked by the library, the host answered " + hertz(hz));
+        return;
+    }
     std::string line =
-        deviceName(e.device) + ": " + hertz(*mAskedHz) + " asked, the host answered " + hertz(hz);
-    if (std::fabs(d.libraryAskedHz - *mAskedHz) > 1e-6 * *mAskedHz) {
+        deviceName(e.device) + ": " + hertz(asked) + " asked, the host answered " + hertz(hz);
+    if (std::fabs(d.libraryAskedHz - asked) > 1e-6 * asked) {
         line += " (the library asked it for " + hertz(d.libraryAskedHz) + ")";
     }
     printWarning(line);

@@ -63,6 +63,7 @@ class HostWatch {
         std::string lastError;              // the reason of its last observer error
         double libraryAskedHz = 0;          // the last SetFrequency
         std::vector<double> answersSaid;    // rates answered that got their line
+        bool unknownRateSaid = false;       // the host said it cannot tell the device's rate
     };
 
     void run();

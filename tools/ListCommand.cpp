@@ -2,6 +2,7 @@
 #include "Command.h"
 #include "Output.h"
 #include "Stdout.h"
+#include "StopSignals.h"
 
 namespace kelvane::tools {
 
@@ -11,7 +12,11 @@ class ListCommand : public Command {
   public:
     void addOptions(CLI::App&) override {}
 
+    std::string onInterrupt() const override { return endsKeepingTheRecording(); }
+    bool endsOnStopSignal() const override { return true; }
+
     int run(Session& session) override {
+        if (stopSignal() != 0) return stoppedBeforeDone();
         writeStdout(session.json() ? sensorsJson(session.sensors())
                                    : sensorTable(session.sensors()));
         return kExitOk;

@@ -11,6 +11,7 @@
 
 #include "Output.h"
 #include "OutputFile.h"
+#include "StopSignals.h"
 #include "host/common/Recorder.h"
 #include "host/description/BuiltInHost.h"
 #include "host/description/DescriptionReader.h"
@@ -38,7 +39,12 @@ void silenceLibraryLogs() {
 // "-" is standard input; errors name it "<stdin>".
 bool loadDescription(const std::string& file, host::description::HostConfig* config) {
     std::string error;
-    if (host::description::loadHostDescription(file, config, &error)) return true;
+    if (host::description::loadHostDescription(file, config, &error,
+                                               host::description::kMaxDescriptionBytes,
+                                               [] { return stopSignal() != 0; })) {
+        return true;
+    }
+    if (stopSignal() != 0) return false;  // said by the caller
     printError(printable(error));
     return false;
 }
@@ -169,7 +175,12 @@ int Session::readHost(const CommonOptions& options, host::description::HostConfi
         *config = host::description::builtInHost();
         return kExitOk;
     }
-    if (!loadDescription(file, config)) return kExitUsage;
+    if (!loadDescription(file, config)) {
+        if (stopSignal() != 0) {
+            return stoppedBeforeDone("while reading " + printable(file == "-" ? "<stdin>" : file));
+        }
+        return kExitUsage;
+    }
     if (options.speedGiven && !hasTimedParts(*config)) {
         printWarning("--speed changes nothing: " + printable(file == "-" ? "<stdin>" : file) +
                      " has no recorded samples (timedSamples) and no timeline");

@@ -47,12 +47,16 @@ bool StdoutWriter::append(const std::string& line) {
     {
         std::lock_guard<std::mutex> lock(mMutex);
         if (mError != 0) return false;
-        if (mQueued.size() + line.size() > mCapBytes) {
+        if (mUnwrittenBytes + line.size() > mCapBytes) {
             ++mDropped;
             return false;
         }
         const bool wasEmpty = mQueued.empty();
-        mQueued += line;
+        if (wasEmpty || mQueued.back().size() + line.size() > kBlockBytes) {
+            mQueued.emplace_back().reserve(std::max(kBlockBytes, line.size()));
+        }
+        mQueued.back() += line;
+        mUnwrittenBytes += line.size();
         ++mQueuedLines;
         if (!wasEmpty) return true;  // the thread was woken for what is queued already
     }
@@ -105,19 +109,20 @@ void StdoutWriter::run() {
     for (;;) {
         mChanged.wait(lock, [this] { return !mQueued.empty() || mClosing; });
         if (mQueued.empty() || mAbandoned.load()) return;
-        std::string text;
-        text.swap(mQueued);
-        mInFlightLines = mQueuedLines;
-        mQueuedLines = 0;
+        const std::string text = std::move(mQueued.front());
+        mQueued.pop_front();
+        mInFlightLines = countLines(text.data(), text.data() + text.size());
+        mQueuedLines -= mInFlightLines;
         lock.unlock();
 
         int error = 0;
         const size_t written = writeOut(text, &error);
 
         lock.lock();
+        mUnwrittenBytes -= written;
         mInFlightLines = countLines(text.data() + written, text.data() + text.size());
         if (error != 0) mError = error;
-        if (mInFlightLines == 0 || error != 0) mChanged.notify_all();
+        if ((mInFlightLines == 0 && mQueued.empty()) || error != 0) mChanged.notify_all();
         if (error != 0 || mAbandoned.load()) return;
     }
 }

@@ -1,6 +1,8 @@
 // Writes a stream's lines to stdout on a thread of its own, so that a slow reader of stdout never
 // holds up the stream: lines wait in memory, up to a cap, and beyond it are counted as dropped
-// (the caller says so). Writes report EPIPE rather than raising SIGPIPE: main() ignores it.
+// (the caller says so). The cap counts every byte not yet written, the block being written
+// included, and lines are kept in blocks of kBlockBytes: what the queue costs in memory is the
+// cap plus one block. Writes report EPIPE rather than raising SIGPIPE: main() ignores it.
 //
 // Threads: every public method runs on the owner's thread (the main thread); the writer thread
 // only takes what is queued and writes it. One mutex guards the queue and the counters.
@@ -11,6 +13,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -20,8 +23,10 @@ namespace kelvane::tools {
 
 class StdoutWriter {
   public:
-    // What the stream keeps for a slow reader: about two million events of JSON.
+    // What the stream keeps for a slow reader, and the memory (RSS) that costs: about two
+    // million events of JSON.
     static constexpr size_t kDefaultCapBytes = size_t{256} << 20;
+    static constexpr size_t kBlockBytes = size_t{64} << 10;
 
     // Writes to `fd`, which outlives this writer; flush what went to it through stdio first.
     explicit StdoutWriter(int fd, size_t capBytes = kDefaultCapBytes);
@@ -58,7 +63,8 @@ class StdoutWriter {
 
     mutable std::mutex mMutex;
     std::condition_variable mChanged;
-    std::string mQueued;                  // guarded by mMutex
+    std::deque<std::string> mQueued;      // guarded by mMutex: blocks of whole lines
+    size_t mUnwrittenBytes = 0;           // guarded by mMutex: queued and in flight
     size_t mQueuedLines = 0;              // guarded by mMutex
     size_t mInFlightLines = 0;            // guarded by mMutex: taken by the thread, not written yet
     bool mClosing = false;                // guarded by mMutex: no more lines come

@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <atomic>
+#include <cstdio>
 #include <initializer_list>
 
 namespace kelvane::tools {
@@ -47,6 +48,13 @@ const char* stopSignalName(int signal) {
         default:
             return "a signal";
     }
+}
+
+int stoppedBeforeDone(const std::string& during) {
+    const int signal = stopSignal();
+    std::fprintf(stderr, "iio-subhal: stopped by %s%s\n", stopSignalName(signal),
+                 during.empty() ? "" : (" " + during).c_str());
+    return 128 + signal;
 }
 
 }  // namespace kelvane::tools

@@ -5,6 +5,8 @@
 // A signal the tool was started with ignored (a script's background job, nohup) stays ignored.
 #pragma once
 
+#include <string>
+
 namespace kelvane::tools {
 
 // Installs the handlers. Main thread; idempotent.
@@ -15,5 +17,9 @@ int stopSignal();
 int stopSignalCount();
 // "Ctrl-C", "SIGTERM", "SIGHUP": for "stopped by ...".
 const char* stopSignalName(int signal);
+// For a run a stop signal ended before its work was done: says "stopped by Ctrl-C" (and `while`,
+// if given: "while reading <stdin>") on stderr and returns the exit code, 128 + the signal, as
+// the shell reports a process the signal ended.
+int stoppedBeforeDone(const std::string& during = "");
 
 }  // namespace kelvane::tools

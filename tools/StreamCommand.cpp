@@ -38,6 +38,201 @@ std::string label(const SensorInfo& sensor) {
     return "[" + std::to_string(sensor.sensorHandle) + "] " + printable(sensor.name);
 }
 
+// One stream, from activation to the summary. Main thread only.
+class StreamRun {
+  public:
+    // Flush stdout before: the writer takes it over.
+    StreamRun(Session& session, std::vector<SensorInfo> sensors, std::optional<uint64_t> count)
+        : mSession(session),
+          mSensors(std::move(sensors)),
+          mCount(count),
+          mStalls(session.started()),
+          mWriter(STDOUT_FILENO) {
+        for (const SensorInfo& sensor : mSensors) {
+            mNames[sensor.sensorHandle] = sensor.name;
+            if ((sensor.flags & SensorFlagBits::MASK_REPORTING_MODE) ==
+                static_cast<uint32_t>(SensorFlagBits::CONTINUOUS_MODE)) {
+                mStalls.watch(sensor.sensorHandle, label(sensor));
+            }
+        }
+    }
+
+    // Batches (with a period) and activates every sensor.
+    void start(std::optional<int64_t> periodNs) {
+        mStarted = true;
+        if (periodNs) mSession.hostWatch().setAskedRate(1e9 / static_cast<double>(*periodNs));
+        for (const SensorInfo& sensor : mSensors) {
+            const int32_t handle = sensor.sensorHandle;
+            Result result = Result::OK;
+            if (periodNs) result = mSession.subHal()->batch(handle, *periodNs, 0);
+            if (result != Result::OK) {
+                printWarning("batch(" + std::to_string(handle) + ") answered " +
+                             std::to_string(static_cast<int>(result)));
+            }
+            result = mSession.subHal()->activate(handle, true);
+            if (result != Result::OK) {
+                printWarning("activate(" + std::to_string(handle) + ") answered " +
+                             std::to_string(static_cast<int>(result)));
+            }
+        }
+    }
+
+    // Prints events until `end` (none: until a stop signal), the count, a write error, the end
+    // of a replay or the loss of the host. Returns why the host is lost, if it is.
+    std::optional<std::string> stream(std::optional<std::chrono::steady_clock::time_point> end);
+
+    // Deactivates the sensors, takes what they sent meanwhile and lets the reader of stdout have
+    // it all, then says how the stream went. Returns the exit code.
+    int finish(std::optional<std::string> hostLost);
+
+  private:
+    // Takes what the library posted by `deadline`, or what it posted already.
+    void take(std::chrono::steady_clock::time_point deadline);
+    // Whether the writer wrote everything; says what it could not.
+    int writerResult(StdoutWriter::Drained drained);
+    // The sensors that sent nothing fail the run, with what the host side saw.
+    int silentSensorsResult(bool hostLost) const;
+
+    Session& mSession;
+    const std::vector<SensorInfo> mSensors;
+    const std::optional<uint64_t> mCount;
+    std::map<int32_t, std::string> mNames;
+    StallWatch mStalls;
+    StreamStats mStats;
+    StdoutWriter mWriter;
+    bool mStarted = false;
+    uint64_t mCounted = 0;
+    uint64_t mReceived = 0;  // sensor events, beyond the count too
+    bool mCountReached = false;
+};
+
+void StreamRun::take(std::chrono::steady_clock::time_point deadline) {
+    for (const Event& event : mSession.callback().queue().takeUntil(deadline)) {
+        auto name = mNames.find(event.sensorHandle);
+        if (name == mNames.end()) continue;  // not a sensor this run asked for
+        if (mCountReached) {
+            mReceived += isMeta(event) ? 0 : 1;
+            continue;
+        }
+        mWriter.append((mSession.json() ? eventJson(event) : eventText(event, name->second)) +
+                       "\n");
+        if (isMeta(event)) continue;
+        ++mReceived;
+        mStats.add(event);
+        const std::string resumed =
+            mStalls.arrived(event.sensorHandle, std::chrono::steady_clock::now());
+        if (!resumed.empty()) printWarning(resumed);
+        mCountReached = mCount && ++mCounted >= *mCount;
+    }
+}
+
+std::optional<std::string> StreamRun::stream(
+    std::optional<std::chrono::steady_clock::time_point> end) {
+    HostWatch& host = mSession.hostWatch();
+    std::optional<std::chrono::steady_clock::time_point> replayOverSeen;
+    std::optional<std::string> hostLost;
+    while (mStarted && !mCountReached && mWriter.failed() == 0 && stopSignal() == 0) {
+        const auto now = std::chrono::steady_clock::now();
+        if (end && now >= *end) break;
+        if (!replayOverSeen && host.replayOver()) replayOverSeen = now;
+        // What the host sent is still on its way through the library: the stream ends once it
+        // all came, or after a grace for samples the library did not turn into events.
+        if (replayOverSeen &&
+            (mReceived >= host.samplesSent() || now - *replayOverSeen >= kReplayGrace)) {
+            break;
+        }
+        if ((hostLost = host.hostLost())) break;
+        take(end ? std::min(*end, now + kPollInterval) : now + kPollInterval);
+        for (const std::string& line : mStalls.check(std::chrono::steady_clock::now())) {
+            printWarning(line);
+        }
+    }
+    // A replay is over once the host has played the loss it recorded, as it was lost live.
+    if (!hostLost && replayOverSeen) hostLost = host.hostLost();
+    return hostLost;
+}
+
+int StreamRun::finish(std::optional<std::string> hostLost) {
+    for (const SensorInfo& sensor : mStarted ? mSensors : std::vector<SensorInfo>()) {
+        mSession.subHal()->activate(sensor.sensorHandle, false);
+    }
+    const auto stoppedAt = std::chrono::steady_clock::now();
+    take(stoppedAt);  // sampled while the sensors were active
+
+    // What the reader has not taken yet, it gets now; a second Ctrl-C gives it up.
+    const int stopsBefore = stopSignalCount();
+    const StdoutWriter::Drained drained = mWriter.drain(
+        [stopsBefore] { return stopSignalCount() > stopsBefore; },
+        [](size_t lines) {
+            printWarning("the sensors are off; waiting for the reader of stdout to take " +
+                         std::to_string(lines) + " more events (Ctrl-C gives them up)");
+        });
+    std::fputs(mStats.summary(mSensors).c_str(), stderr);
+    if (uint64_t mismatches = mSession.callback().wakelockMismatches(); mismatches != 0) {
+        printWarning(std::to_string(mismatches) +
+                     " posts held the wake lock when they should not have, or the reverse");
+    }
+    int result = kExitOk;
+    if (hostLost) {
+        printError(*hostLost);
+        result = kExitFailure;
+    } else if (mSession.replays() && !mSession.hostWatch().replayOver() && mStarted &&
+               !mCountReached && stopSignal() == 0 &&
+               drained != StdoutWriter::Drained::kWriteFailed) {
+        printWarning(
+            "the stream ended before the replay was over: recorded samples or timeline "
+            "entries were left (a longer --duration, --speed 0 or every sensor plays them)");
+    }
+    if (drained == StdoutWriter::Drained::kWriteFailed) {
+        reportStdoutError(mWriter.failed());  // said on the way out
+        return kExitOk;
+    }
+    if (writerResult(drained) != kExitOk) result = kExitFailure;
+    for (const std::string& line : mStalls.stalledAtEnd(stoppedAt)) {
+        printError(line);
+        result = kExitFailure;
+    }
+    if (mCountReached) return result;
+    return silentSensorsResult(hostLost.has_value()) != kExitOk ? kExitFailure : result;
+}
+
+int StreamRun::writerResult(StdoutWriter::Drained drained) {
+    int result = kExitOk;
+    if (drained == StdoutWriter::Drained::kGaveUp) {
+        printError(std::to_string(mWriter.unwritten()) +
+                   " events not written: given up while the reader of stdout was behind");
+        result = kExitFailure;
+    }
+    if (const uint64_t dropped = mWriter.dropped(); dropped != 0) {
+        printError(std::to_string(dropped) + " events dropped: the reader of stdout fell " +
+                   std::to_string(StdoutWriter::kDefaultCapBytes >> 20) + " MiB behind");
+        result = kExitFailure;
+    }
+    return result;
+}
+
+int StreamRun::silentSensorsResult(bool hostLost) const {
+    // Every sensor asked for should have said something within the run: the silent ones in one
+    // line, with what the host side saw unless the line about the lost host said it already.
+    std::vector<std::string> silent;
+    for (const SensorInfo& sensor : mStarted ? mSensors : std::vector<SensorInfo>()) {
+        if (!mStats.hasEvents(sensor.sensorHandle)) silent.push_back(label(sensor));
+    }
+    if (silent.empty()) return kExitOk;
+    std::string line = "no events from ";
+    for (size_t i = 0; i < silent.size(); ++i) {
+        line += (i == 0 ? "" : i + 1 == silent.size() ? " and " : ", ") + silent[i];
+    }
+    std::string why;
+    if (!hostLost) {
+        for (const std::string& problem : mSession.hostProblems()) {
+            why += (why.empty() ? "; the host side saw: " : "; ") + problem;
+        }
+    }
+    printError(line + why);
+    return kExitFailure;
+}
+
 class StreamCommand : public Command {
   public:
     void addOptions(CLI::App& app) override {
@@ -128,167 +323,26 @@ int StreamCommand::run(Session& session) {
         printError("no sensors to stream");
         return kExitFailure;
     }
-
-    std::map<int32_t, std::string> names;
-    StallWatch stalls(session.started());
-    for (const SensorInfo& sensor : sensors) {
-        names[sensor.sensorHandle] = sensor.name;
-        if ((sensor.flags & SensorFlagBits::MASK_REPORTING_MODE) ==
-            static_cast<uint32_t>(SensorFlagBits::CONTINUOUS_MODE)) {
-            stalls.watch(sensor.sensorHandle, label(sensor));
-        }
-    }
-    // A stop that came while the library enumerated ends the run before anything streams.
-    const bool streaming = stopSignal() == 0;
-    HostWatch& host = session.hostWatch();
-    if (mPeriodNs) host.setAskedRate(1e9 / static_cast<double>(*mPeriodNs));
-    for (const SensorInfo& sensor : streaming ? sensors : std::vector<SensorInfo>()) {
-        const int32_t handle = sensor.sensorHandle;
-        if (mPeriodNs) {
-            Result result = session.subHal()->batch(handle, *mPeriodNs, 0);
-            if (result != Result::OK) {
-                printWarning("batch(" + std::to_string(handle) + ") answered " +
-                             std::to_string(static_cast<int>(result)));
-            }
-        }
-        Result result = session.subHal()->activate(handle, true);
-        if (result != Result::OK) {
-            printWarning("activate(" + std::to_string(handle) + ") answered " +
-                         std::to_string(static_cast<int>(result)));
-        }
-    }
-
-    // The sensors stay active for the duration whatever the reader of stdout does: the writer
-    // keeps what it has not taken yet.
-    flushStdout();
-    StdoutWriter writer(STDOUT_FILENO);
-    StreamStats stats;
-    uint64_t counted = 0;
-    uint64_t received = 0;  // sensor events, beyond the count too
-    bool countReached = false;
-    // Takes what the library posted by `deadline`, or what it posted already.
-    auto take = [&](std::chrono::steady_clock::time_point deadline) {
-        for (const Event& event : session.callback().queue().takeUntil(deadline)) {
-            auto name = names.find(event.sensorHandle);
-            if (name == names.end()) continue;  // not a sensor this run asked for
-            if (countReached) {
-                received += isMeta(event) ? 0 : 1;
-                continue;
-            }
-            writer.append((session.json() ? eventJson(event) : eventText(event, name->second)) +
-                          "\n");
-            if (isMeta(event)) continue;
-            ++received;
-            stats.add(event);
-            const std::string resumed =
-                stalls.arrived(event.sensorHandle, std::chrono::steady_clock::now());
-            if (!resumed.empty()) printWarning(resumed);
-            countReached = mCount && ++counted >= *mCount;
-        }
-    };
-
     // A replay of every sensor ends with the replay unless a duration was given; one of some
     // sensors may never be over (the others' samples wait for a reader) and keeps the default.
     std::optional<double> duration = mDurationSeconds;
-    const bool untilReplayOver = session.replays() && !*mDurationOption && !mFollow &&
-                                 sensors.size() == session.sensors().size();
-    if (untilReplayOver) duration.reset();
+    if (session.replays() && !*mDurationOption && !mFollow &&
+        sensors.size() == session.sensors().size()) {
+        duration.reset();
+    }
+    // The sensors stay active for the duration whatever the reader of stdout does: the writer
+    // keeps what it has not taken yet.
+    flushStdout();
+    StreamRun stream(session, std::move(sensors), mCount);
+    // A stop that came while the library enumerated ends the run before anything streams.
+    if (stopSignal() == 0) stream.start(mPeriodNs);
     std::optional<std::chrono::steady_clock::time_point> end;
     if (duration) {
         end = std::chrono::steady_clock::now() +
               std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                   std::chrono::duration<double>(*duration));
     }
-    std::optional<std::chrono::steady_clock::time_point> replayOverSeen;
-    std::optional<std::string> hostLost;
-    while (streaming && !countReached && writer.failed() == 0 && stopSignal() == 0) {
-        const auto now = std::chrono::steady_clock::now();
-        if (end && now >= *end) break;
-        if (!replayOverSeen && host.replayOver()) replayOverSeen = now;
-        // What the host sent is still on its way through the library: the stream ends once it
-        // all came, or after a grace for samples the library did not turn into events.
-        if (replayOverSeen &&
-            (received >= host.samplesSent() || now - *replayOverSeen >= kReplayGrace)) {
-            break;
-        }
-        if ((hostLost = host.hostLost())) break;
-        take(end ? std::min(*end, now + kPollInterval) : now + kPollInterval);
-        for (const std::string& line : stalls.check(std::chrono::steady_clock::now())) {
-            printWarning(line);
-        }
-    }
-
-    // A replay is over once the host has played the loss it recorded, as it was lost live.
-    if (!hostLost && replayOverSeen) hostLost = host.hostLost();
-    for (const SensorInfo& sensor : streaming ? sensors : std::vector<SensorInfo>()) {
-        session.subHal()->activate(sensor.sensorHandle, false);
-    }
-    const auto stoppedAt = std::chrono::steady_clock::now();
-    take(stoppedAt);  // sampled while the sensors were active
-
-    // What the reader has not taken yet, it gets now; a second Ctrl-C gives it up.
-    const int stopsBefore = stopSignalCount();
-    const StdoutWriter::Drained drained = writer.drain(
-        [stopsBefore] { return stopSignalCount() > stopsBefore; },
-        [&](size_t lines) {
-            printWarning("the sensors are off; waiting for the reader of stdout to take " +
-                         std::to_string(lines) + " more events (Ctrl-C gives them up)");
-        });
-
-    std::fputs(stats.summary(sensors).c_str(), stderr);
-    if (uint64_t mismatches = session.callback().wakelockMismatches(); mismatches != 0) {
-        printWarning(std::to_string(mismatches) +
-                     " posts held the wake lock when they should not have, or the reverse");
-    }
-    int result = kExitOk;
-    if (hostLost) {
-        printError(*hostLost);
-        result = kExitFailure;
-    } else if (session.replays() && !host.replayOver() && streaming && !countReached &&
-               stopSignal() == 0 && drained != StdoutWriter::Drained::kWriteFailed) {
-        printWarning(
-            "the stream ended before the replay was over: recorded samples or timeline "
-            "entries were left (a longer --duration, --speed 0 or every sensor plays them)");
-    }
-    if (drained == StdoutWriter::Drained::kWriteFailed) {
-        reportStdoutError(writer.failed());  // said on the way out
-        return kExitOk;
-    }
-    if (drained == StdoutWriter::Drained::kGaveUp) {
-        printError(std::to_string(writer.unwritten()) +
-                   " events not written: given up while the reader of stdout was behind");
-        result = kExitFailure;
-    }
-    if (const uint64_t dropped = writer.dropped(); dropped != 0) {
-        printError(std::to_string(dropped) + " events dropped: the reader of stdout fell " +
-                   std::to_string(StdoutWriter::kDefaultCapBytes >> 20) + " MiB behind");
-        result = kExitFailure;
-    }
-    for (const std::string& line : stalls.stalledAtEnd(stoppedAt)) {
-        printError(line);
-        result = kExitFailure;
-    }
-    if (countReached) return result;
-
-    // Every sensor asked for should have said something within the run: the silent ones in one
-    // line, with what the host side saw unless the line about the lost host said it already.
-    std::vector<std::string> silent;
-    for (const SensorInfo& sensor : streaming ? sensors : std::vector<SensorInfo>()) {
-        if (!stats.hasEvents(sensor.sensorHandle)) silent.push_back(label(sensor));
-    }
-    if (silent.empty()) return result;
-    std::string line = "no events from ";
-    for (size_t i = 0; i < silent.size(); ++i) {
-        line += (i == 0 ? "" : i + 1 == silent.size() ? " and " : ", ") + silent[i];
-    }
-    std::string why;
-    if (!hostLost) {
-        for (const std::string& problem : session.hostProblems()) {
-            why += (why.empty() ? "; the host side saw: " : "; ") + problem;
-        }
-    }
-    printError(line + why);
-    return kExitFailure;
+    return stream.finish(stream.stream(end));
 }
 
 }  // namespace

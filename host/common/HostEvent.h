@@ -34,7 +34,8 @@ enum class HostEventKind {
     // A device's settings and stream.
     kTimeoutSet,             // SetTimeout; TimeoutMs; reason: set when the host could not apply it
     kFrequencyAsked,         // SetFrequency; Rate asked for
-    kFrequencyAnswered,      // Rate answered
+    kFrequencyAnswered,      // Rate answered; reason: set when it is not known to be the rate
+                             // the device runs at
     kChannelsEnabled,        // SetChannelsEnabled; ChannelsSwitched
     kChannelsFailed,         // Channels: those SetChannelsEnabled reported failed
     kChannelsEnabledAsked,   // GetChannelsEnabled; Channels

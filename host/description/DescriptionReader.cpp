@@ -44,12 +44,12 @@ const JsonRowsPattern kTimedRows = {"devices", "*", "timedSamples", "samples"};
 // Walks the description keeping the first error. Every check returns false once it has failed.
 class Reader {
   public:
-    explicit Reader(const JsonDocument& doc) : mDoc(doc) {}
+    explicit Reader(JsonDocument& doc) : mDoc(doc) {}
 
     const std::string& error() const { return mError; }
 
     // The rows captured at `path`; null if that array was not captured.
-    const JsonRows* rows(const std::string& path) const {
+    JsonRows* rows(const std::string& path) {
         auto it = mDoc.rows.find(path);
         return it == mDoc.rows.end() ? nullptr : &it->second;
     }
@@ -159,7 +159,7 @@ class Reader {
                     text + " is out of range " + std::to_string(min) + ".." + std::to_string(max));
     }
 
-    const JsonDocument& mDoc;
+    JsonDocument& mDoc;
     std::string mError;
 };
 
@@ -200,6 +200,25 @@ bool readSamples(Reader& r, const json& value, const std::string& path,
     return true;
 }
 
+// "restarts": ascending indices of samples sent to a new observer.
+bool readRestarts(Reader& r, const json& restarts, const std::string& path, TimedSamples* timed) {
+    const std::string restartsPath = child(path, "restarts");
+    if (!r.array(restarts, restartsPath)) return false;
+    for (size_t i = 0; i < restarts.size(); ++i) {
+        int64_t index = 0;
+        const int64_t last = static_cast<int64_t>(timed->size()) - 1;
+        if (!r.integer(restarts[i], child(restartsPath, i), 0, std::max<int64_t>(last, 0),
+                       &index)) {
+            return false;
+        }
+        if (!timed->restarts.empty() && static_cast<size_t>(index) <= timed->restarts.back()) {
+            return r.fail(child(restartsPath, i), "expected ascending sample indices");
+        }
+        timed->restarts.push_back(static_cast<size_t>(index));
+    }
+    return true;
+}
+
 // {"channels": [0, 1, 2, 3], "restarts": [120], "samples": [[atUs delta, v0, v1, v2, v3], ...]}:
 // each row is the time in microseconds since the previous sample (the first: since
 // SetUpChannel), then one raw value per listed channel, null where the sample lacks it.
@@ -221,7 +240,8 @@ bool readTimedSamples(Reader& r, const json& value, const std::string& path,
     }
     const std::string samplesPath = child(path, "samples");
     if (!r.array(value["samples"], samplesPath)) return false;
-    const JsonRows* rows = r.rows(samplesPath);
+    // Consumed as it is read: the values go from the rows as the samples take them.
+    JsonRows* rows = r.rows(samplesPath);
     if (rows == nullptr) return true;  // an empty array
     const size_t width = timed->channels.size() + 1;
     timed->atUs.reserve(rows->rowCount());
@@ -237,7 +257,7 @@ bool readTimedSamples(Reader& r, const json& value, const std::string& path,
                                        " numbers (the time, then one value per channel), got " +
                                        std::to_string(size));
         }
-        const int64_t delta = rows->values[begin];
+        const int64_t delta = rows->values.take();
         if (!rows->present[begin] || delta < 0) {
             return r.fail(child(rowPath, 0),
                           "the time must be a number of microseconds, 0 or more");
@@ -248,26 +268,12 @@ bool readTimedSamples(Reader& r, const json& value, const std::string& path,
         at += delta;
         timed->atUs.push_back(at);
         for (size_t i = begin + 1; i < begin + size; ++i) {
-            timed->values.push_back(rows->values[i]);
+            timed->values.push_back(rows->values.take());
             timed->present.push_back(rows->present[i]);
         }
     }
-    if (value.contains("restarts")) {
-        const json& restarts = value["restarts"];
-        const std::string restartsPath = child(path, "restarts");
-        if (!r.array(restarts, restartsPath)) return false;
-        for (size_t i = 0; i < restarts.size(); ++i) {
-            int64_t index = 0;
-            const int64_t last = static_cast<int64_t>(timed->size()) - 1;
-            if (!r.integer(restarts[i], child(restartsPath, i), 0, std::max<int64_t>(last, 0),
-                           &index)) {
-                return false;
-            }
-            if (!timed->restarts.empty() && static_cast<size_t>(index) <= timed->restarts.back()) {
-                return r.fail(child(restartsPath, i), "expected ascending sample indices");
-            }
-            timed->restarts.push_back(static_cast<size_t>(index));
-        }
+    if (value.contains("restarts") && !readRestarts(r, value["restarts"], path, timed.get())) {
+        return false;
     }
     *out = std::move(timed);
     return true;
@@ -671,8 +677,8 @@ bool parseHostDescription(const std::string& text, HostConfig* out, std::string*
     return parseSource(source, out, error);
 }
 
-bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error,
-                         size_t limit) {
+bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error, size_t limit,
+                         const std::function<bool()>& stop) {
     const bool standardInput = path == "-";
     auto failed = [&](const std::string& what) {
         *error = (standardInput ? "<stdin>" : path) + ": " + what;
@@ -692,7 +698,7 @@ bool loadHostDescription(const std::string& path, HostConfig* out, std::string* 
         // Refused before reading; other files (pipes, devices) are cut off at the limit.
         reason = tooLargeError(limit);
     } else {
-        JsonSource source(fd, limit);
+        JsonSource source(fd, limit, stop);
         ok = parseSource(source, out, &reason);
     }
     ::close(fd);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 #include "host/description/HostConfig.h"
@@ -20,8 +21,11 @@ constexpr size_t kMaxDescriptionBytes = size_t{512} << 20;
 
 // Reads and parses a file, "-" standard input, in one pass over the text and without holding it.
 // Errors are prefixed with the path as given, "<stdin>" for "-" ("host.json: /devices/0: unknown
-// key \"colour\"", "host.json: is a directory, not a host description").
+// key \"colour\"", "host.json: is a directory, not a host description"). While it waits for
+// input, `stop` is asked every 100 ms; once it answers true the load fails ("cannot read:
+// Interrupted system call").
 bool loadHostDescription(const std::string& path, HostConfig* out, std::string* error,
-                         size_t limit = kMaxDescriptionBytes);
+                         size_t limit = kMaxDescriptionBytes,
+                         const std::function<bool()>& stop = nullptr);
 
 }  // namespace kelvane::host::description

@@ -1,11 +1,14 @@
 #include "host/description/JsonReader.h"
 
+#include <poll.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <iterator>
 #include <limits>
+#include <new>
 #include <unordered_set>
 #include <utility>
 
@@ -150,7 +153,7 @@ class Builder {
 
     bool end_array() {
         if (mMode == Mode::kRow) {
-            mRows->ends.push_back(mRows->values.size());
+            mRows->ends.push_back(mRows->values.appended());
             mMode = Mode::kRows;
             return true;
         }
@@ -313,6 +316,37 @@ class Builder {
 
 }  // namespace
 
+IntegerQueue::~IntegerQueue() {
+    for (int64_t* block : mBlocks) ::munmap(block, kBlockValues * sizeof(int64_t));
+}
+
+IntegerQueue::IntegerQueue(IntegerQueue&& other) noexcept
+    : mBlocks(std::move(other.mBlocks)), mAppended(other.mAppended), mTaken(other.mTaken) {
+    other.mBlocks.clear();
+    other.mAppended = other.mTaken = 0;
+}
+
+void IntegerQueue::push_back(int64_t value) {
+    const size_t slot = mAppended - (mTaken - mTaken % kBlockValues);  // within mBlocks
+    if (slot == mBlocks.size() * kBlockValues) {
+        void* block = ::mmap(nullptr, kBlockValues * sizeof(int64_t), PROT_READ | PROT_WRITE,
+                             MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (block == MAP_FAILED) throw std::bad_alloc();
+        mBlocks.push_back(static_cast<int64_t*>(block));
+    }
+    mBlocks[slot / kBlockValues][slot % kBlockValues] = value;
+    ++mAppended;
+}
+
+int64_t IntegerQueue::take() {
+    const int64_t value = mBlocks.front()[mTaken % kBlockValues];
+    if (++mTaken % kBlockValues == 0) {
+        ::munmap(mBlocks.front(), kBlockValues * sizeof(int64_t));
+        mBlocks.pop_front();
+    }
+    return value;
+}
+
 JsonSource::JsonSource(const std::string& text, size_t limit)
     : mLimit(limit), mNext(text.data()), mEnd(text.data() + std::min(text.size(), limit)) {
     mTooLarge = text.size() > limit;
@@ -326,7 +360,19 @@ void JsonSource::stopAtNul() {
     }
 }
 
-JsonSource::JsonSource(int fd, size_t limit) : mFd(fd), mLimit(limit), mBuffer(kReadChunk) {}
+JsonSource::JsonSource(int fd, size_t limit, std::function<bool()> stop)
+    : mFd(fd), mStop(std::move(stop)), mLimit(limit), mBuffer(kReadChunk) {}
+
+bool JsonSource::waitForInput() {
+    if (!mStop) return true;
+    struct pollfd ready = {mFd, POLLIN, 0};
+    while (!mStop()) {
+        const int n = ::poll(&ready, 1, 100);
+        if (n > 0 || (n < 0 && errno != EINTR)) return true;  // read() says what went wrong
+    }
+    mReadError = EINTR;
+    return false;
+}
 
 bool JsonSource::refill() {
     if (mFd < 0 || mTooLarge || mSawNul || mReadError != 0) return false;
@@ -341,6 +387,7 @@ bool JsonSource::refill() {
         mTooLarge = n > 0;
         return false;
     }
+    if (!waitForInput()) return false;
     const size_t want = std::min(mBuffer.size(), mLimit - mOffset);
     ssize_t n = 0;
     do {

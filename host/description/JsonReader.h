@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -13,11 +15,36 @@
 
 namespace kelvane::host::description {
 
+// Integers appended in blocks of pages of their own: growing never copies what is held, and the
+// blocks taken from the front go back to the system at once, so that rows turned into samples
+// cost their size in memory once, not the two or three times a growing vector's copies take.
+class IntegerQueue {
+  public:
+    IntegerQueue() = default;
+    ~IntegerQueue();
+    IntegerQueue(IntegerQueue&& other) noexcept;
+    IntegerQueue& operator=(IntegerQueue&& other) = delete;
+    IntegerQueue(const IntegerQueue&) = delete;
+
+    void push_back(int64_t value);
+    // How many were ever appended: the index the next one gets.
+    size_t appended() const { return mAppended; }
+    // Removes and returns the oldest value not taken yet. Only while one is left.
+    int64_t take();
+
+  private:
+    static constexpr size_t kBlockValues = size_t{128} << 10;  // 1 MiB
+
+    std::deque<int64_t*> mBlocks;  // mapped; the first holds the next value to take
+    size_t mAppended = 0;
+    size_t mTaken = 0;
+};
+
 // The rows of one array captured flat: every row is an array of integers and nulls.
 struct JsonRows {
-    std::vector<int64_t> values;  // every row's values, one after the other (null reads as 0)
-    std::vector<bool> present;    // like `values`: false for a null
-    std::vector<size_t> ends;     // per row: the index in `values` just past its last value
+    IntegerQueue values;        // every row's values, one after the other (null reads as 0)
+    std::vector<bool> present;  // by index in `values`: false for a null
+    std::deque<size_t> ends;    // per row: the index in `values` just past its last value
 
     size_t rowCount() const { return ends.size(); }
     size_t rowBegin(size_t row) const { return row == 0 ? 0 : ends[row - 1]; }
@@ -39,8 +66,10 @@ class JsonSource {
   public:
     // Text already in memory; it must outlive the source.
     JsonSource(const std::string& text, size_t limit);
-    // An open file descriptor, read as far as the document goes (not closed here).
-    JsonSource(int fd, size_t limit);
+    // An open file descriptor, read as far as the document goes (not closed here). While it
+    // waits for input, `stop` is asked every 100 ms; once it answers true reading ends as a read
+    // error (EINTR).
+    JsonSource(int fd, size_t limit, std::function<bool()> stop = nullptr);
     JsonSource(const JsonSource&) = delete;
     JsonSource& operator=(const JsonSource&) = delete;
 
@@ -78,9 +107,11 @@ class JsonSource {
 
   private:
     bool refill();
+    bool waitForInput();
     void stopAtNul();
 
     int mFd = -1;
+    std::function<bool()> mStop;
     size_t mLimit;
     std::vector<char> mBuffer;
     const char* mNext = nullptr;

@@ -236,6 +236,105 @@ TEST_F(ToolFailureTest, OutputsGoIntoWhatIsNotARegularFileAndReplaceOnlyRegularO
     EXPECT_EQ(files(), expected);
 }
 
+// Item: with stdout closed, the recording became descriptor 1 and got the event lines ahead of its
+// JSON; with stderr closed it got the host's lines.
+TEST_F(ToolFailureTest, ClosedStandardDescriptorsNeverTakeInAFile) {
+    for (const char* closed : {">&-", "2>&-", "<&-"}) {
+        const std::string recording = mDir + "/closed.json";
+        ProcessRun run = runToolInShell(std::string(R"(exec "$0" "$@" )") + closed,
+                                        {"stream", "--count", "5", "--record", recording});
+        EXPECT_EQ(run.exitCode, 0) << closed << ": " << run.err;
+        const nlohmann::json parsed = nlohmann::json::parse(readFile(recording), nullptr, false);
+        ASSERT_FALSE(parsed.is_discarded()) << closed << ": " << readFile(recording);
+        EXPECT_EQ(parsed["devices"].size(), 5u) << closed;
+    }
+}
+
+// Item: reading `--host -` ignored Ctrl-C, SIGTERM and SIGHUP until its input ended; list, dump
+// and flush with --record wrote nothing when a signal ended them, and left a temporary file.
+TEST_F(ToolFailureTest, StopSignalsEndEveryPhaseAndKeepTheRecording) {
+    const std::string input = mDir + "/in";
+    ASSERT_EQ(mkfifo(input.c_str(), 0600), 0);
+    // The input is a FIFO that never ends; the signal comes once the tool (not the shell before
+    // it runs the tool) has opened it a second time, to read.
+    const std::string signalWhileReading = R"sh(set -m; exec 3<>")sh" + input + R"sh("
+        "$0" "$@" <&3 3<&- & pid=$!
+        tool=$(readlink -f "$0")
+        while kill -0 $pid 2>/dev/null && { [ "$(readlink /proc/$pid/exe)" != "$tool" ] ||
+              [ "$(readlink /proc/$pid/fd/* | grep -cF "$(readlink /proc/$pid/fd/0)")" -lt 2 ]; }; do
+            sleep 0.01
+        done
+        kill -$SIGNAL $pid; wait $pid)sh";
+    for (const char* name : {"INT", "TERM", "HUP"}) {
+        ProcessOptions options;
+        options.extraEnv = {std::string("SIGNAL=") + name};
+        ProcessRun run = runToolInShell(signalWhileReading, {"--host", "-", "stream"}, options);
+        const int signal = name[0] == 'I' ? SIGINT : name[0] == 'T' ? SIGTERM : SIGHUP;
+        EXPECT_EQ(run.exitCode, 128 + signal) << name << ": " << run.err;
+        EXPECT_TRUE(contains(run.err, " while reading <stdin>\n")) << name << ": " << run.err;
+    }
+
+    const struct {
+        std::vector<std::string> args;
+        int signal;
+    } runs[] = {{{"list"}, SIGINT}, {{"dump"}, SIGTERM}, {{"flush", "1"}, SIGHUP}};
+    for (const auto& r : runs) {
+        const std::string recording = mDir + "/" + r.args[0] + ".json";
+        std::vector<std::string> args = r.args;
+        args.insert(args.end(), {"--record", recording});
+        ProcessOptions interrupt;
+        bool sent = false;
+        interrupt.onOutput = [&](pid_t pid, const ProcessRun& run) {
+            if (!sent && contains(run.err, "device list asked for")) {
+                sent = kill(pid, r.signal) == 0;
+            }
+        };
+        ProcessRun run = runTool(args, interrupt);
+        EXPECT_EQ(run.exitCode, 128 + r.signal) << r.args[0] << ": " << run.err;
+        const nlohmann::json parsed = nlohmann::json::parse(readFile(recording), nullptr, false);
+        ASSERT_FALSE(parsed.is_discarded()) << r.args[0] << ": " << run.err;
+        EXPECT_EQ(parsed["devices"].size(), 5u) << r.args[0];
+    }
+    EXPECT_EQ(files(), (std::vector<std::string>{"dump.json", "flush.json", "in", "list.json"}));
+}
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TOOL_TEST_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TOOL_TEST_SANITIZED 1
+#endif
+
+// Item: an 82 MB recording held 250 MB to list and more to replay: its sample rows were read into
+// growing vectors and then copied. They now cost about their size once.
+TEST_F(ToolFailureTest, ADescriptionCostsAboutItsSizeInMemory) {
+#ifdef TOOL_TEST_SANITIZED
+    GTEST_SKIP() << "a sanitizer's shadow memory is not the tool's";
+#endif
+    if (access("/usr/bin/time", X_OK) != 0) GTEST_SKIP() << "no /usr/bin/time to measure with";
+    std::string text = R"({"devices": [{"id": 0, "types": [1],
+        "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
+        "timedSamples": {"channels": [0, 1, 2, 3], "samples": [)";
+    for (int i = 0; i < 300000; ++i) {
+        text += std::string(i == 0 ? "" : ",") + "\n[2500," + std::to_string(i % 9973 - 5000) +
+                ",-" + std::to_string(i % 811) + "," + std::to_string(i % 4099) + "," +
+                std::to_string(1000000000000 + i * 2500000ll) + "]";
+    }
+    const std::string description = write("big.json", text + "]}}]}");
+    auto peakKb = [this](const std::vector<std::string>& args) {
+        ProcessRun run = runToolInShell(R"(exec /usr/bin/time -f "peak %M" "$0" "$@")", args);
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        const size_t at = run.err.rfind("peak ");
+        return at == std::string::npos ? 0.0 : std::stod(run.err.substr(at + 5));
+    };
+    const double builtIn = peakKb({"list"});
+    const double loaded = peakKb({"--host", description, "--speed", "0", "list"});
+    const double fileKb = static_cast<double>(text.size()) / 1024;
+    EXPECT_LT(loaded - builtIn, 2 * fileKb) << loaded << " KB against " << builtIn << " KB";
+}
+
 // Item: a full disk left a truncated recording over the file that was there.
 TEST_F(ToolFailureTest, AFailedRecordingLeavesTheFileThereUntouched) {
     const std::string old = write("field.json", R"({"devices": []})");
@@ -411,6 +510,15 @@ TEST_F(ToolFailureTest, ARateTheHostDoesNotHonourIsSaid) {
     ProcessRun honoured = runTool({"stream", "--sensor", "1", "--rate", "100", "--count", "5"});
     EXPECT_EQ(honoured.exitCode, 0) << honoured.err;
     EXPECT_FALSE(contains(honoured.err, " asked, the host answered ")) << honoured.err;
+
+    // Without --rate, the library's own request is the one answered short.
+    const std::string slow = write("slow.json", R"({"devices": [
+        {"id": 0, "types": [1], "channels": ["accel_x", "accel_y", "accel_z", "timestamp"],
+         "maxFrequency": 12.5}]})");
+    ProcessRun library = runTool({"--host", slow, "stream", "--count", "3"});
+    EXPECT_EQ(library.exitCode, 0) << library.err;
+    EXPECT_TRUE(contains(library.err, " Hz asked by the library, the host answered 12.5 Hz\n"))
+        << library.err;
 }
 
 TEST_F(ToolFailureTest, SpeedWithoutAnythingToSpeedUpIsSaid) {
