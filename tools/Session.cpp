@@ -161,8 +161,13 @@ int Session::readHost(const CommonOptions& options, host::description::HostConfi
                                        : "the emulated host of " + (file == "-" ? "<stdin>" : file);
     if (!options.iioUri.empty()) {
         std::string error;
-        mHost.host = host::iio::LibiioHost::open(options.iioUri, &error);
-        if (mHost.host) return kExitOk;
+        std::unique_ptr<host::iio::LibiioHost> iio =
+            host::iio::LibiioHost::open(options.iioUri, &error);
+        if (iio) {
+            mSettled.selfStampedTypes = iio->selfStampedTypes();
+            mHost.host = std::move(iio);
+            return kExitOk;
+        }
         printError(error);
         return kExitFailure;
     }

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -101,6 +102,12 @@ class Session {
     double replaySpeed() const { return mSettled.replay.speed; }
     // Whether sample timestamps come from another machine's clock (a board reached by libiio).
     bool remoteClock() const { return mSettled.replay.remoteClock; }
+    // Whether the samples of a device of host type `hostType` carry the board's own timestamps:
+    // on a remote board, a device that stamps its scans; every other device's events are stamped
+    // on this machine.
+    bool stampedOnBoard(int32_t hostType) const {
+        return remoteClock() && mSettled.selfStampedTypes.count(hostType) != 0;
+    }
     // A recording's start on the boot-time clock its timestamps were taken on, if it says.
     std::optional<int64_t> recordingStartBootTimeNs() const {
         return mSettled.replay.startBootTimeNs;
@@ -124,6 +131,7 @@ class Session {
         std::string hostInput;
         HostKind hostKind = HostKind::kBuiltIn;
         ReplayFacts replay;
+        std::set<int32_t> selfStampedTypes;  // over libiio: LibiioHost::selfStampedTypes()
     };
     // What runs the host: made by open(), ended by close().
     struct HostRun {

@@ -45,6 +45,22 @@ std::string unreadableLocalDevice(const iio_context* context) {
     return {};
 }
 
+std::set<int32_t> typesStampingTheirScans(const iio_context* context) {
+    std::set<int32_t> types;
+    const unsigned int count = iio_context_get_devices_count(context);
+    for (unsigned int i = 0; i < count; ++i) {
+        const iio_device* device = iio_context_get_device(context, i);
+        const std::vector<int32_t> served = deviceTypes(device);
+        if (!deviceNumber(device) || served.empty()) continue;
+        for (const iio_channel* channel : inputChannels(device)) {
+            if (iio_channel_is_scan_element(channel) && channelId(channel) == "timestamp") {
+                types.insert(served.front());
+            }
+        }
+    }
+    return types;
+}
+
 }  // namespace
 
 std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string* error) {
@@ -82,6 +98,7 @@ std::unique_ptr<LibiioHost> LibiioHost::open(const std::string& uri, std::string
 
 LibiioHost::LibiioHost(iio_context* context)
     : mContext(context, iio_context_destroy),
+      mSelfStampedTypes(typesStampingTheirScans(context)),
       mCore("libiio-host", vel::mojom::kBridgeVersion, /*autoSetUpChannel=*/true, *this) {}
 
 LibiioHost::~LibiioHost() = default;  // mCore goes first: see the header

@@ -31,6 +31,11 @@ class LibiioHost : public common::Host, private common::HostCore::Devices {
     LibiioHost(const LibiioHost&) = delete;
     LibiioHost& operator=(const LibiioHost&) = delete;
 
+    // The device-type codes (each device's first) of the devices whose samples carry their own
+    // timestamp, taken on the clock of the machine the devices are on: buffered devices with a
+    // timestamp scan element. Other devices' samples are stamped here, on reading. Any thread.
+    const std::set<int32_t>& selfStampedTypes() const { return mSelfStampedTypes; }
+
   private:
     explicit LibiioHost(iio_context* context);
     void bindService(chromeos::sensors::mojom::SensorServiceRequest request) override;
@@ -40,6 +45,7 @@ class LibiioHost : public common::Host, private common::HostCore::Devices {
 
     // Freed last, after the host thread stopped.
     const std::unique_ptr<iio_context, void (*)(iio_context*)> mContext;
+    const std::set<int32_t> mSelfStampedTypes;
 
     // Host thread only. The core, destroyed first, stops that thread before any of these goes.
     std::set<int32_t> mScaleWarned;

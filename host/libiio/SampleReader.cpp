@@ -49,6 +49,37 @@ int64_t elementValue(const iio_data_format* format, const uint8_t* converted) {
     }
 }
 
+// Where one enabled channel's element lies in each scan of the buffer.
+struct Slot {
+    int32_t index;
+    const iio_channel* channel;
+    const iio_data_format* format;
+    ptrdiff_t offset;  // within a scan
+};
+
+// The samples of the scans a refill left in `buffer`, `step` bytes apart; places each slot first.
+std::vector<Sample> decodeScans(iio_buffer* buffer, ptrdiff_t step, std::vector<Slot>& slots) {
+    const auto* start = static_cast<const uint8_t*>(iio_buffer_start(buffer));
+    const auto* end = static_cast<const uint8_t*>(iio_buffer_end(buffer));
+    for (Slot& slot : slots) {
+        slot.offset = static_cast<const uint8_t*>(iio_buffer_first(buffer, slot.channel)) - start;
+    }
+    std::vector<Sample> samples;
+    samples.reserve(static_cast<size_t>((end - start) / step));
+    uint8_t converted[16];
+    for (const uint8_t* scan = start; scan + step <= end; scan += step) {
+        std::vector<std::pair<int32_t, int64_t>> values;
+        values.reserve(slots.size());
+        for (const Slot& slot : slots) {
+            if (slot.format->length / 8 > sizeof(converted)) continue;
+            iio_channel_convert(slot.channel, converted, scan + slot.offset);
+            values.emplace_back(slot.index, elementValue(slot.format, converted));
+        }
+        samples.emplace_back(std::move(values));
+    }
+    return samples;
+}
+
 std::optional<int64_t> polledValue(const iio_channel* channel) {
     std::optional<std::string> text = readChannelAttribute(channel, "raw");
     if (!text) text = readChannelAttribute(channel, "input");
@@ -132,12 +163,6 @@ bool SampleReader::deviceGone() const {
 }
 
 void SampleReader::readBuffer() {
-    struct Slot {
-        int32_t index;
-        const iio_channel* channel;
-        const iio_data_format* format;
-        ptrdiff_t offset;  // within a scan
-    };
     std::vector<Slot> slots;
     for (const Channel& c : mChannels) {
         slots.push_back({c.index, c.channel, iio_channel_get_data_format(c.channel), 0});
@@ -167,27 +192,9 @@ void SampleReader::readBuffer() {
             return;
         }
         mReads.fetch_add(1, std::memory_order_relaxed);
-        const auto* start = static_cast<const uint8_t*>(iio_buffer_start(mBuffer));
-        const auto* end = static_cast<const uint8_t*>(iio_buffer_end(mBuffer));
         const ptrdiff_t step = iio_buffer_step(mBuffer);
         if (step <= 0) continue;
-        for (Slot& slot : slots) {
-            slot.offset =
-                static_cast<const uint8_t*>(iio_buffer_first(mBuffer, slot.channel)) - start;
-        }
-        std::vector<Sample> samples;
-        samples.reserve(static_cast<size_t>((end - start) / step));
-        uint8_t converted[16];
-        for (const uint8_t* scan = start; scan + step <= end; scan += step) {
-            std::vector<std::pair<int32_t, int64_t>> values;
-            values.reserve(slots.size());
-            for (const Slot& slot : slots) {
-                if (slot.format->length / 8 > sizeof(converted)) continue;
-                iio_channel_convert(slot.channel, converted, scan + slot.offset);
-                values.emplace_back(slot.index, elementValue(slot.format, converted));
-            }
-            samples.emplace_back(std::move(values));
-        }
+        std::vector<Sample> samples = decodeScans(mBuffer, step, slots);
         mSamples.fetch_add(samples.size(), std::memory_order_relaxed);
         mDeliver(std::move(samples));
     }

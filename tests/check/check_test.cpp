@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/check/cts_faults.h"
 #include "tests/support/subprocess.h"
 
 namespace {
@@ -221,31 +222,13 @@ std::map<std::string, std::set<std::string>> rulesBySensor(const CheckRun& run,
     return out;
 }
 
-// The rule each device of cts-faulty-streams.json breaks, by sensor name.
-std::map<std::string, std::set<std::string>> ctsFaults() {
-    return {
-        {"Accelerometer (still)", {}},
-        {"Accelerometer (rate 0.8x)", {"cts.frequency"}},
-        // A dropped sample doubles an interval, which the percentiles of the jitter see too.
-        {"Accelerometer (drops every 20th)", {"cts.gaps", "cts.jitter"}},
-        {"Accelerometer (jitter 2 ms)", {"cts.jitter"}},
-        {"Accelerometer (realtime clock)", {"cts.timestamp-future"}},
-        {"Accelerometer (stamped 3 s early)", {"cts.timestamp-age"}},
-        {"Accelerometer (z stuck at 0)", {"cts.magnitude"}},
-        {"Accelerometer (noisy x)", {"cts.std-dev"}},
-        {"Accelerometer (silent 2.1 s)", {"cts.initial-value"}},
-        {"Accelerometer (stops at 2.5 s)", {"cts.event-count"}},
-        {"Light (frozen clock)", {"cts.ordering"}},
-    };
-}
-
 // One device per fault, every other channel still, so that exactly its rule fails; with --hifi,
 // so that jitter is enforced too.
 TEST(CheckTest, EachStreamFaultFailsExactlyItsCompatibilityRule) {
     const CheckRun run = runCheck(
         {"--host", host("cts-faulty-streams.json"), "--quick", "--hifi", "--rule", "cts.*"});
     EXPECT_EQ(run.exitCode, 1) << describe(run);
-    EXPECT_EQ(rulesBySensor(run, "FAIL"), ctsFaults()) << describe(run);
+    EXPECT_EQ(rulesBySensor(run, "FAIL"), kelvane::testing::ctsFaults()) << describe(run);
     expectFail(run, "cts.frequency", "frequency 40 Hz at 50 Hz requested, needs 45 < f < 110");
     expectFail(run, "cts.gaps", "gaps > 18 ms in");
     expectFail(run, "cts.jitter", "% of 10 ms) between the 2.5th and 97.5th percentile");
@@ -343,7 +326,7 @@ TEST(CheckTest, EachStreamFaultFailsItsRuleFromARecordingAsLive) {
     const CheckRun run = runCheck(
         {"--host", recording.path(), "--speed", "0", "--quick", "--hifi", "--rule", "cts.*"});
     EXPECT_EQ(run.exitCode, 1) << describe(run);
-    EXPECT_EQ(rulesBySensor(run, "FAIL"), ctsFaults()) << describe(run);
+    EXPECT_EQ(rulesBySensor(run, "FAIL"), kelvane::testing::ctsFaults()) << describe(run);
     expectFail(run, "cts.frequency", "frequency 80 Hz at 100 Hz requested, needs 90 < f < 220");
     expectFail(run, "cts.event-count", "250 events in ");
 }

@@ -63,6 +63,31 @@ TEST(StreamStatisticsTest, GapsAreIntervalsOver36msAt50HzAndAFewAreAllowed) {
         << sixGaps.detail;
 }
 
+// A quick 2.5 s stream is judged as the suite's 5 s one would be: one 300 ms stall FAILs the
+// frequency of 2.5 s at 50 Hz, but not once the stream goes on to 5 s as it typically ran; a
+// stream at 0.8x the rate FAILs gone on too. Too many gaps for 110 events are few enough for 235.
+TEST(StreamStatisticsTest, AShortStreamGoneOnAsTypicalIsJudgedAsALongOneWouldBe) {
+    std::vector<Sample> stalled = steady(110, 20 * kMs);
+    for (size_t i = 60; i < stalled.size(); ++i) {
+        stalled[i].timestampNs += 300 * kMs;
+        stalled[i].receivedNs += 300 * kMs;
+    }
+    EXPECT_EQ(frequency(stalled, at50Hz()).verdict, Verdict::kFail);
+    const std::vector<Sample> completed = continuedAsTypical(stalled, 2500 * kMs);
+    EXPECT_EQ(completed.size(), 110u + 125u);
+    EXPECT_EQ(frequency(completed, at50Hz()).verdict, Verdict::kPass);
+
+    const std::vector<Sample> slow = steady(100, 25 * kMs);
+    EXPECT_EQ(frequency(continuedAsTypical(slow, 2500 * kMs), at50Hz()).verdict, Verdict::kFail);
+
+    std::vector<Sample> gappy = steady(110, 20 * kMs);
+    for (size_t at : {10, 20, 30, 40}) {
+        for (size_t i = at; i < gappy.size(); ++i) gappy[i].timestampNs += 20 * kMs;
+    }
+    EXPECT_EQ(gaps(gappy, at50Hz()).verdict, Verdict::kFail) << "4 gaps, 110 events allow 3";
+    EXPECT_EQ(gaps(continuedAsTypical(gappy, 2500 * kMs), at50Hz()).verdict, Verdict::kPass);
+}
+
 TEST(StreamStatisticsTest, AgeBoundIs1055point6msAt50HzAnd3777point8msAt1Hz) {
     EXPECT_EQ(age(steady(10, 20 * kMs, 1055 * kMs), at50Hz()).verdict, Verdict::kPass);
     const Outcome old = age(steady(10, 20 * kMs, 1056 * kMs), at50Hz());

@@ -208,6 +208,10 @@ std::optional<int64_t> CheckRun::recordedSendTimeNs(const SensorInfo& sensor,
     return found->second;
 }
 
+bool CheckRun::remoteClock(const SensorInfo& sensor) const {
+    return mSession.stampedOnBoard(hostTypeOf(sensor.type));
+}
+
 std::pair<int64_t, int64_t> CheckRun::recordedSpanUs() const {
     std::optional<std::pair<int64_t, int64_t>> span;
     for (const RecordedDevice& device : mSession.recordedDevices()) {

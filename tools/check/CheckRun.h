@@ -56,8 +56,8 @@ class CheckRun {
     // Whether `sensor`'s events replay a recording, and the rates (Hz) it was recorded at.
     bool isReplay(const SensorInfo& sensor) const;
     std::vector<double> recordedRates(const SensorInfo& sensor) const;
-    // Whether event timestamps are on another machine's clock than the receive times.
-    bool remoteClock() const { return mSession.remoteClock(); }
+    // Whether `sensor`'s event timestamps are on another machine's clock than the receive times.
+    bool remoteClock(const SensorInfo& sensor) const;
     // For a replayed event of `sensor`: when the recorded host sent the sample stamped
     // `timestampNs`, on the boot-time clock of the recording; nullopt when the recording does not
     // say (no start on that clock, or no recorded sample with that timestamp).

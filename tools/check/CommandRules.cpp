@@ -104,11 +104,9 @@ void checkActivateTwice(CheckRun& run) {
     run.settle();
 }
 
-// batch(minDelay, 0) inactive and batch(maxDelay, 0) active, with the µs delays passed as ns as
-// the conformance test does. While the too short period is in force, the event rate shows whether
-// the sub-HAL clamped it.
-void checkBatch(CheckRun& run) {
-    if (!run.wantsAny({rules::kCommandsBatch, rules::kCommandsBatchClamp})) return;
+// batch(minDelay, 0) on each inactive sensor, then activate(true); the answers are each sensor's
+// first problems.
+std::map<int32_t, std::vector<std::string>> activateAtMinDelay(CheckRun& run) {
     ISensorsSubHal& hal = run.hal();
     std::map<int32_t, std::vector<std::string>> problems;
     for (const SensorInfo& sensor : run.sensors()) {
@@ -118,8 +116,12 @@ void checkBatch(CheckRun& run) {
                          hal.batch(h, sensor.minDelay, 0), Result::OK));
         problems[h].push_back(expectAnswer("activate(true)", hal.activate(h, true), Result::OK));
     }
-    // The rate each sensor runs at, from the timestamps of its first kRateSamples events.
-    const std::vector<Event> measured = run.collectUntil(
+    return problems;
+}
+
+// The events until every continuous sensor sent kRateSamples, or 2 s.
+std::vector<Event> collectRateSamples(CheckRun& run) {
+    return run.collectUntil(
         [&run](const std::vector<Event>& events) {
             const auto counts = countBy(events, [](const Event& e) { return !isMetaEvent(e); });
             for (const SensorInfo& sensor : run.sensors()) {
@@ -130,6 +132,56 @@ void checkBatch(CheckRun& run) {
             return true;
         },
         milliseconds(2000));
+}
+
+// Whether the rate `sensor` ran at, from the timestamps of its first kRateSamples events in
+// `measured`, stays within what its minDelay allows.
+void addBatchClamp(CheckRun& run, const SensorInfo& sensor, const std::vector<Event>& measured) {
+    const int32_t h = sensor.sensorHandle;
+    if (!isContinuous(sensor) || sensor.minDelay <= 0) {
+        run.add(rules::kCommandsBatchClamp, sensor, "",
+                skip("only a continuous sensor's minDelay bounds its rate"));
+        return;
+    }
+    int64_t first = 0;
+    int64_t last = 0;
+    size_t n = 0;
+    for (const Event& event : measured) {
+        if (isMetaEvent(event) || event.sensorHandle != h || n == kRateSamples) continue;
+        if (n++ == 0) first = event.timestamp;
+        last = event.timestamp;
+    }
+    if (n < 2 || last <= first) {
+        const bool played = run.recording() && run.recording()->find(h);
+        run.add(rules::kCommandsBatchClamp, sensor, "",
+                skip(played ? "needs a live host: the recording's stream was played once, at "
+                              "its recorded rate"
+                            : "too few events arrived to measure the rate"));
+        return;
+    }
+    const double rate = static_cast<double>(n - 1) * 1e9 / static_cast<double>(last - first);
+    const double bound = 1e6 / sensor.minDelay;
+    char text[256];
+    if (rate > bound * 1.1) {
+        std::snprintf(text, sizeof(text),
+                      "%.0f Hz after batch(%d ns), above the %.0f Hz that minDelay %d us "
+                      "allows: periods pass through unclamped, by design",
+                      rate, sensor.minDelay, bound, sensor.minDelay);
+        run.add(rules::kCommandsBatchClamp, sensor, "", deviation(text));
+    } else {
+        std::snprintf(text, sizeof(text), "%.0f Hz, within the %.0f Hz of minDelay", rate, bound);
+        run.add(rules::kCommandsBatchClamp, sensor, "", pass(text));
+    }
+}
+
+// batch(minDelay, 0) inactive and batch(maxDelay, 0) active, with the µs delays passed as ns as
+// the conformance test does. While the too short period is in force, the event rate shows whether
+// the sub-HAL clamped it.
+void checkBatch(CheckRun& run) {
+    if (!run.wantsAny({rules::kCommandsBatch, rules::kCommandsBatchClamp})) return;
+    ISensorsSubHal& hal = run.hal();
+    std::map<int32_t, std::vector<std::string>> problems = activateAtMinDelay(run);
+    const std::vector<Event> measured = collectRateSamples(run);
     for (const SensorInfo& sensor : run.sensors()) {
         const int32_t h = sensor.sensorHandle;
         problems[h].push_back(
@@ -137,42 +189,7 @@ void checkBatch(CheckRun& run) {
                          hal.batch(h, sensor.maxDelay, 0), Result::OK));
         problems[h].push_back(expectAnswer("activate(false)", hal.activate(h, false), Result::OK));
         run.add(rules::kCommandsBatch, sensor, "", firstProblem(problems[h]));
-
-        if (!isContinuous(sensor) || sensor.minDelay <= 0) {
-            run.add(rules::kCommandsBatchClamp, sensor, "",
-                    skip("only a continuous sensor's minDelay bounds its rate"));
-            continue;
-        }
-        int64_t first = 0;
-        int64_t last = 0;
-        size_t n = 0;
-        for (const Event& event : measured) {
-            if (isMetaEvent(event) || event.sensorHandle != h || n == kRateSamples) continue;
-            if (n++ == 0) first = event.timestamp;
-            last = event.timestamp;
-        }
-        if (n < 2 || last <= first) {
-            const bool played = run.recording() && run.recording()->find(h);
-            run.add(rules::kCommandsBatchClamp, sensor, "",
-                    skip(played ? "needs a live host: the recording's stream was played once, at "
-                                  "its recorded rate"
-                                : "too few events arrived to measure the rate"));
-            continue;
-        }
-        const double rate = static_cast<double>(n - 1) * 1e9 / static_cast<double>(last - first);
-        const double bound = 1e6 / sensor.minDelay;
-        char text[256];
-        if (rate > bound * 1.1) {
-            std::snprintf(text, sizeof(text),
-                          "%.0f Hz after batch(%d ns), above the %.0f Hz that minDelay %d us "
-                          "allows: periods pass through unclamped, by design",
-                          rate, sensor.minDelay, bound, sensor.minDelay);
-            run.add(rules::kCommandsBatchClamp, sensor, "", deviation(text));
-        } else {
-            std::snprintf(text, sizeof(text), "%.0f Hz, within the %.0f Hz of minDelay", rate,
-                          bound);
-            run.add(rules::kCommandsBatchClamp, sensor, "", pass(text));
-        }
+        addBatchClamp(run, sensor, measured);
     }
     run.settle();
 }
@@ -332,6 +349,64 @@ bool hasSensorEvent(const std::vector<Event>& events, int32_t handle) {
     });
 }
 
+// Two new callbacks in a row, then activate(true) on `sensor`: only the second callback may hear
+// from it. Leaves the sensor active.
+void initializeTwice(CheckRun& run, const SensorInfo& sensor) {
+    const int32_t handle = sensor.sensorHandle;
+    ISensorsSubHal& hal = run.hal();
+    const android::sp<ProxyCallback> previous = run.currentCallback();
+    android::sp<ProxyCallback> older = run.newCallback();
+    android::sp<ProxyCallback> newest = run.newCallback();
+    std::vector<std::string> problems = {
+        expectAnswer("first re-initialize", hal.initialize(older), Result::OK),
+        expectAnswer("second re-initialize", hal.initialize(newest), Result::OK),
+    };
+    run.useCallback(newest);
+    problems.push_back(expectAnswer("activate(true)", hal.activate(handle, true), Result::OK));
+    const std::vector<Event> heard = run.collectUntil(
+        [handle](const std::vector<Event>& events) { return hasSensorEvent(events, handle); },
+        milliseconds(2000));
+    if (!hasSensorEvent(heard, handle)) {
+        problems.push_back("the newest callback received no event of " + std::string(sensor.name) +
+                           " within 2 s");
+    }
+    if (!run.wants(rules::kCommandsInitializeTwice)) return;
+    run.collectFor(milliseconds(100));
+    size_t misplaced = 0;
+    for (const auto& replaced : {previous, older}) {
+        for (const Event& event : replaced->queue().takeUntil(std::chrono::steady_clock::now())) {
+            misplaced += isMetaEvent(event) ? 0 : 1;
+        }
+    }
+    if (misplaced != 0) {
+        problems.push_back(std::to_string(misplaced) +
+                           " events went to a replaced callback after the re-initialize");
+    }
+    run.add(rules::kCommandsInitializeTwice, kSubHal, firstProblem(problems));
+}
+
+// Re-initialize while `sensor` streams: the conformance suite expects silence until the sensor is
+// activated again.
+void checkInitializeCleanup(CheckRun& run, const SensorInfo& sensor) {
+    const int32_t handle = sensor.sensorHandle;
+    android::sp<ProxyCallback> fresh = run.newCallback();
+    const Result answer = run.hal().initialize(fresh);
+    run.useCallback(fresh);
+    const std::vector<Event> after = run.collectUntil(
+        [handle](const std::vector<Event>& events) { return hasSensorEvent(events, handle); },
+        milliseconds(2000));
+    if (answer != Result::OK) {
+        run.add(rules::kCommandsInitializeCleanup, kSubHal,
+                fail("initialize answered " + resultName(answer)));
+    } else if (hasSensorEvent(after, handle)) {
+        run.add(rules::kCommandsInitializeCleanup, kSubHal,
+                deviation("events of the still active " + std::string(sensor.name) +
+                          " reach the new callback without a new activate, by design"));
+    } else {
+        run.add(rules::kCommandsInitializeCleanup, kSubHal, pass("no event within 2 s"));
+    }
+}
+
 }  // namespace
 
 void runCommandRules(CheckRun& run) {
@@ -357,64 +432,10 @@ void runInitializeRules(CheckRun& run) {
         run.add(rules::kCommandsInitializeCleanup, kSubHal, skip(whyNone));
         return;
     }
-    const int32_t handle = sensor->sensorHandle;
-    ISensorsSubHal& hal = run.hal();
     run.settle();
-
-    // Two new callbacks in a row: only the second may hear from the sensor.
-    const android::sp<ProxyCallback> previous = run.currentCallback();
-    android::sp<ProxyCallback> older = run.newCallback();
-    android::sp<ProxyCallback> newest = run.newCallback();
-    std::vector<std::string> problems = {
-        expectAnswer("first re-initialize", hal.initialize(older), Result::OK),
-        expectAnswer("second re-initialize", hal.initialize(newest), Result::OK),
-    };
-    run.useCallback(newest);
-    problems.push_back(expectAnswer("activate(true)", hal.activate(handle, true), Result::OK));
-    const std::vector<Event> heard = run.collectUntil(
-        [handle](const std::vector<Event>& events) { return hasSensorEvent(events, handle); },
-        milliseconds(2000));
-    if (!hasSensorEvent(heard, handle)) {
-        problems.push_back("the newest callback received no event of " + std::string(sensor->name) +
-                           " within 2 s");
-    }
-    if (run.wants(rules::kCommandsInitializeTwice)) {
-        run.collectFor(milliseconds(100));
-        size_t misplaced = 0;
-        for (const auto& replaced : {previous, older}) {
-            for (const Event& event :
-                 replaced->queue().takeUntil(std::chrono::steady_clock::now())) {
-                misplaced += isMetaEvent(event) ? 0 : 1;
-            }
-        }
-        if (misplaced != 0) {
-            problems.push_back(std::to_string(misplaced) +
-                               " events went to a replaced callback after the re-initialize");
-        }
-        run.add(rules::kCommandsInitializeTwice, kSubHal, firstProblem(problems));
-    }
-
-    // Re-initialize while the sensor streams: the conformance suite expects silence until the
-    // sensor is activated again.
-    if (run.wants(rules::kCommandsInitializeCleanup)) {
-        android::sp<ProxyCallback> fresh = run.newCallback();
-        const Result answer = hal.initialize(fresh);
-        run.useCallback(fresh);
-        const std::vector<Event> after = run.collectUntil(
-            [handle](const std::vector<Event>& events) { return hasSensorEvent(events, handle); },
-            milliseconds(2000));
-        if (answer != Result::OK) {
-            run.add(rules::kCommandsInitializeCleanup, kSubHal,
-                    fail("initialize answered " + resultName(answer)));
-        } else if (hasSensorEvent(after, handle)) {
-            run.add(rules::kCommandsInitializeCleanup, kSubHal,
-                    deviation("events of the still active " + std::string(sensor->name) +
-                              " reach the new callback without a new activate, by design"));
-        } else {
-            run.add(rules::kCommandsInitializeCleanup, kSubHal, pass("no event within 2 s"));
-        }
-    }
-    hal.activate(handle, false);
+    initializeTwice(run, *sensor);
+    if (run.wants(rules::kCommandsInitializeCleanup)) checkInitializeCleanup(run, *sensor);
+    run.hal().activate(sensor->sensorHandle, false);
     run.settle();
 }
 

@@ -46,6 +46,10 @@ constexpr int64_t kBatchLatencyNs = 10000000000;
 // How long a flush completion may take.
 constexpr milliseconds kFlushLimit{10000};
 
+// The suite streams each rate for 5 s; --quick for half that.
+constexpr milliseconds kSuiteStream{5000};
+constexpr milliseconds kQuickStream{2500};
+
 // On-change sensors name no rate by their minDelay of 0; they stream at the framework's
 // SENSOR_DELAY_NORMAL.
 constexpr int64_t kOnChangePeriodNs = 200000000;
@@ -305,7 +309,7 @@ class CtsRunner {
                          ? skip(std::to_string(mine.size()) + " recorded events, needs 2")
                          : stats::ordering(mine));
             mRun.add(rules::kCtsTimestampFuture, s.sensor, "",
-                     timestampRule(recorded, mine, stats::notInFuture));
+                     timestampRule(s.sensor, recorded, mine, stats::notInFuture));
         } else if (recorded) {
             // The suite's count over the whole recording, at the rate it was recorded at.
             const Expectation asRecorded{recorded->periodNs, 0,
@@ -351,9 +355,10 @@ class CtsRunner {
 
     // Timestamp rules compare an event's timestamp with when it arrived, on the boot-time clock
     // of the host's machine: for a recording, when the recorded host sent it.
-    Outcome timestampRule(const RecordedStream* recorded, const std::vector<Sample>& mine,
+    Outcome timestampRule(const SensorInfo& sensor, const RecordedStream* recorded,
+                          const std::vector<Sample>& mine,
                           const std::function<Outcome(const std::vector<Sample>&)>& judge) const {
-        if (mRun.remoteClock()) {
+        if (mRun.remoteClock(sensor)) {
             return skip("the board's timestamps are on its own clock, not this machine's");
         }
         if (recorded != nullptr && !recorded->sendTimeProblem.empty()) {
@@ -364,7 +369,7 @@ class CtsRunner {
 
     void stream(const std::vector<Streamed>& streams, const Rate& rate) {
         ISensorsSubHal& hal = mRun.hal();
-        const milliseconds duration = mRun.quick() ? milliseconds(2500) : milliseconds(5000);
+        const milliseconds duration = mRun.quick() ? kQuickStream : kSuiteStream;
         mRun.progress("cts: streaming at " + rate.label + " for " + secondsText(duration));
         const int64_t startNs = android::elapsedRealtimeNano();
         for (const Streamed& s : streams) {
@@ -410,16 +415,25 @@ class CtsRunner {
         auto needs = [&](size_t n, const std::function<Outcome()>& rule) {
             return mine.size() >= n ? rule() : tooFew(s, mine.size(), n, recorded);
         };
+        // Judged on a quick stream as on the suite's (see asTheSuiteWould).
+        auto lengthBound = [&](const std::function<Outcome(const std::vector<Sample>&)>& rule) {
+            return recorded == nullptr && mRun.quick() ? asTheSuiteWould(rule, mine) : rule(mine);
+        };
         add(rules::kCtsOrdering, needs(2, [&] { return stats::ordering(mine); }));
-        add(rules::kCtsFrequency, needs(2, [&] { return stats::frequency(mine, s.expected); }));
-        add(rules::kCtsGaps, needs(3, [&] { return stats::gaps(mine, s.expected); }));
+        add(rules::kCtsFrequency, needs(2, [&] {
+                return lengthBound([&](const auto& m) { return stats::frequency(m, s.expected); });
+            }));
+        add(rules::kCtsGaps, needs(3, [&] {
+                return lengthBound([&](const auto& m) { return stats::gaps(m, s.expected); });
+            }));
         if (jitterType(sensor.type)) {
-            add(rules::kCtsJitter, stats::jitter(mine, s.expected, mRun.hifi()));
+            add(rules::kCtsJitter,
+                quickJitter(stats::jitter(mine, s.expected, mRun.hifi()), mine, recorded));
         }
-        add(rules::kCtsTimestampFuture, timestampRule(recorded, mine, [&](const auto& m) {
+        add(rules::kCtsTimestampFuture, timestampRule(sensor, recorded, mine, [&](const auto& m) {
                 return needs(1, [&] { return stats::notInFuture(m); });
             }));
-        add(rules::kCtsTimestampAge, timestampRule(recorded, mine, [&](const auto& m) {
+        add(rules::kCtsTimestampAge, timestampRule(sensor, recorded, mine, [&](const auto& m) {
                 return needs(1, [&] { return stats::age(m, s.expected); });
             }));
         if (atRestType(sensor.type)) {
@@ -432,6 +446,34 @@ class CtsRunner {
                 }));
         }
         add(rules::kCtsInitialValue, initialValue(mine, recorded, startNs, streamNs));
+    }
+
+    // --quick is never stricter than the full run: the rules whose bounds depend on the stream's
+    // length (the rate over its span, the gaps allowed per event) FAIL a quick stream only when
+    // it, gone on to the suite's length at its own median interval, still FAILs; else they
+    // SKIP, saying so. A stream slow throughout still FAILs; one stall in it does not.
+    static Outcome asTheSuiteWould(const std::function<Outcome(const std::vector<Sample>&)>& rule,
+                                   const std::vector<Sample>& mine) {
+        Outcome quick = rule(mine);
+        if (quick.verdict != Verdict::kFail) return quick;
+        const int64_t moreNs =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(kSuiteStream - kQuickStream)
+                .count();
+        if (rule(stats::continuedAsTypical(mine, moreNs)).verdict == Verdict::kFail) {
+            return quick;
+        }
+        return skip(quick.detail + " in --quick's " + secondsText(kQuickStream) +
+                    " stream; the suite's " + secondsText(kSuiteStream) +
+                    " stream could still pass: run without --quick to judge");
+    }
+
+    // Jitter needs 40 intervals, which a quick stream at a low rate never holds.
+    Outcome quickJitter(Outcome jitter, const std::vector<Sample>& mine,
+                        const RecordedStream* recorded) const {
+        if (recorded != nullptr || !mRun.quick() || mine.size() > 40) return jitter;
+        jitter.detail +=
+            " in --quick's " + secondsText(kQuickStream) + " stream: run without --quick to judge";
+        return jitter;
     }
 
     // For a recording: within the first 2 s after its start, by the recorded send times.

@@ -271,6 +271,19 @@ Outcome eventCount(size_t events, int64_t runNs, const Expectation& expected) {
     return static_cast<double>(events) >= needed ? pass(text) : fail(text);
 }
 
+std::vector<Sample> continuedAsTypical(std::vector<Sample> samples, int64_t moreNs) {
+    const int64_t typical = std::llround(median(intervalsNs(samples, 1)));
+    if (samples.size() < 2 || typical <= 0) return samples;
+    const Sample last = samples.back();
+    for (int64_t after = typical; after <= moreNs; after += typical) {
+        Sample next = last;
+        next.timestampNs = last.timestampNs + after;
+        next.receivedNs = last.receivedNs + after;
+        samples.push_back(next);
+    }
+    return samples;
+}
+
 Outcome minDelay(const SensorInfo& sensor) {
     const int32_t bound = sensor.type == SensorType::MAGNETIC_FIELD ? 100000 : 10000;
     const std::string text = fmt("minDelay %d us, needs <= %d us", sensor.minDelay, bound);

@@ -87,6 +87,11 @@ Outcome initialValue(const std::vector<Sample>& samples, int64_t startNs, int64_
 // Without a FIFO: N >= 0.8 (T - max(1 s, 0.4 s + 2 Pmax) - 1 s) / P over a run of T.
 Outcome eventCount(size_t events, int64_t runNs, const Expectation& expected);
 
+// `samples` followed by `moreNs` of samples every median interval of theirs, each as late at
+// arrival as the last: the stream gone on as it typically ran, as a longer stream would have.
+// Unchanged for fewer than 2 samples or a median interval that is not positive.
+std::vector<Sample> continuedAsTypical(std::vector<Sample> samples, int64_t moreNs);
+
 // Static: minDelay at most 10,000 us (accelerometer, gyroscope) or 100,000 us (magnetometer).
 Outcome minDelay(const SensorInfo& sensor);
 // Static: resolution between 2.001 maxRange / 2^24 and 2.001 maxRange / 2^12 (accelerometer,

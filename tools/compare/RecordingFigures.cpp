@@ -51,21 +51,43 @@ ChannelFigures channelFigures(const std::string& name, const std::vector<double>
     return out;
 }
 
-// The suite's stream verdicts at the asked rate, as check gives them for a recording.
+// When the recorded streams ran: from the first sample of any device to the last, in send time.
+struct RecordingSpan {
+    int64_t startUs = 0;
+    int64_t endUs = 0;
+};
+
+// A stream that stops, judged as check judges a recording: the suite's count over the whole
+// recording at the asked rate, and an event in its first 2 s and one after, by send times.
+void judgeEnding(DeviceFigures& d, const std::vector<int64_t>& sentUs,
+                 const stats::Expectation& expected, RecordingSpan span) {
+    const int64_t spanNs = (span.endUs - span.startUs) * 1000;
+    d.verdicts.emplace_back("cts.event-count", stats::eventCount(sentUs.size(), spanNs, expected));
+    std::vector<stats::Sample> sent(sentUs.size());
+    for (size_t i = 0; i < sentUs.size(); ++i) sent[i].receivedNs = sentUs[i] * 1000;
+    d.verdicts.emplace_back("cts.initial-value",
+                            stats::initialValue(sent, span.startUs * 1000, spanNs));
+}
+
+// The suite's stream verdicts at the asked rate, as check gives them for a recording; an
+// on-change sensor is judged on its order and its clock only, as check does.
 void judge(DeviceFigures& d, const std::vector<stats::Sample>& samples,
-           const sensors::SensorKind* kind, bool sendTimes) {
-    if (kind == nullptr || d.askedHz <= 0 ||
-        kind->reportingMode != sensors::ReportingMode::kContinuous) {
+           const std::vector<int64_t>& sentUs, const sensors::SensorKind* kind, bool sendTimes,
+           RecordingSpan span) {
+    auto add = [&d](const char* rule, check::Outcome outcome) {
+        d.verdicts.emplace_back(rule, std::move(outcome));
+    };
+    if (kind != nullptr && kind->reportingMode == sensors::ReportingMode::kOnChange) {
+        if (samples.size() >= 2) add("cts.ordering", stats::ordering(samples));
+        if (sendTimes) add("cts.timestamp-future", stats::notInFuture(samples));
         return;
     }
+    if (kind == nullptr || d.askedHz <= 0) return;
     const int64_t periodNs =
         std::max<int64_t>(std::llround(1e9 / d.askedHz), int64_t{kind->minDelayUs} * 1000);
     char rate[32];
     std::snprintf(rate, sizeof(rate), "%.4g Hz", d.askedHz);
     const stats::Expectation expected{periodNs, 0, rate};
-    auto add = [&d](const char* rule, check::Outcome outcome) {
-        d.verdicts.emplace_back(rule, std::move(outcome));
-    };
     add("cts.ordering", stats::ordering(samples));
     add("cts.frequency", stats::frequency(samples, expected));
     add("cts.gaps", stats::gaps(samples, expected));
@@ -79,6 +101,7 @@ void judge(DeviceFigures& d, const std::vector<stats::Sample>& samples,
         add("cts.magnitude", stats::magnitude(samples, type));
         add("cts.std-dev", stats::standardDeviation(samples, type, expected, false));
     }
+    judgeEnding(d, sentUs, expected, span);
 }
 
 }  // namespace
@@ -125,7 +148,8 @@ Columns columnsOf(const VirtualDevice& device, double scale, std::optional<int64
     return out;
 }
 
-DeviceFigures deviceFigures(const VirtualDevice& device, std::optional<int64_t> startNs) {
+DeviceFigures deviceFigures(const VirtualDevice& device, std::optional<int64_t> startNs,
+                            RecordingSpan span) {
     const sensors::SensorKind* kind = sensors::firstServedKind(device.types);
     DeviceFigures d;
     d.id = device.id;
@@ -171,18 +195,27 @@ DeviceFigures deviceFigures(const VirtualDevice& device, std::optional<int64_t> 
         d.channels.push_back(channelFigures(columns.names[c], columns.values[c]));
     }
     d.values = columns.values;
-    judge(d, samples, kind, !columns.sentNs.empty());
+    judge(d, samples, s.atUs, kind, !columns.sentNs.empty(), span);
     return d;
 }
 
 }  // namespace
 
 std::vector<DeviceFigures> recordingFigures(const HostConfig& recording) {
+    std::optional<RecordingSpan> span;
+    for (const VirtualDevice& device : recording.devices) {
+        if (!device.timedSamples || device.timedSamples->size() == 0) continue;
+        const std::vector<int64_t>& at = device.timedSamples->atUs;
+        span = span ? RecordingSpan{std::min(span->startUs, at.front()),
+                                    std::max(span->endUs, at.back())}
+                    : RecordingSpan{at.front(), at.back()};
+    }
     std::vector<DeviceFigures> out;
     for (const VirtualDevice& device : recording.devices) {
         const bool asked = !device.frequencyAnswers.empty();
         if (!device.timedSamples || (device.timedSamples->size() == 0 && !asked)) continue;
-        out.push_back(deviceFigures(device, recording.startBootTimeNs));
+        out.push_back(
+            deviceFigures(device, recording.startBootTimeNs, span.value_or(RecordingSpan{})));
     }
     return out;
 }

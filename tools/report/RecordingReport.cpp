@@ -33,39 +33,26 @@ std::optional<double> parseScale(const std::optional<std::string>& text) {
 
 json nullable(const std::optional<double>& value) { return value ? json(*value) : json(nullptr); }
 
-json deviceReport(const VirtualDevice& device, const ReportOptions& options,
-                  const std::vector<host::description::TimelineEvent>& timeline) {
-    const TimedSamples& samples = *device.timedSamples;
-    // The kind the library publishes the device as.
-    const sensors::SensorKind* type = sensors::firstServedKind(device.types);
-    auto attribute = [&](const char* key) -> std::string {
-        auto found = device.attributes.find(key);
-        return found != device.attributes.end() && found->second ? *found->second : "";
-    };
-    const std::optional<std::string> scaleText =
-        device.attributes.count("scale") ? device.attributes.at("scale") : std::nullopt;
-    const std::optional<double> scale = parseScale(scaleText);
-
-    std::string label = "device " + std::to_string(device.id);
-    if (!attribute("name").empty()) label += ": " + attribute("name");
-    if (!attribute("location").empty()) label += " (" + attribute("location") + ")";
-
-    const size_t n = samples.size();
-    const size_t width = samples.channels.size();
-    std::vector<double> t(n);
-    for (size_t i = 0; i < n; ++i) t[i] = samples.atUs[i] / 1e6;
-
-    // Columns: every channel but the timestamp; the timestamp gives the intervals.
-    std::vector<std::vector<double>> columns;
+// Every channel but the timestamp, in its unit (NaN where a sample lacks it), and which column
+// of the samples is the timestamp.
+struct ValueColumns {
+    std::vector<std::vector<double>> values;
     json names = json::array();
     std::optional<size_t> timestampColumn;
+};
+
+ValueColumns valueColumns(const VirtualDevice& device, std::optional<double> scale) {
+    const TimedSamples& samples = *device.timedSamples;
+    const size_t n = samples.size();
+    const size_t width = samples.channels.size();
+    ValueColumns out;
     for (size_t c = 0; c < width; ++c) {
         const int32_t channel = samples.channels[c];
         const std::string id = channel >= 0 && static_cast<size_t>(channel) < device.channels.size()
                                    ? device.channels[channel]
                                    : "channel " + std::to_string(channel);
         if (id == "timestamp") {
-            timestampColumn = c;
+            out.timestampColumn = c;
             continue;
         }
         std::vector<double> values(n);
@@ -74,55 +61,75 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
                             ? static_cast<double>(samples.values[i * width + c]) * scale.value_or(1)
                             : kNaN;
         }
-        columns.push_back(std::move(values));
-        names.push_back(id);
+        out.values.push_back(std::move(values));
+        out.names.push_back(id);
     }
+    return out;
+}
 
-    std::vector<double> intervalsMs;
-    std::vector<double> intervalAtS;  // the time of the later sample of each interval
-    int64_t previous = 0;
-    bool havePrevious = false;
-    for (size_t i = 0; i < n; ++i) {
-        int64_t at = 0;
+// The intervals between samples, from the timestamp column when there is one, else from the
+// send times; each with the time `t` of its later sample.
+struct Intervals {
+    std::vector<int64_t> stampsNs;  // what the intervals are between
+    std::vector<double> ms;
+    std::vector<double> atS;
+};
+
+Intervals intervalsOf(const TimedSamples& samples, std::optional<size_t> timestampColumn,
+                      const std::vector<double>& t) {
+    const size_t width = samples.channels.size();
+    Intervals out;
+    std::optional<int64_t> previous;
+    for (size_t i = 0; i < samples.size(); ++i) {
+        int64_t at = samples.atUs[i] * 1000;
         if (timestampColumn) {
             if (!samples.present[i * width + *timestampColumn]) continue;
             at = samples.values[i * width + *timestampColumn];
-        } else {
-            at = samples.atUs[i] * 1000;
         }
-        if (havePrevious) {
-            intervalsMs.push_back((at - previous) / 1e6);
-            intervalAtS.push_back(t[i]);
+        out.stampsNs.push_back(at);
+        if (previous) {
+            out.ms.push_back(static_cast<double>(at - *previous) / 1e6);
+            out.atS.push_back(t[i]);
         }
         previous = at;
-        havePrevious = true;
     }
-    const double medianMs = median(intervalsMs);
-    json gaps = json::array();
-    size_t gapCount = 0;
-    for (size_t i = 0; i < intervalsMs.size(); ++i) {
-        if (medianMs <= 0 || intervalsMs[i] <= kGapFactor * medianMs) continue;
-        if (++gapCount <= options.maxGapsListed) {
-            gaps.push_back({{"atS", intervalAtS[i]}, {"ms", intervalsMs[i]}});
-        }
-    }
-    // A break in the line where the send times leave a gap.
-    std::vector<double> sendIntervals;
-    for (size_t i = 1; i < n; ++i) sendIntervals.push_back(t[i] - t[i - 1]);
-    const double sendMedian = median(sendIntervals);
-    const Decimated drawn =
-        decimate(t, columns, options.buckets, sendMedian > 0 ? kGapFactor * sendMedian : 1e300);
-    json series = json::array();
-    for (size_t c = 0; c < drawn.columns.size(); ++c) {
-        json values = json::array();
-        for (const auto& v : drawn.columns[c]) values.push_back(nullable(v));
-        series.push_back({{"name", names[c]}, {"v", std::move(values)}});
-    }
-    const Histogram histogram = intervalHistogram(intervalsMs, medianMs, 60);
+    return out;
+}
 
+// The gaps (intervals over kGapFactor medians), the first `limit` of them listed.
+json gapList(const Intervals& intervals, double medianMs, size_t limit, size_t* count) {
+    json gaps = json::array();
+    *count = 0;
+    for (size_t i = 0; i < intervals.ms.size(); ++i) {
+        if (medianMs <= 0 || intervals.ms[i] <= kGapFactor * medianMs) continue;
+        if (++*count <= limit) gaps.push_back({{"atS", intervals.atS[i]}, {"ms", intervals.ms[i]}});
+    }
+    return gaps;
+}
+
+// The points to draw, with a break in the line where the send times leave a gap.
+json drawnSeries(const std::vector<double>& t, const ValueColumns& columns, size_t buckets,
+                 Decimated* drawn) {
+    std::vector<double> sendIntervals;
+    for (size_t i = 1; i < t.size(); ++i) sendIntervals.push_back(t[i] - t[i - 1]);
+    const double sendMedian = median(sendIntervals);
+    *drawn = decimate(t, columns.values, buckets, sendMedian > 0 ? kGapFactor * sendMedian : 1e300);
+    json series = json::array();
+    for (size_t c = 0; c < drawn->columns.size(); ++c) {
+        json values = json::array();
+        for (const auto& v : drawn->columns[c]) values.push_back(nullable(v));
+        series.push_back({{"name", columns.names[c]}, {"v", std::move(values)}});
+    }
+    return series;
+}
+
+// The device's restarts and timeline entries, on the time axis.
+json deviceMarks(const VirtualDevice& device, const std::vector<double>& t,
+                 const std::vector<host::description::TimelineEvent>& timeline) {
     json marks = json::array();
-    for (size_t index : samples.restarts) {
-        if (index < n) marks.push_back({{"atS", t[index]}, {"what", "restart: a new reader"}});
+    for (size_t index : device.timedSamples->restarts) {
+        if (index < t.size())
+            marks.push_back({{"atS", t[index]}, {"what", "restart: a new reader"}});
     }
     for (const auto& event : timeline) {
         if (event.device != device.id) continue;
@@ -134,11 +141,36 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
             marks.push_back({{"atS", at}, {"what", "device closed"}});
         }
     }
+    return marks;
+}
 
-    const double span = n > 1 ? t.back() - t.front() : 0;
-    json report = {
+json deviceReport(const VirtualDevice& device, const ReportOptions& options,
+                  const std::vector<host::description::TimelineEvent>& timeline) {
+    const TimedSamples& samples = *device.timedSamples;
+    // The kind the library publishes the device as.
+    const sensors::SensorKind* type = sensors::firstServedKind(device.types);
+    const auto scaleAttribute = device.attributes.find("scale");
+    const std::optional<std::string> scaleText =
+        scaleAttribute != device.attributes.end() ? scaleAttribute->second : std::nullopt;
+    const std::optional<double> scale = parseScale(scaleText);
+
+    const size_t n = samples.size();
+    std::vector<double> t(n);
+    for (size_t i = 0; i < n; ++i) t[i] = samples.atUs[i] / 1e6;
+    const ValueColumns columns = valueColumns(device, scale);
+    const Intervals intervals = intervalsOf(samples, columns.timestampColumn, t);
+    // The figures the rules and the live page give, from the same statistics.
+    const check::stats::IntervalSummary summary =
+        check::stats::summarizeIntervals(intervals.stampsNs);
+    const double medianMs = summary.medianNs / 1e6;
+    size_t gapCount = 0;
+    json gaps = gapList(intervals, medianMs, options.maxGapsListed, &gapCount);
+    Decimated drawn;
+    json series = drawnSeries(t, columns, options.buckets, &drawn);
+    const Histogram histogram = intervalHistogram(intervals.ms, medianMs, 60);
+    return {
         {"id", device.id},
-        {"label", label},
+        {"label", "device " + std::to_string(device.id)},  // named with its findings
         {"type", type
                      ? type->shortName
                      : "device type " + std::to_string(device.types.empty() ? 0 : device.types[0])},
@@ -146,10 +178,12 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
         {"scale", scaleText ? json(*scaleText) : json(nullptr)},
         {"scaleUnreadable", scaleText.has_value() && !scale},
         {"samples", n},
-        {"durationS", span},
+        {"durationS", n > 1 ? t.back() - t.front() : 0},
         {"medianIntervalMs", medianMs},
-        {"rateHz", medianMs > 0 ? json(1000.0 / medianMs) : json(nullptr)},
-        {"intervalsFrom", timestampColumn ? "the timestamp channel" : "the send times"},
+        {"rateHz", summary.rateHz > 0 ? json(summary.rateHz) : json(nullptr)},
+        {"meanIntervalMs", summary.rateHz > 0 ? json(summary.meanNs / 1e6) : json(nullptr)},
+        {"jitterMs", summary.intervals >= 2 ? json(summary.jitterNs / 1e6) : json(nullptr)},
+        {"intervalsFrom", columns.timestampColumn ? "the timestamp channel" : "the send times"},
         {"decimated", drawn.t.size() < n},
         {"buckets", options.buckets},
         {"t", drawn.t},
@@ -158,9 +192,8 @@ json deviceReport(const VirtualDevice& device, const ReportOptions& options,
          {{"binMs", histogram.binMs}, {"counts", histogram.counts}, {"over", histogram.over}}},
         {"gaps", std::move(gaps)},
         {"gapCount", gapCount},
-        {"marks", std::move(marks)},
+        {"marks", deviceMarks(device, t, timeline)},
     };
-    return report;
 }
 
 // Each device under the name the sub-HAL publishes ("Accelerometer (lid)"), with what check

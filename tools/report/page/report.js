@@ -92,18 +92,19 @@ function renderRecording() {
     el('h1', { text: `Recording ${data.file}` }),
     originBlock(data.origin),
     el('div', { class: 'meta', text: `${data.devices.length} devices · ${count(data.samples)} samples · ${fmt(data.durationS, 4)} s` }));
-  const table = el('table', {}, el('tr', {}, ...['device', 'type', 'samples', 'span', 'rate', 'median interval', 'gaps', 'marks', 'check would fail']
+  const table = el('table', {}, el('tr', {}, ...['device', 'type', 'samples', 'span', 'rate', 'median interval', 'jitter', 'gaps', 'marks', 'check would fail']
     .map((h) => el('th', { text: h }))));
   for (const d of data.devices) {
     table.append(el('tr', {}, el('td', { text: d.label }), el('td', { text: d.type }),
       el('td', { class: 'num', text: count(d.samples) }), el('td', { class: 'num', text: `${fmt(d.durationS)} s` }),
       el('td', { class: 'num', text: `${fmt(d.rateHz)} Hz` }), el('td', { class: 'num', text: `${fmt(d.medianIntervalMs)} ms` }),
+      el('td', { class: 'num', text: d.jitterMs == null ? '-' : `${fmt(d.jitterMs)} ms` }),
       el('td', { class: 'num', text: count(d.gapCount) }), el('td', { class: 'num', text: count(d.marks.length) }),
       el('td', { class: 'flags', text: flagRules(d.flags) })));
   }
   for (const s of data.silent || []) {
     table.append(el('tr', {}, el('td', { text: s.label }), el('td', { text: 'asked for samples, sent none' }),
-      el('td', { class: 'num', text: '0' }), el('td'), el('td'), el('td'), el('td'), el('td'),
+      el('td', { class: 'num', text: '0' }), el('td'), el('td'), el('td'), el('td'), el('td'), el('td'),
       el('td', { class: 'flags', text: flagRules(s.flags) })));
   }
   document.body.append(table);
