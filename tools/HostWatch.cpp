@@ -103,6 +103,19 @@ size_t HostWatch::samplesSent() const {
     return sent;
 }
 
+std::optional<double> HostWatch::answeredHz(int32_t deviceType) const {
+    base::AutoLock lock(mLock);
+    std::optional<int32_t> serving;
+    for (const auto& [id, types] : mDeviceTypes) {
+        if (std::find(types.begin(), types.end(), deviceType) == types.end()) continue;
+        if (serving) return std::nullopt;  // which of them is the sensor's, nothing tells
+        serving = id;
+    }
+    if (!serving) return std::nullopt;
+    const auto device = mDevices.find(*serving);
+    return device == mDevices.end() ? std::nullopt : device->second.answeredHz;
+}
+
 std::vector<std::string> HostWatch::problems() const {
     base::AutoLock lock(mLock);
     return mProblems;
@@ -152,9 +165,12 @@ void HostWatch::drainLocked() {
 void HostWatch::handleLocked(const host::common::HostEvent& e) {
     using Kind = host::common::HostEventKind;
     switch (e.kind) {
+        case Kind::kDeviceListAsked:
+            if (const auto* list = e.as<host::common::DeviceList>()) mDeviceTypes = list->types;
+            connectionLocked(e.kind);
+            break;
         case Kind::kInstanceReady:
         case Kind::kServiceHandedOut:
-        case Kind::kDeviceListAsked:
             connectionLocked(e.kind);
             break;
         case Kind::kStepAsked:
@@ -248,6 +264,7 @@ void HostWatch::rateLocked(const host::common::HostEvent& e, host::common::Rate 
         d.libraryAskedHz = rate.hz;
         return;
     }
+    d.answeredHz = e.reason.empty() ? std::optional<double>(rate.hz) : std::nullopt;
     if (!e.reason.empty() && !d.unknownRateSaid) {
         d.unknownRateSaid = true;
         printWarning(deviceName(e.device) + ": " + e.reason);

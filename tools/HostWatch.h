@@ -40,6 +40,10 @@ class HostWatch {
     // The rate the user asked every streamed sensor for: a device whose host answers another
     // rate gets a line saying both.
     void setAskedRate(double hz);
+    // The rate the host last answered for the one device that serves `deviceType` (a DeviceType
+    // value); none while unknown: no answer yet, an answer the host could not vouch for, or no
+    // single device of that type.
+    std::optional<double> answeredHz(int32_t deviceType) const;
     // Once the host has closed every device that was streaming: one line saying so and why.
     std::optional<std::string> hostLost() const;
     // Whether the host has served every recorded sample and run its timeline (a replay).
@@ -64,6 +68,7 @@ class HostWatch {
         double libraryAskedHz = 0;          // the last SetFrequency
         std::vector<double> answersSaid;    // rates answered that got their line
         bool unknownRateSaid = false;       // the host said it cannot tell the device's rate
+        std::optional<double> answeredHz;   // the last answer, if the host could vouch for it
     };
 
     void run();
@@ -93,6 +98,8 @@ class HostWatch {
     bool mEnumerating GUARDED_BY(mLock) = true;
     bool mConnected GUARDED_BY(mLock) = false;
     std::map<int32_t, Device> mDevices GUARDED_BY(mLock);  // by host device id
+    // The device list the host answered: DeviceType values by device id.
+    std::map<int32_t, std::vector<int32_t>> mDeviceTypes GUARDED_BY(mLock);
     std::vector<std::string> mProblems GUARDED_BY(mLock);
     std::optional<double> mAskedHz GUARDED_BY(mLock);
     bool mReplayOver GUARDED_BY(mLock) = false;

@@ -61,6 +61,7 @@ std::string pipeName(const HostEvent& e) {
 struct ArgumentText {
     std::string operator()(std::monostate) const { return ""; }
     std::string operator()(const DeviceTypeAsked& p) const { return std::to_string(p.type); }
+    std::string operator()(const DeviceList&) const { return ""; }  // the reply, not the call
     std::string operator()(const AttributeNames& p) const {
         std::string out;
         for (const std::string& name : p.names) out += (out.empty() ? "" : ",") + name;
@@ -176,6 +177,7 @@ std::string toText(const HostEvent& e) {
 }
 
 bool operator==(const DeviceTypeAsked& a, const DeviceTypeAsked& b) { return a.type == b.type; }
+bool operator==(const DeviceList& a, const DeviceList& b) { return a.types == b.types; }
 bool operator==(const AttributeNames& a, const AttributeNames& b) { return a.names == b.names; }
 bool operator==(const TimeoutMs& a, const TimeoutMs& b) { return a.ms == b.ms; }
 bool operator==(const Rate& a, const Rate& b) { return a.hz == b.hz; }

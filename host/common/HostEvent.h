@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <variant>
@@ -24,7 +25,7 @@ enum class HostEventKind {
     kServiceHandedOut,  // SetUpChannel: a sensor service handed to the client
     // The sensor service.
     kDeviceIdsAsked,           // GetDeviceIds; DeviceTypeAsked
-    kDeviceListAsked,          // GetAllDeviceIds
+    kDeviceListAsked,          // GetAllDeviceIds; DeviceList answered
     kNewDevicesObserverAdded,  // RegisterNewDevicesObserver
     // A device's handshake; step: which one.
     kStepAsked,     // AttributeNames for GetAttributes
@@ -72,6 +73,9 @@ enum class HostPipe {
 struct DeviceTypeAsked {
     int32_t type;  // a DeviceType value, possibly one this side does not know
 };
+struct DeviceList {
+    std::map<int32_t, std::vector<int32_t>> types;  // by device id: its DeviceType values
+};
 struct AttributeNames {
     std::vector<std::string> names;
 };
@@ -107,11 +111,12 @@ struct TimelineSkip {
     std::string action;  // the entry's action, as a description names it
 };
 
-using HostEventPayload = std::variant<std::monostate, DeviceTypeAsked, AttributeNames, TimeoutMs,
-                                      Rate, Channels, ChannelsSwitched, ChannelAttribute,
+using HostEventPayload = std::variant<std::monostate, DeviceTypeAsked, DeviceList, AttributeNames,
+                                      TimeoutMs, Rate, Channels, ChannelsSwitched, ChannelAttribute,
                                       SampleCount, ObserverError, ServiceClosed, TimelineSkip>;
 
 bool operator==(const DeviceTypeAsked& a, const DeviceTypeAsked& b);
+bool operator==(const DeviceList& a, const DeviceList& b);
 bool operator==(const AttributeNames& a, const AttributeNames& b);
 bool operator==(const TimeoutMs& a, const TimeoutMs& b);
 bool operator==(const Rate& a, const Rate& b);

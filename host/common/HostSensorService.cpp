@@ -33,8 +33,10 @@ void HostSensorService::GetDeviceIds(mojom::DeviceType type, GetDeviceIdsCallbac
 }
 
 void HostSensorService::GetAllDeviceIds(GetAllDeviceIdsCallback callback) {
-    mLog->add(HostEvent(HostEventKind::kDeviceListAsked));
-    std::move(callback).Run(listing());
+    const base::flat_map<int32_t, std::vector<int32_t>> devices = listing();
+    mLog->add(HostEvent(HostEventKind::kDeviceListAsked)
+                  .with(DeviceList{{devices.begin(), devices.end()}}));
+    std::move(callback).Run(devices);
     listed();
 }
 

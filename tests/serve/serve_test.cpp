@@ -164,6 +164,37 @@ TEST(ServeTest, PagesShareOneStateAndNothingStopsWhenOneGoes) {
     EXPECT_EQ(run.exitCode, 0) << run.err;
 }
 
+// The built-in host's light sensor runs at 20 Hz at most: each page sees the rate asked beside the
+// one the host answered, and a later answer replaces the shown one.
+TEST(ServeTest, ShowsTheRateTheHostAnsweredBesideTheOneAsked) {
+    const ProcessRun run = runServe({}, [](Server& s) {
+        auto c = s.client();
+        auto info = c->Get("/api/info", s.headers());
+        ASSERT_TRUE(info);
+        const json sensors = json::parse(info->body)["sensors"];
+        std::string light;
+        for (const json& sensor : sensors) {
+            if (sensor["type"] == 5) light = std::to_string(sensor["sensorHandle"].get<int>());
+        }
+        ASSERT_FALSE(light.empty()) << info->body;
+        const auto post = [&](const std::string& what, const std::string& body) {
+            return c
+                ->Post("/api/sensors/" + light + "/" + what, s.headers(), body, "application/json")
+                ->status;
+        };
+        Follower page(s);
+        ASSERT_EQ(post("rate", R"({"hz":400})"), 200);
+        ASSERT_EQ(post("active", R"({"on":true})"), 200);
+        EXPECT_TRUE(
+            page.waitFor(R"("answeredHz":20(\.0)?,"askedHz":400(\.0)?,[^}]*"handle":)" + light));
+        // Asked what the host can do: the same number twice.
+        ASSERT_EQ(post("rate", R"({"hz":10})"), 200);
+        EXPECT_TRUE(
+            page.waitFor(R"("answeredHz":10(\.0)?,"askedHz":10(\.0)?,[^}]*"handle":)" + light));
+    });
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+}
+
 TEST(ServeTest, RecordsFromThePageADescriptionThatReplays) {
     runServe({}, [](Server& s) {
         Follower page(s);

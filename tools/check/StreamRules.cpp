@@ -127,13 +127,22 @@ Outcome checkNorm(const std::vector<Event>& mine, const NormBound& bound) {
     return pass(fmt("norms %.4g to %.4g ", lowest, highest) + bound.unit);
 }
 
-void streamAtPeriod(CheckRun& run, const std::vector<Tested>& tested, int64_t periodNs) {
-    const milliseconds duration = run.quick() ? milliseconds(1000) : milliseconds(5000);
-    const std::string suffix = " @ " + periodText(periodNs);
+// The first problem among the answers, or `ifNone` when all were right.
+Outcome firstProblem(const std::vector<std::string>& problems, Outcome ifNone) {
+    for (const std::string& problem : problems) {
+        if (!problem.empty()) return fail(problem);
+    }
+    return ifNone;
+}
+
+// batch(periodNs) and activate(true) on each tested sensor fast enough for the period; skips
+// the others. Returns the streams started and adds their handles to `active`.
+std::vector<const Tested*> startStreams(CheckRun& run, const std::vector<Tested>& tested,
+                                        int64_t periodNs, const std::string& suffix,
+                                        std::map<int32_t, std::vector<std::string>>& problems,
+                                        std::set<int32_t>& active) {
     ISensorsSubHal& hal = run.hal();
     std::vector<const Tested*> streaming;
-    std::map<int32_t, std::vector<std::string>> problems;
-    std::set<int32_t> active;
     for (const Tested& t : tested) {
         const int64_t minDelayNs = int64_t{t.sensor.minDelay} * 1000;
         if (minDelayNs > periodNs) {
@@ -150,11 +159,14 @@ void streamAtPeriod(CheckRun& run, const std::vector<Tested>& tested, int64_t pe
         streaming.push_back(&t);
         active.insert(h);
     }
-    if (streaming.empty()) return;
-    run.progress("streaming at " + periodText(periodNs) + " for " +
-                 std::to_string(duration.count() / 1000) + " s");
-    // Counted from each stream's first event, so that a start delayed by a loaded machine does
-    // not eat into the count; a stream that takes longer than kStartLimit to start still fails.
+    return streaming;
+}
+
+// The events of `duration` counted from each stream's first event, so that a start delayed by a
+// loaded machine does not eat into the count; a stream that takes longer than kStartLimit to
+// start still fails.
+std::vector<Event> collectStreams(CheckRun& run, const std::set<int32_t>& active,
+                                  milliseconds duration) {
     const std::vector<Event> started = run.collectUntil(
         [&active](const std::vector<Event>& events) {
             for (int32_t h : active) {
@@ -165,38 +177,53 @@ void streamAtPeriod(CheckRun& run, const std::vector<Tested>& tested, int64_t pe
         kStartLimit);
     std::vector<Event> events = run.collectFor(duration);
     events.insert(events.begin(), started.begin(), started.end());
+    return events;
+}
+
+// The streaming rules for one sensor that streamed `duration` at `periodNs`.
+void judgeStream(CheckRun& run, const Tested& t, const std::string& suffix,
+                 const std::vector<Event>& events, const std::set<int32_t>& active,
+                 const std::vector<std::string>& problems, milliseconds duration,
+                 int64_t periodNs) {
+    const SensorInfo& sensor = t.sensor;
+    const std::vector<Event> mine = eventsOf(events, sensor.sensorHandle);
+    run.add(rules::kStreamCommands, sensor, suffix, firstProblem(problems, pass()));
+
+    const double needed = static_cast<double>(duration.count()) * 1e6 / periodNs / 2.0;
+    const std::string counted = std::to_string(mine.size()) + " events in " +
+                                std::to_string(duration.count() / 1000) + " s";
+    run.add(rules::kStreamCount, sensor, suffix,
+            static_cast<double>(mine.size()) >= needed
+                ? pass(counted)
+                : fail(counted + fmt(", needs at least %.0f", std::ceil(needed))));
+    run.add(rules::kStreamHandle, sensor, suffix, checkHandles(events, sensor));
+    run.add(rules::kStreamMeta, sensor, suffix, checkForeign(events, active));
+    if (t.kind->norm) {
+        run.add(rules::kStreamNorm, sensor, suffix, checkNorm(mine, *t.kind->norm));
+    } else {
+        run.add(rules::kStreamNorm, sensor, suffix, skip("no norm is fixed for this type"));
+    }
+}
+
+void streamAtPeriod(CheckRun& run, const std::vector<Tested>& tested, int64_t periodNs) {
+    const milliseconds duration = run.quick() ? milliseconds(1000) : milliseconds(5000);
+    const std::string suffix = " @ " + periodText(periodNs);
+    std::map<int32_t, std::vector<std::string>> problems;
+    std::set<int32_t> active;
+    const std::vector<const Tested*> streaming =
+        startStreams(run, tested, periodNs, suffix, problems, active);
+    if (streaming.empty()) return;
+    run.progress("streaming at " + periodText(periodNs) + " for " +
+                 std::to_string(duration.count() / 1000) + " s");
+    const std::vector<Event> events = collectStreams(run, active, duration);
     for (const Tested* t : streaming) {
         const int32_t h = t->sensor.sensorHandle;
-        problems[h].push_back(answerProblem("activate(false)", hal.activate(h, false)));
+        problems[h].push_back(answerProblem("activate(false)", run.hal().activate(h, false)));
     }
     run.settle();
-
     for (const Tested* t : streaming) {
-        const SensorInfo& sensor = t->sensor;
-        const std::vector<Event> mine = eventsOf(events, sensor.sensorHandle);
-        Outcome commands = pass();
-        for (const std::string& problem : problems[sensor.sensorHandle]) {
-            if (!problem.empty()) {
-                commands = fail(problem);
-                break;
-            }
-        }
-        run.add(rules::kStreamCommands, sensor, suffix, commands);
-
-        const double needed = static_cast<double>(duration.count()) * 1e6 / periodNs / 2.0;
-        const std::string counted = std::to_string(mine.size()) + " events in " +
-                                    std::to_string(duration.count() / 1000) + " s";
-        run.add(rules::kStreamCount, sensor, suffix,
-                static_cast<double>(mine.size()) >= needed
-                    ? pass(counted)
-                    : fail(counted + fmt(", needs at least %.0f", std::ceil(needed))));
-        run.add(rules::kStreamHandle, sensor, suffix, checkHandles(events, sensor));
-        run.add(rules::kStreamMeta, sensor, suffix, checkForeign(events, active));
-        if (t->kind->norm) {
-            run.add(rules::kStreamNorm, sensor, suffix, checkNorm(mine, *t->kind->norm));
-        } else {
-            run.add(rules::kStreamNorm, sensor, suffix, skip("no norm is fixed for this type"));
-        }
+        judgeStream(run, *t, suffix, events, active, problems[t->sensor.sensorHandle], duration,
+                    periodNs);
     }
 }
 
@@ -253,10 +280,9 @@ Outcome recordedRate(const RecordedStream& recorded) {
     return pass(text + ", within 10 %; the switch itself needs a live sub-HAL");
 }
 
-void hotSwitch(CheckRun& run, const std::vector<Tested>& tested) {
-    if (!run.wants(rules::kStreamHotSwitch)) return;
-    const size_t needed = run.quick() ? 10 : 50;
-    const milliseconds settleTime{500};
+// The tested sensors whose minDelay and maxDelay are two periods to switch between; skips the
+// others.
+std::vector<SensorInfo> switchingSensors(CheckRun& run, const std::vector<Tested>& tested) {
     std::vector<SensorInfo> switching;
     for (const Tested& t : tested) {
         if (t.sensor.minDelay == t.sensor.maxDelay) {
@@ -268,64 +294,70 @@ void hotSwitch(CheckRun& run, const std::vector<Tested>& tested) {
             switching.push_back(t.sensor);
         }
     }
+    return switching;
+}
+
+// What is wrong with the events one sensor sent after switching to `periodNs`; empty when they
+// come at the period, within 10 %, and number at least `needed`.
+std::string switchProblem(const std::vector<Event>& mine, double periodNs, size_t needed) {
+    const std::string tooFew = std::to_string(mine.size()) + " events at " +
+                               periodText(static_cast<int64_t>(periodNs)) + ", needs " +
+                               std::to_string(needed);
+    if (mine.size() < 2) return tooFew;
+    const double average = static_cast<double>(mine.back().timestamp - mine.front().timestamp) /
+                           static_cast<double>(mine.size() - 1);
+    if (std::fabs(average - periodNs) > 0.1 * periodNs) {
+        return fmt("average interval %.3g ms at a period of %.3g ms, off by more than 10 %%",
+                   average / 1e6, periodNs / 1e6);
+    }
+    return mine.size() < needed ? tooFew : std::string();
+}
+
+// One phase of the hot switch: every sensor to its maxDelay (`toMax`) or minDelay, activated in
+// the first phase, then `needed` events of each after the switch settled.
+void switchPhase(CheckRun& run, const std::vector<SensorInfo>& switching, bool toMax, bool first,
+                 size_t needed, std::map<int32_t, std::vector<std::string>>& problems) {
+    ISensorsSubHal& hal = run.hal();
+    int64_t longest = 0;
+    for (const SensorInfo& sensor : switching) {
+        const int64_t periodNs = int64_t{toMax ? sensor.maxDelay : sensor.minDelay} * 1000;
+        longest = std::max(longest, periodNs);
+        problems[sensor.sensorHandle].push_back(
+            answerProblem("batch", hal.batch(sensor.sensorHandle, periodNs, 0)));
+        if (first) {
+            problems[sensor.sensorHandle].push_back(
+                answerProblem("activate(true)", hal.activate(sensor.sensorHandle, true)));
+        }
+    }
+    run.collectFor(milliseconds(500));  // the switch settles
+    const auto window = milliseconds(static_cast<int64_t>(
+        static_cast<double>(needed) * static_cast<double>(longest) * 1.2 / 1e6));
+    const std::vector<Event> events = run.collectFor(window);
+    for (const SensorInfo& sensor : switching) {
+        const double periodNs = 1000.0 * (toMax ? sensor.maxDelay : sensor.minDelay);
+        const std::string problem =
+            switchProblem(eventsOf(events, sensor.sensorHandle), periodNs, needed);
+        if (!problem.empty()) problems[sensor.sensorHandle].push_back(problem);
+    }
+}
+
+void hotSwitch(CheckRun& run, const std::vector<Tested>& tested) {
+    if (!run.wants(rules::kStreamHotSwitch)) return;
+    const size_t needed = run.quick() ? 10 : 50;
+    const std::vector<SensorInfo> switching = switchingSensors(run, tested);
     if (switching.empty()) return;
     run.progress("hot switch between minDelay and maxDelay (" + std::to_string(needed) +
                  " events each)");
-    ISensorsSubHal& hal = run.hal();
     std::map<int32_t, std::vector<std::string>> problems;
     const bool toMax[] = {false, true, false};
     for (size_t phase = 0; phase < 3; ++phase) {
-        int64_t longest = 0;
-        for (const SensorInfo& sensor : switching) {
-            const int64_t periodNs =
-                int64_t{toMax[phase] ? sensor.maxDelay : sensor.minDelay} * 1000;
-            longest = std::max(longest, periodNs);
-            problems[sensor.sensorHandle].push_back(
-                answerProblem("batch", hal.batch(sensor.sensorHandle, periodNs, 0)));
-            if (phase == 0) {
-                problems[sensor.sensorHandle].push_back(
-                    answerProblem("activate(true)", hal.activate(sensor.sensorHandle, true)));
-            }
-        }
-        run.collectFor(settleTime);
-        const auto window = milliseconds(static_cast<int64_t>(
-            static_cast<double>(needed) * static_cast<double>(longest) * 1.2 / 1e6));
-        const std::vector<Event> events = run.collectFor(window);
-        for (const SensorInfo& sensor : switching) {
-            const double periodNs = 1000.0 * (toMax[phase] ? sensor.maxDelay : sensor.minDelay);
-            const std::vector<Event> mine = eventsOf(events, sensor.sensorHandle);
-            if (mine.size() < 2) {
-                problems[sensor.sensorHandle].push_back(std::to_string(mine.size()) +
-                                                        " events at " +
-                                                        periodText(static_cast<int64_t>(periodNs)) +
-                                                        ", needs " + std::to_string(needed));
-                continue;
-            }
-            const double average =
-                static_cast<double>(mine.back().timestamp - mine.front().timestamp) /
-                static_cast<double>(mine.size() - 1);
-            if (std::fabs(average - periodNs) > 0.1 * periodNs) {
-                problems[sensor.sensorHandle].push_back(
-                    fmt("average interval %.3g ms at a period of %.3g ms, off by more than 10 %%",
-                        average / 1e6, periodNs / 1e6));
-            } else if (mine.size() < needed) {
-                problems[sensor.sensorHandle].push_back(std::to_string(mine.size()) +
-                                                        " events at " +
-                                                        periodText(static_cast<int64_t>(periodNs)) +
-                                                        ", needs " + std::to_string(needed));
-            }
-        }
+        switchPhase(run, switching, toMax[phase], phase == 0, needed, problems);
     }
     for (const SensorInfo& sensor : switching) {
-        hal.activate(sensor.sensorHandle, false);
-        Outcome outcome = pass("minDelay -> maxDelay -> minDelay, each within 10 %");
-        for (const std::string& problem : problems[sensor.sensorHandle]) {
-            if (!problem.empty()) {
-                outcome = fail(problem);
-                break;
-            }
-        }
-        run.add(rules::kStreamHotSwitch, sensor, "", outcome);
+        run.hal().activate(sensor.sensorHandle, false);
+        run.add(rules::kStreamHotSwitch, sensor, "",
+                firstProblem(problems[sensor.sensorHandle],
+                             pass("minDelay -> maxDelay -> minDelay, each within 10 %")));
     }
     run.settle();
 }

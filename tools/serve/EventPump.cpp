@@ -76,6 +76,7 @@ void EventPump::run() {
         if (now >= nextStats) {
             publishStats();
             publishHostIfChanged();
+            mControls.refreshAnswers();
             nextStats = now + kStatsInterval;
         }
     }

@@ -2,8 +2,9 @@
 // messages, a batch every 50 ms so that five sensors at 400 Hz do not flood a page: "samples"
 // (per sensor: times in seconds since `originNs`, one array per axis, and the running count of
 // events taken, so a page can tell whether it lost any), "stats" twice a second (LiveStats), and
-// "host" when what the host side saw changes (the tool's host watch). Flush completions go to
-// SensorControls. The "stats" and "host" messages are states: a page always has the latest.
+// "host" when what the host side saw changes (the tool's host watch). Flush completions and, twice
+// a second, the host's answered rates go to SensorControls. The "stats" and "host" messages are
+// states: a page always has the latest.
 //
 // Threads: its own thread does everything above; pause(), resume() and stop() come from others.
 #pragma once

@@ -29,8 +29,11 @@ SensorControls::SensorControls(Session& session, EventStream& stream, Controller
     : mSession(session), mStream(stream), mController(controller) {
     for (const auto& sensor : session.sensors()) {
         const sensors::SensorKind* kind = sensorKind(sensor.type);
-        mSensors[sensor.sensorHandle].defaultHz = kind ? kind->defaultHz : kFallbackDefaultHz;
+        SensorState& state = mSensors[sensor.sensorHandle];
+        state.defaultHz = kind ? kind->defaultHz : kFallbackDefaultHz;
+        if (kind) state.deviceType = static_cast<int32_t>(kind->deviceType);
     }
+    takeAnswers();
     publish();
 }
 
@@ -114,6 +117,23 @@ void SensorControls::flushCompleted(int32_t handle, int64_t receivedNs) {
     });
 }
 
+void SensorControls::refreshAnswers() {
+    mController.post([this] {
+        if (takeAnswers()) publish();
+    });
+}
+
+bool SensorControls::takeAnswers() {
+    bool changed = false;
+    for (auto& [handle, sensor] : mSensors) {
+        if (!sensor.deviceType) continue;
+        const std::optional<double> hz = mSession.hostWatch().answeredHz(*sensor.deviceType);
+        changed = changed || hz != sensor.answeredHz;
+        sensor.answeredHz = hz;
+    }
+    return changed;
+}
+
 void SensorControls::suspend(const std::string& why) {
     mController.runAndWait([this, why] {
         mOnBeforeSuspend.clear();
@@ -153,17 +173,15 @@ void SensorControls::turnAllOff() {
 void SensorControls::publish() {
     nlohmann::json sensors = nlohmann::json::array();
     for (const auto& [handle, sensor] : mSensors) {
-        // askedHz: null for the default rate. answeredHz comes once the host's answers can be
-        // told apart per sensor.
-        nlohmann::json entry = {{"handle", handle},
-                                {"on", sensor.on},
-                                {"rateHz", nullptr},
-                                {"askedHz", nullptr},
-                                {"flushPending", sensor.flushAskedNs.has_value()},
-                                {"lastFlushMs", nullptr},
-                                {"flushes", sensor.flushes}};
+        // askedHz: null for the default rate; answeredHz: null while unknown.
+        nlohmann::json entry = {
+            {"handle", handle},       {"on", sensor.on},
+            {"rateHz", nullptr},      {"askedHz", nullptr},
+            {"answeredHz", nullptr},  {"flushPending", sensor.flushAskedNs.has_value()},
+            {"lastFlushMs", nullptr}, {"flushes", sensor.flushes}};
         if (sensor.askedHz) entry["rateHz"] = entry["askedHz"] = *sensor.askedHz;
         if (sensor.lastFlushMs) entry["lastFlushMs"] = *sensor.lastFlushMs;
+        if (sensor.answeredHz) entry["answeredHz"] = *sensor.answeredHz;
         sensors.push_back(std::move(entry));
     }
     nlohmann::json state = {{"sensors", std::move(sensors)}, {"suspended", mSuspended}};

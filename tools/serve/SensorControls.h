@@ -1,6 +1,7 @@
 // The sensors as the pages drive them: on or off, at which rate, flushed. Every change is made
 // on the controller thread (the only one that calls the library), then its state goes to every
-// page as the "sensors" state message. Nothing changes when a page goes away.
+// page as the "sensors" state message, with the rate the host answered for each. Nothing changes
+// when a page goes away.
 //
 // Threads: the requests' methods and flushCompleted() post to the controller and return; the
 // check job's suspend() and resume() and the end's switchAllOff() wait for it. Everything below
@@ -34,6 +35,9 @@ class SensorControls {
     // The event pump saw `handle`'s flush completion, received at `receivedNs`.
     void flushCompleted(int32_t handle, int64_t receivedNs);
 
+    // Takes the rates the host answered since (HostWatch) and, where one changed, publishes.
+    void refreshAnswers();
+
     // Turns every sensor off and refuses changes (409, `why`) until resume(), which turns back
     // on those that were, at their rates.
     void suspend(const std::string& why);
@@ -43,7 +47,9 @@ class SensorControls {
 
   private:
     struct SensorState {
-        double defaultHz = 0;  // what the library runs it at when no rate was asked
+        double defaultHz = 0;               // what the library runs it at when no rate was asked
+        std::optional<int32_t> deviceType;  // the host's DeviceType serving it, if known
+        std::optional<double> answeredHz;   // what the host answered for it, if known
         bool on = false;
         std::optional<double> askedHz;        // none: the library's default
         std::optional<int64_t> flushAskedNs;  // a flush not completed yet, boot-time clock
@@ -57,6 +63,8 @@ class SensorControls {
     Reply setRateNow(int32_t handle, std::optional<double> hz);
     Reply flushNow(int32_t handle);
     void turnAllOff();
+    // Whether any sensor's answered rate changed since it was last taken.
+    bool takeAnswers();
     void publish();
 
     Session& mSession;
