@@ -188,6 +188,7 @@ double EmulatedSensorDevice::answerFrequency(double requested) const {
 void EmulatedSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
     mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAsked, mConfig.id)
                   .with(common::Rate{frequency}));
+    mAskedHz = frequency;
     mFrequency = answerFrequency(frequency);
     mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAnswered, mConfig.id)
                   .with(common::Rate{mFrequency}));
@@ -206,8 +207,9 @@ void EmulatedSensorDevice::startReading(mojom::SensorDeviceSamplesObserverPtr ob
     mObserver = std::move(observer);
     mObserver.set_connection_error_handler(
         base::BindOnce(&EmulatedSensorDevice::onObserverError, base::Unretained(this)));
-    if (!(mFrequency > 0.0)) {
-        // A real host cannot start without a valid rate.
+    // A real host cannot start without a valid rate. A recorded one that could not set the rate
+    // it was asked (it answered 0) streamed all the same, at the pace its samples keep.
+    if (!(mFrequency > 0.0) && !(mPlayback != nullptr && mAskedHz > 0.0)) {
         sendObserverError(static_cast<int32_t>(mojom::ObserverErrorType::FREQUENCY_INVALID));
         return;
     }

@@ -114,6 +114,7 @@ class EmulatedSensorDevice : public common::HostSensorDevice {
     std::vector<base::OnceClosure> mStalled;  // replies held back forever, dropped with the device
     base::OnceClosure mSetUp;                 // see whenSetUp()
     double mFrequency = 0.0;                  // the rate last answered
+    double mAskedHz = 0.0;                    // the rate last asked
     bool mReading = false;                    // between a good StartReadingSamples and its end
     uint64_t mSessions = 0;                   // see readingSession()
     double mStreamRate = 0.0;                 // the timer's rate, Hz

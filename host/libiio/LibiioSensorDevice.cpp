@@ -26,6 +26,18 @@ constexpr double kFastestHz = 1000.0;
 constexpr double kReadsPerSecond = 50.0;
 constexpr size_t kMaxScansPerRead = 256;
 
+// What sets a device's rate: its own sampling_frequency, or else its trigger's (an hrtimer or
+// sysfs trigger samples a buffered device at the trigger's rate). Null if neither has one.
+const iio_device* rateOwner(const iio_device* device) {
+    if (iio_device_find_attr(device, "sampling_frequency") != nullptr) return device;
+    const iio_device* trigger = nullptr;
+    if (iio_device_get_trigger(device, &trigger) == 0 && trigger != nullptr &&
+        iio_device_find_attr(trigger, "sampling_frequency") != nullptr) {
+        return trigger;
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 LibiioSensorDevice::LibiioSensorDevice(iio_context* context, iio_device* device, int32_t id,
@@ -106,32 +118,44 @@ std::optional<std::string> LibiioSensorDevice::attribute(const std::string& attr
     return hostAttribute(mDevice, attr);
 }
 
-double LibiioSensorDevice::applyFrequency(double requested) {
+double LibiioSensorDevice::applyFrequency(double requested, std::string* unknownRate) {
     if (std::isnan(requested) || requested <= 0.0) return 0.0;
-    const std::optional<std::string> current = readAttribute(mDevice, "sampling_frequency");
-    if (!current) return std::min(requested, kFastestHz);  // polled: the poll rate
-
+    const iio_device* owner = rateOwner(mDevice);
+    if (owner == nullptr) {
+        if (mBuffered) {
+            const char* name = iio_device_get_name(mDevice);
+            *unknownRate = "iio:device" + std::to_string(mId) + " (" + (name ? name : "?") +
+                           ") has no sampling_frequency, nor has its trigger: it streams at a "
+                           "rate the host can neither set nor read";
+        }
+        return std::min(requested, kFastestHz);  // the poll rate, or the pace of buffer reads
+    }
     double wanted = std::isinf(requested) ? kFastestHz : requested;
     if (std::optional<std::string> available =
-            readAttribute(mDevice, "sampling_frequency_available")) {
+            readAttribute(owner, "sampling_frequency_available")) {
         wanted = nearestAvailable(*available, requested).value_or(wanted);
     }
     // The newline keeps the value readable by libiio, which drops a value's last byte.
     const std::string text = formatNumber(wanted) + "\n";
-    iio_device_attr_write(mDevice, "sampling_frequency", text.c_str());
-    const std::optional<std::string> readBack = readAttribute(mDevice, "sampling_frequency");
+    iio_device_attr_write(owner, "sampling_frequency", text.c_str());
+    // What the driver made of it: rounded to its own steps, or refused.
+    const std::optional<std::string> readBack = readAttribute(owner, "sampling_frequency");
     return parseNumber(readBack.value_or("")).value_or(0.0);
 }
 
 void LibiioSensorDevice::SetFrequency(double frequency, SetFrequencyCallback callback) {
     mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAsked, mId)
                   .with(common::Rate{frequency}));
-    mFrequency = applyFrequency(frequency);
+    std::string unknownRate;
+    mFrequency = applyFrequency(frequency, &unknownRate);
+    // A rate nobody set is no rate to claim: 0 says none was set, the reason says why.
+    const double answer = unknownRate.empty() ? mFrequency : 0.0;
     mLog->add(common::HostEvent(common::HostEventKind::kFrequencyAnswered, mId)
-                  .with(common::Rate{mFrequency}));
+                  .with(common::Rate{answer})
+                  .withReason(std::move(unknownRate)));
     // A new rate takes effect with a new buffer or poll period.
     if (mReader) startReader();
-    std::move(callback).Run(mFrequency);
+    std::move(callback).Run(answer);
 }
 
 void LibiioSensorDevice::startReading(mojom::SensorDeviceSamplesObserverPtr observer) {

@@ -54,7 +54,10 @@ class LibiioSensorDevice : public common::HostSensorDevice {
     void startReading(chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr observer) override;
     void stopReading() override;
 
-    double applyFrequency(double requested);
+    // Sets the rate where the device or its trigger has one and answers what the driver then
+    // holds. Where neither has one, a buffered device's *unknownRate says so and the request is
+    // only the pace of its reads.
+    double applyFrequency(double requested, std::string* unknownRate);
     std::optional<std::string> attribute(const std::string& name);
     void startReader();
     void close();
@@ -75,7 +78,7 @@ class LibiioSensorDevice : public common::HostSensorDevice {
 
     mojo::Binding<chromeos::sensors::mojom::SensorDevice> mBinding;
     chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr mObserver;
-    double mFrequency = 0.0;  // the rate last answered
+    double mFrequency = 0.0;  // the rate read or polled at; 0 before a valid SetFrequency
     std::unique_ptr<SampleReader> mReader;
     base::WeakPtrFactory<LibiioSensorDevice> mWeak{this};  // last
 };

@@ -366,6 +366,45 @@ TEST_F(IiodTest, ToolSetsUpEveryDeviceWithoutAWarningLocallyAndOverTheNetwork) {
     }
 }
 
+// Asked for 400 Hz, the host answers the rate the board runs at: the accelerometer's file, read
+// back after writing (200 Hz, its fastest); the magnetometer has no sampling_frequency, nor a
+// trigger, so no rate is claimed and the tool says why, once.
+TEST_F(IiodTest, ToolAskingFourHundredHertzRecordsTheRateTheBoardRunsAt) {
+    char path[] = "/tmp/board-rate-XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    // The board's four scans fill no 400 Hz read of the magnetometer: only the accelerometer,
+    // whose read-back rate is 200 Hz, streams them all.
+    auto answers = [&](const std::string& sensor, std::string* err) {
+        const testing::ProcessRun run = testing::runProcess(
+            {KELVANE_TOOL, "--iio", "local:", "stream", "--sensor", sensor, "--rate", "400",
+             "--count", std::to_string(kScansPerDevice), "--record", path});
+        if (sensor == "1") EXPECT_EQ(run.exitCode, 0) << run.err;
+        *err = run.err;
+        std::ifstream in(path);
+        const nlohmann::json recording = nlohmann::json::parse(in, nullptr, false);
+        for (const nlohmann::json& device : recording.value("devices", nlohmann::json::array())) {
+            if (device.contains("frequencyAnswers")) return device["frequencyAnswers"];
+        }
+        return nlohmann::json();
+    };
+    std::string err;
+    EXPECT_EQ(answers("1", &err), nlohmann::json::parse("[[400, 200]]"));
+    EXPECT_EQ(board.attribute(0, "sampling_frequency"), "200\n");
+    EXPECT_NE(err.find("400 Hz asked, the host answered 200 Hz"), std::string::npos) << err;
+
+    const nlohmann::json magnetometer = answers("4", &err);
+    ASSERT_FALSE(magnetometer.empty());
+    for (const nlohmann::json& answer : magnetometer) EXPECT_NE(answer[1], 400) << magnetometer;
+    const std::string reason =
+        "iio:device3 (ak8975) has no sampling_frequency, nor has its trigger";
+    const size_t said = err.find(reason);
+    EXPECT_NE(said, std::string::npos) << err;
+    EXPECT_EQ(err.find(reason, said + 1), std::string::npos) << err;
+    unlink(path);
+}
+
 // iiod killed mid-stream: the tool says the host is lost, ends the stream with exit code 1 and
 // writes its recording; it used to go quiet and then die of SIGPIPE (141) with no recording.
 TEST_F(IiodTest, IiodKilledMidStreamIsALostHostWithTheRecordingWritten) {
