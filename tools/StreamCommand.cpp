@@ -325,11 +325,8 @@ int StreamCommand::run(Session& session) {
     }
     // A replay of every sensor ends with the replay unless a duration was given; one of some
     // sensors may never be over (the others' samples wait for a reader) and keeps the default.
-    std::optional<double> duration = mDurationSeconds;
-    if (session.replays() && !*mDurationOption && !mFollow &&
-        sensors.size() == session.sensors().size()) {
-        duration.reset();
-    }
+    const bool endsWithReplay = session.replays() && !*mDurationOption && !mFollow &&
+                                sensors.size() == session.sensors().size();
     // The sensors stay active for the duration whatever the reader of stdout does: the writer
     // keeps what it has not taken yet.
     flushStdout();
@@ -337,10 +334,10 @@ int StreamCommand::run(Session& session) {
     // A stop that came while the library enumerated ends the run before anything streams.
     if (stopSignal() == 0) stream.start(mPeriodNs);
     std::optional<std::chrono::steady_clock::time_point> end;
-    if (duration) {
+    if (mDurationSeconds && !endsWithReplay) {
         end = std::chrono::steady_clock::now() +
               std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                  std::chrono::duration<double>(*duration));
+                  std::chrono::duration<double>(*mDurationSeconds));
     }
     return stream.finish(stream.stream(end));
 }

@@ -380,7 +380,9 @@ TEST_F(IiodTest, ToolAskingFourHundredHertzRecordsTheRateTheBoardRunsAt) {
         const testing::ProcessRun run = testing::runProcess(
             {KELVANE_TOOL, "--iio", "local:", "stream", "--sensor", sensor, "--rate", "400",
              "--count", std::to_string(kScansPerDevice), "--record", path});
-        if (sensor == "1") EXPECT_EQ(run.exitCode, 0) << run.err;
+        if (sensor == "1") {
+            EXPECT_EQ(run.exitCode, 0) << run.err;
+        }
         *err = run.err;
         std::ifstream in(path);
         const nlohmann::json recording = nlohmann::json::parse(in, nullptr, false);
