@@ -8,6 +8,7 @@
 #include <set>
 
 #include "check/RecordedStreams.h"
+#include "hardware/sensors/mojom/sensor_kinds.h"
 
 namespace kelvane::tools::check {
 
@@ -16,6 +17,11 @@ namespace {
 using android::hardware::sensors::V1_0::Result;
 using android::hardware::sensors::V1_0::SensorFlagBits;
 using android::hardware::sensors::V2_1::SensorType;
+
+// The row of the sensor-kinds table of a type this system serves.
+const sensors::SensorKind& kindOf(SensorType type) {
+    return *sensors::kindOfAndroidType(static_cast<int32_t>(type));
+}
 
 struct NormBound {
     double expected;
@@ -32,9 +38,11 @@ struct StreamType {
 
 const std::vector<StreamType>& streamTypes() {
     static const std::vector<StreamType> kTypes = {
-        {SensorType::ACCELEROMETER, "accelerometer", NormBound{9.80665, 1.0, "m/s^2"}},
-        {SensorType::GYROSCOPE, "gyroscope", NormBound{0.0, 0.1, "rad/s"}},
-        {SensorType::MAGNETIC_FIELD, "magnetometer", std::nullopt},
+        {SensorType::ACCELEROMETER, kindOf(SensorType::ACCELEROMETER).shortName,
+         NormBound{9.80665, 1.0, kindOf(SensorType::ACCELEROMETER).asciiUnit}},
+        {SensorType::GYROSCOPE, kindOf(SensorType::GYROSCOPE).shortName,
+         NormBound{0.0, 0.1, kindOf(SensorType::GYROSCOPE).asciiUnit}},
+        {SensorType::MAGNETIC_FIELD, kindOf(SensorType::MAGNETIC_FIELD).shortName, std::nullopt},
     };
     return kTypes;
 }

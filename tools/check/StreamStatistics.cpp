@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "hardware/sensors/mojom/sensor_kinds.h"
+
 namespace kelvane::tools::check::stats {
 
 namespace {
@@ -44,17 +46,8 @@ double norm(const Sample& s) {
 }
 
 const char* unitOf(SensorType type) {
-    switch (type) {
-        case SensorType::ACCELEROMETER:
-        case SensorType::GRAVITY:
-            return "m/s^2";
-        case SensorType::GYROSCOPE:
-            return "rad/s";
-        case SensorType::MAGNETIC_FIELD:
-            return "uT";
-        default:
-            return "";
-    }
+    const sensors::SensorKind* kind = sensors::kindOfAndroidType(static_cast<int32_t>(type));
+    return kind == nullptr ? "" : kind->asciiUnit;
 }
 
 }  // namespace
