@@ -190,13 +190,8 @@ TEST(ServeLimitsTest, CtrlCWritesTheRecordingStartedFromThePage) {
         [](Server& s) {
             Follower page(s);
             auto c = s.client();
-            ASSERT_EQ(
-                c->Post("/api/recording/start", s.headers(), "{}", "application/json")->status,
-                200);
-            ASSERT_EQ(
-                c->Post("/api/sensors/4/active", s.headers(), R"({"on":true})", "application/json")
-                    ->status,
-                200);
+            ASSERT_EQ(s.post("/api/recording/start", "{}"), 200);
+            ASSERT_EQ(s.post("/api/sensors/4/active", R"({"on":true})"), 200);
             ASSERT_TRUE(page.waitFor(R"("handle":4,"total":[0-9]{2})"));
         },
         options);

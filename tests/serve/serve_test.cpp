@@ -124,20 +124,13 @@ TEST(ServeTest, PagesShareOneStateAndNothingStopsWhenOneGoes) {
         ASSERT_TRUE(first.waitFor("event: recording"));
         ASSERT_TRUE(second.waitFor("event: recording"));
         auto c = s.client();
-        ASSERT_EQ(c->Post("/api/sensors/1/rate", s.headers(), R"({"hz":100})", "application/json")
-                      ->status,
-                  200);
-        ASSERT_EQ(
-            c->Post("/api/sensors/1/active", s.headers(), R"({"on":true})", "application/json")
-                ->status,
-            200);
+        ASSERT_EQ(s.post("/api/sensors/1/rate", R"({"hz":100})"), 200);
+        ASSERT_EQ(s.post("/api/sensors/1/active", R"({"on":true})"), 200);
         EXPECT_TRUE(first.waitFor(kSensorOneOn));
         EXPECT_TRUE(second.waitFor(kSensorOneOn));
         EXPECT_TRUE(second.waitFor(R"("askedHz":100(\.0)?,[^}]*"handle":1,[^}]*"rateHz":100)"));
         // An empty rate box: back to the default.
-        ASSERT_EQ(c->Post("/api/sensors/1/rate", s.headers(), R"({"hz":null})", "application/json")
-                      ->status,
-                  200);
+        ASSERT_EQ(s.post("/api/sensors/1/rate", R"({"hz":null})"), 200);
         EXPECT_TRUE(second.waitFor(R"("askedHz":null,[^}]*"handle":1,[^}]*"rateHz":null)"));
         first.stop();  // a page closes
         EXPECT_TRUE(
@@ -146,14 +139,11 @@ TEST(ServeTest, PagesShareOneStateAndNothingStopsWhenOneGoes) {
         Follower third(s);
         EXPECT_TRUE(third.waitFor(kSensorOneOn));
         // A flush is answered and shown to every page.
-        ASSERT_EQ(c->Post("/api/sensors/1/flush", s.headers(), "{}", "application/json")->status,
-                  200);
+        ASSERT_EQ(s.post("/api/sensors/1/flush", "{}"), 200);
         EXPECT_TRUE(third.waitFor(R"("flushes":1,"handle":1)"));
 
         // While a check runs the controls are refused, with the reason.
-        ASSERT_EQ(
-            c->Post("/api/check", s.headers(), R"({"quick":true})", "application/json")->status,
-            200);
+        ASSERT_EQ(s.post("/api/check", R"({"quick":true})"), 200);
         ASSERT_TRUE(third.waitFor(R"("suspended":"a check is running)"));
         auto refused =
             c->Post("/api/sensors/1/active", s.headers(), R"({"on":false})", "application/json");
@@ -178,9 +168,7 @@ TEST(ServeTest, ShowsTheRateTheHostAnsweredBesideTheOneAsked) {
         }
         ASSERT_FALSE(light.empty()) << info->body;
         const auto post = [&](const std::string& what, const std::string& body) {
-            return c
-                ->Post("/api/sensors/" + light + "/" + what, s.headers(), body, "application/json")
-                ->status;
+            return s.post("/api/sensors/" + light + "/" + what, body);
         };
         Follower page(s);
         ASSERT_EQ(post("rate", R"({"hz":400})"), 200);
@@ -199,17 +187,11 @@ TEST(ServeTest, RecordsFromThePageADescriptionThatReplays) {
     runServe({}, [](Server& s) {
         Follower page(s);
         auto c = s.client();
-        ASSERT_EQ(c->Post("/api/recording/start", s.headers(), "{}", "application/json")->status,
-                  200);
-        EXPECT_EQ(c->Post("/api/recording/start", s.headers(), "{}", "application/json")->status,
-                  409);
-        ASSERT_EQ(
-            c->Post("/api/sensors/4/active", s.headers(), R"({"on":true})", "application/json")
-                ->status,
-            200);
+        ASSERT_EQ(s.post("/api/recording/start", "{}"), 200);
+        EXPECT_EQ(s.post("/api/recording/start", "{}"), 409);
+        ASSERT_EQ(s.post("/api/sensors/4/active", R"({"on":true})"), 200);
         ASSERT_TRUE(page.waitFor(R"("handle":4,"total":[0-9]{2})"));
-        ASSERT_EQ(c->Post("/api/recording/stop", s.headers(), "{}", "application/json")->status,
-                  200);
+        ASSERT_EQ(s.post("/api/recording/stop", "{}"), 200);
         EXPECT_TRUE(page.waitFor(R"("recording":false,"samples":[1-9])"));
         auto r = c->Get("/api/recording?token=" + s.token);
         ASSERT_TRUE(r);

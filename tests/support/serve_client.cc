@@ -25,6 +25,11 @@ std::unique_ptr<httplib::Client> ServeUrl::client() const {
     return c;
 }
 
+int ServeUrl::post(const std::string& path, const std::string& body) const {
+    const httplib::Result r = client()->Post(path, headers(), body, "application/json");
+    return r ? r->status : -1;
+}
+
 ProcessRun runServe(const std::string& tool, const std::vector<std::string>& args,
                     const std::function<void(ServeUrl&)>& body, ProcessOptions options) {
     std::vector<std::string> argv = {tool};

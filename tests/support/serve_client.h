@@ -26,6 +26,8 @@ struct ServeUrl {
     // The token, and a Host header when one is given.
     httplib::Headers headers(const std::string& host = "") const;
     std::unique_ptr<httplib::Client> client() const;
+    // POSTs the JSON `body` to `path` with the token; the answer's status, or -1 for none.
+    int post(const std::string& path, const std::string& body) const;
 };
 
 // Runs `tool` with `args` (serve and its options, --port 0 among them); once it printed its URL,
