@@ -1,5 +1,6 @@
 #include "report/PageOrigin.h"
 
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <iterator>
@@ -19,8 +20,12 @@ std::string shellWord(const std::string& word) {
     return quoted + "'";
 }
 
+// Now, or SOURCE_DATE_EPOCH where it is set, so that a page made twice from the same input can be
+// the same page (the reproducible-builds convention).
 std::string utcNow() {
-    const std::time_t now = std::time(nullptr);
+    const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
+    const std::time_t now =
+        epoch != nullptr && *epoch != '\0' ? std::strtoll(epoch, nullptr, 10) : std::time(nullptr);
     std::tm utc{};
     gmtime_r(&now, &utc);
     char text[32];
