@@ -11,8 +11,9 @@ namespace {
 using android::hardware::sensors::V1_0::Result;
 using Clock = std::chrono::steady_clock;
 
-// A replay whose sensors have sent nothing for this long has played what it holds, even when the
-// host cannot say so (a recorded device the library does not publish is never read).
+// A replay whose sensors have sent nothing for this long after its last recorded sample fell due
+// has played what it holds, even when the host cannot say so (a recorded device the library does
+// not publish is never read).
 constexpr milliseconds kQuiet{2000};
 // What the play may take beyond the recording's own length at its speed.
 constexpr milliseconds kMargin{10000};
@@ -32,20 +33,24 @@ std::string answered(const char* call, Result result) {
 }
 
 // Collects until the host says the replay is over and its last events are in, or until the
-// replayed sensors have been quiet for kQuiet, or `limit`.
-std::vector<Event> playOut(CheckRun& run, const std::set<int32_t>& replayed, milliseconds limit,
+// replayed sensors have been quiet for kQuiet since they last sent and since `recorded` (the
+// recording's length at its speed) ran out, or kMargin after that. A recording counts its times
+// from the host's start, which was before this: a slow recording's first sample, long after its
+// host started, falls due that long into the play and is waited for.
+std::vector<Event> playOut(CheckRun& run, const std::set<int32_t>& replayed, milliseconds recorded,
                            std::vector<int64_t>* received) {
     const auto start = Clock::now();
+    const auto allDue = start + recorded;
     auto lastHeard = start;
     std::vector<Event> events;
-    while (Clock::now() - start < limit) {
+    while (Clock::now() - start < kMargin + recorded) {
         const std::vector<Event> more = run.collectFor(milliseconds(100), received);
         for (const Event& e : more) {
             if (!isMetaEvent(e) && replayed.count(e.sensorHandle) != 0) lastHeard = Clock::now();
         }
         events.insert(events.end(), more.begin(), more.end());
         if (run.replayOver() && more.empty()) break;
-        if (Clock::now() - lastHeard >= kQuiet) break;
+        if (Clock::now() - std::max(lastHeard, allDue) >= kQuiet) break;
     }
     return events;
 }
@@ -85,12 +90,12 @@ RecordedStreams RecordedStreams::capture(CheckRun& run) {
         if (s.commandProblem.empty()) s.commandProblem = activate;
     }
     const double speed = run.replaySpeed();
-    const milliseconds limit =
-        kMargin + (speed > 0 ? milliseconds(static_cast<int64_t>(
-                                   static_cast<double>(run.recordedSpanUs().second) / 1e3 / speed))
-                             : milliseconds(0));
+    const milliseconds recorded =
+        speed > 0 ? milliseconds(static_cast<int64_t>(
+                        static_cast<double>(run.recordedSpanUs().second) / 1e3 / speed))
+                  : milliseconds(0);
     std::vector<int64_t> received;
-    out.mAll = playOut(run, replayed, limit, &received);
+    out.mAll = playOut(run, replayed, recorded, &received);
     for (int32_t handle : replayed) hal.activate(handle, false);
     run.settle();
     for (const Event& e : out.mAll) {
