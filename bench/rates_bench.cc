@@ -12,10 +12,12 @@
 //
 //   iio_rates_bench [--seconds S] [--runs N] [--tool PATH | --no-tool]
 //
-// Figures are medians over the runs. The latencies of a sample, on the boot-time clock: the
-// host's lateness (sent - due: the host sends it, the floor's timer thread hands it off), the
-// hand-off (received by the proxy callback - sent) and the total (received - its timestamp, which
-// is when it was due). For the tool only the total is known: to this process reading the line.
+// CPU and wake-ups are the median run's (3 runs unless --runs says otherwise); the latencies are
+// taken over every sample of every run, the floor's and the sub-HAL's runs alternating. The
+// latencies of a sample, on the boot-time clock: the host's lateness (sent - due: the host sends
+// it, the floor's timer thread hands it off), the hand-off (received by the proxy callback - sent)
+// and the total (received - its timestamp, which is when it was due). For the tool only the total
+// is known: to this process reading the line.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -99,28 +101,26 @@ struct Figures {
     double totalP50 = 0, totalP99 = 0, totalMax = 0;        // received - timestamp
 };
 
-constexpr double Figures::*kAllFields[] = {
-    &Figures::events,     &Figures::cpuUs,    &Figures::timerCpuUs,  &Figures::recvCpuUs,
-    &Figures::restCpuUs,  &Figures::wakeups,  &Figures::recvWakeups, &Figures::lateP50,
-    &Figures::lateP99,    &Figures::lateMax,  &Figures::handOffP50,  &Figures::handOffP99,
-    &Figures::handOffMax, &Figures::totalP50, &Figures::totalP99,    &Figures::totalMax,
+// What each run measures for itself; the latencies come from the runs' samples pooled.
+constexpr double Figures::*kPerRunFields[] = {
+    &Figures::events,    &Figures::cpuUs,   &Figures::timerCpuUs,  &Figures::recvCpuUs,
+    &Figures::restCpuUs, &Figures::wakeups, &Figures::recvWakeups,
 };
 
-Figures figuresOf(const std::map<pid_t, ThreadUsage>& before,
-                  const std::map<pid_t, ThreadUsage>& after, const char* timerThread,
-                  const char* recvThread, double events, const TimeLogs& logs) {
-    Figures f;
-    const Latencies l = latenciesOf(logs.sent.entries(), logs.received.entries());
-    auto copy = [](const Spread& from, double* p50, double* p99, double* max) {
-        *p50 = from.p50Us;
-        *p99 = from.p99Us;
-        *max = from.maxUs;
-    };
-    copy(l.lateness, &f.lateP50, &f.lateP99, &f.lateMax);
-    copy(l.handOff, &f.handOffP50, &f.handOffP99, &f.handOffMax);
-    copy(l.total, &f.totalP50, &f.totalP99, &f.totalMax);
+// One run of one way of delivering a load: its figures (latencies not yet filled in) and its
+// latencies, sample by sample, which the runs pool.
+struct Run {
+    Figures figures;
+    LatencySamples latencies;
+};
+
+Run runOf(const std::map<pid_t, ThreadUsage>& before, const std::map<pid_t, ThreadUsage>& after,
+          const char* timerThread, const char* recvThread, double events, const TimeLogs& logs) {
+    Run run;
+    run.latencies = latencySamplesOf(logs.sent.entries(), logs.received.entries());
+    Figures& f = run.figures;
     f.events = events;
-    if (events <= 0) return f;
+    if (events <= 0) return run;
     const UsageDelta all = usageBetween(before, after, "");
     const UsageDelta timer = usageBetween(before, after, timerThread);
     const UsageDelta recv = usageBetween(before, after, recvThread);
@@ -130,13 +130,13 @@ Figures figuresOf(const std::map<pid_t, ThreadUsage>& before,
     f.restCpuUs = f.cpuUs - f.timerCpuUs - f.recvCpuUs;
     f.wakeups = static_cast<double>(all.voluntarySwitches) / events;
     f.recvWakeups = static_cast<double>(recv.voluntarySwitches) / events;
-    return f;
+    return run;
 }
 
 // Measures `seconds` of whatever is already running in process `pid`.
 template <typename CountFn>
-Figures measure(pid_t pid, double seconds, const char* timerThread, const char* recvThread,
-                TimeLogs* logs, CountFn count) {
+Run measure(pid_t pid, double seconds, const char* timerThread, const char* recvThread,
+            TimeLogs* logs, CountFn count) {
     std::this_thread::sleep_for(kWarmUp);
     const auto before = threadUsage(pid);
     const uint64_t first = count();
@@ -147,18 +147,17 @@ Figures measure(pid_t pid, double seconds, const char* timerThread, const char* 
     logs->sent.stop();
     const uint64_t last = count();
     const auto after = threadUsage(pid);
-    return figuresOf(before, after, timerThread, recvThread, static_cast<double>(last - first),
-                     *logs);
+    return runOf(before, after, timerThread, recvThread, static_cast<double>(last - first), *logs);
 }
 
-Figures runFloor(const Load& load, double seconds, TimeLogs* logs) {
+Run runFloor(const Load& load, double seconds, TimeLogs* logs) {
     android::sp<RecordingProxyCallback> proxy = new RecordingProxyCallback(&logs->received);
     TimerFloor floor(load.streams, proxy.get(), &logs->sent);
     return measure(getpid(), seconds, "floor-timer", "floor-handoff", logs,
                    [&] { return proxy->events(); });
 }
 
-Figures runSubHal(System& sys, const Load& load, double seconds, TimeLogs* logs) {
+Run runSubHal(System& sys, const Load& load, double seconds, TimeLogs* logs) {
     // Each device's stream starts when its activation reaches the host: spacing the activations
     // keeps them from all ticking together, as separate devices do not.
     double fastest = 0;
@@ -171,8 +170,8 @@ Figures runSubHal(System& sys, const Load& load, double seconds, TimeLogs* logs)
         }
         std::this_thread::sleep_for(spacing);
     }
-    Figures f = measure(getpid(), seconds, "emulated-host", "MojoThread", logs,
-                        [&] { return sys.proxy().events(); });
+    Run run = measure(getpid(), seconds, "emulated-host", "MojoThread", logs,
+                      [&] { return sys.proxy().events(); });
     for (const Stream& s : load.streams) sys.subHal().activate(System::handleOf(s.device), false);
     for (const Stream& s : load.streams) {
         sys.host().waitFor([&](const std::vector<host::common::HostEvent>&) {
@@ -180,7 +179,7 @@ Figures runSubHal(System& sys, const Load& load, double seconds, TimeLogs* logs)
         });
     }
     flushMojoThread();
-    return f;
+    return run;
 }
 
 // The five devices of the in-process system, each capped to its rate in `streams` (1 Hz when it
@@ -242,8 +241,7 @@ pid_t spawnWithStdout(const std::vector<const char*>& args, int* stdoutFd) {
 
 // The tool streaming `load` (every sensor at the load's highest rate, each capped to its own by
 // the description) with its output read here, line by line.
-Figures runTool(const std::string& tool, const Load& load, bool json, double seconds,
-                TimeLogs* logs) {
+Run runTool(const std::string& tool, const Load& load, bool json, double seconds, TimeLogs* logs) {
     const std::string hostPath = writeHostFile(load.streams);
     double rate = 0;
     for (const Stream& s : load.streams) rate = std::max(rate, s.hz);
@@ -275,8 +273,8 @@ Figures runTool(const std::string& tool, const Load& load, bool json, double sec
     while (lines.load(std::memory_order_acquire) == 0 && Clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    Figures f = measure(child, seconds, "emulated-host", "MojoThread", logs,
-                        [&] { return lines.load(std::memory_order_acquire); });
+    Run run = measure(child, seconds, "emulated-host", "MojoThread", logs,
+                      [&] { return lines.load(std::memory_order_acquire); });
     int status = 0;
     waitpid(child, &status, 0);
     reader.join();
@@ -284,7 +282,7 @@ Figures runTool(const std::string& tool, const Load& load, bool json, double sec
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         std::fprintf(stderr, "rates bench: %s failed (status %d)\n", tool.c_str(), status);
     }
-    return f;
+    return run;
 }
 
 double median(std::vector<double> v) {
@@ -293,13 +291,26 @@ double median(std::vector<double> v) {
     return v.empty() ? std::nan("") : v[v.size() / 2];
 }
 
-Figures medianOf(const std::vector<Figures>& runs) {
+// One column of the table: CPU and wake-ups are the median of the runs; the latencies are spread
+// over every sample of every run.
+Figures columnOf(const std::vector<Run>& runs) {
     Figures f;
-    for (double Figures::*field : kAllFields) {
+    LatencySamples pooled;
+    for (double Figures::*field : kPerRunFields) {
         std::vector<double> values;
-        for (const Figures& run : runs) values.push_back(run.*field);
+        for (const Run& run : runs) values.push_back(run.figures.*field);
         f.*field = median(values);
     }
+    for (const Run& run : runs) pooled.append(run.latencies);
+    const Latencies l = pooled.spread();
+    auto copy = [](const Spread& from, double* p50, double* p99, double* max) {
+        *p50 = from.p50Us;
+        *p99 = from.p99Us;
+        *max = from.maxUs;
+    };
+    copy(l.lateness, &f.lateP50, &f.lateP99, &f.lateMax);
+    copy(l.handOff, &f.handOffP50, &f.handOffP99, &f.handOffMax);
+    copy(l.total, &f.totalP50, &f.totalP99, &f.totalMax);
     return f;
 }
 
@@ -362,7 +373,7 @@ std::string defaultTool() {
 
 struct Options {
     double seconds = 10;
-    int runs = 1;
+    int runs = 3;
     std::string tool = defaultTool();  // empty: no tool columns
 };
 
@@ -400,7 +411,7 @@ void recordSendTimes(System& sys, SampleTimeLog* sent) {
 
 void runLoad(System& sys, const Load& load, const Options& o, TimeLogs* logs) {
     const bool tools = load.withTool && !o.tool.empty();
-    std::vector<Figures> floorRuns, subHalRuns, textRuns, jsonRuns;
+    std::vector<Run> floorRuns, subHalRuns, textRuns, jsonRuns;
     for (int r = 0; r < o.runs; ++r) {
         floorRuns.push_back(runFloor(load, o.seconds, logs));
         subHalRuns.push_back(runSubHal(sys, load, o.seconds, logs));
@@ -409,14 +420,15 @@ void runLoad(System& sys, const Load& load, const Options& o, TimeLogs* logs) {
             jsonRuns.push_back(runTool(o.tool, load, true, o.seconds, logs));
         }
     }
-    std::printf("=== %s: %.0f events/s, %.0f s, median of %d run%s\n", load.name.c_str(),
-                load.eventsPerSecond(), o.seconds, o.runs, o.runs == 1 ? "" : "s");
+    std::printf(
+        "=== %s: %.0f events/s, %d x %.0f s (CPU: the median run; latencies: every sample)\n",
+        load.name.c_str(), load.eventsPerSecond(), o.runs, o.seconds);
     std::vector<std::string> names = {"floor", "sub-HAL"};
-    std::vector<Figures> columns = {medianOf(floorRuns), medianOf(subHalRuns)};
+    std::vector<Figures> columns = {columnOf(floorRuns), columnOf(subHalRuns)};
     if (tools) {
         names.insert(names.end(), {"tool text", "tool json"});
-        columns.push_back(medianOf(textRuns));
-        columns.push_back(medianOf(jsonRuns));
+        columns.push_back(columnOf(textRuns));
+        columns.push_back(columnOf(jsonRuns));
     }
     printTable(names, columns);
     printGoals(columns[0], columns[1]);

@@ -51,20 +51,29 @@ bool bySample(const SampleTimeLog::Entry& a, const SampleTimeLog::Entry& b) {
 
 }  // namespace
 
-Latencies latenciesOf(const std::vector<SampleTimeLog::Entry>& sent,
-                      const std::vector<SampleTimeLog::Entry>& received) {
+LatencySamples latencySamplesOf(const std::vector<SampleTimeLog::Entry>& sent,
+                                const std::vector<SampleTimeLog::Entry>& received) {
     std::vector<SampleTimeLog::Entry> sentBySample = sent;
     std::sort(sentBySample.begin(), sentBySample.end(), bySample);
-    std::vector<int64_t> lateness, handOff, total;
+    LatencySamples out;
     for (const SampleTimeLog::Entry& r : received) {
-        total.push_back(r.atNs - r.timestampNs);
+        out.total.push_back(r.atNs - r.timestampNs);
         auto s = std::lower_bound(sentBySample.begin(), sentBySample.end(), r, bySample);
         if (s == sentBySample.end() || bySample(r, *s)) continue;
-        lateness.push_back(s->atNs - s->timestampNs);
-        handOff.push_back(r.atNs - s->atNs);
+        out.lateness.push_back(s->atNs - s->timestampNs);
+        out.handOff.push_back(r.atNs - s->atNs);
     }
-    return Latencies{spreadOf(std::move(lateness)), spreadOf(std::move(handOff)),
-                     spreadOf(std::move(total))};
+    return out;
+}
+
+void LatencySamples::append(const LatencySamples& more) {
+    lateness.insert(lateness.end(), more.lateness.begin(), more.lateness.end());
+    handOff.insert(handOff.end(), more.handOff.begin(), more.handOff.end());
+    total.insert(total.end(), more.total.begin(), more.total.end());
+}
+
+Latencies LatencySamples::spread() const {
+    return Latencies{spreadOf(lateness), spreadOf(handOff), spreadOf(total)};
 }
 
 }  // namespace kelvane::bench
