@@ -8,6 +8,7 @@
 
 #include "base/bind.h"
 #include "base/location.h"
+#include "base/time/time.h"
 
 namespace kelvane::bench {
 
@@ -24,12 +25,10 @@ TimerFloor::TimerFloor(const std::vector<Stream>& streams, CountingProxyCallback
     // and every sample costs its own wake-ups, as samples of separate devices do.
     double fastest = 0;
     for (const Stream& s : streams) fastest = std::max(fastest, s.hz);
-    const base::TimeTicks now = base::TimeTicks::Now();
     const int64_t nowNs = android::elapsedRealtimeNano();
     for (size_t i = 0; i < streams.size(); ++i) {
         const double offset = static_cast<double>(i) / (fastest * streams.size());
-        mTickers.push_back(Ticker{this, streams[i], now + base::TimeDelta::FromSecondsD(offset),
-                                  nowNs + static_cast<int64_t>(offset * 1e9), 0});
+        mTickers.push_back(Ticker{this, streams[i], nowNs + static_cast<int64_t>(offset * 1e9), 0});
     }
     for (Ticker& t : mTickers) {
         mTimer.task_runner()->PostTask(FROM_HERE, base::BindOnce(&TimerFloor::schedule, &t));
@@ -42,20 +41,17 @@ TimerFloor::~TimerFloor() {
 }
 
 void TimerFloor::schedule(Ticker* t) {
-    const base::TimeTicks due =
-        t->start + base::TimeDelta::FromSecondsD(static_cast<double>(t->next) / t->stream.hz);
-    t->floor->mTimer.task_runner()->PostDelayedTask(FROM_HERE, base::BindOnce(&TimerFloor::tick, t),
-                                                    due - base::TimeTicks::Now());
+    // The task loop's microseconds, rounded up: a tick never runs before its sample is due.
+    const int64_t waitNs = t->dueNs(t->next) - android::elapsedRealtimeNano();
+    t->floor->mTimer.task_runner()->PostDelayedTask(
+        FROM_HERE, base::BindOnce(&TimerFloor::tick, t),
+        base::TimeDelta::FromMicroseconds(std::max<int64_t>(0, (waitNs + 999) / 1000)));
 }
 
 void TimerFloor::tick(Ticker* t) {
-    const double elapsed = (base::TimeTicks::Now() - t->start).InSecondsF();
-    const uint64_t due = static_cast<uint64_t>(std::max(0.0, elapsed * t->stream.hz)) + 1;
     const int64_t nowNs = android::elapsedRealtimeNano();
-    for (; t->next < due; ++t->next) {
-        const int64_t dueNs =
-            t->startNs + static_cast<int64_t>(static_cast<double>(t->next) * 1e9 / t->stream.hz);
-        const Sample s{t->stream.device, std::min(dueNs, nowNs), static_cast<float>(t->next)};
+    for (; t->dueNs(t->next) <= nowNs; ++t->next) {
+        const Sample s{t->stream.device, t->dueNs(t->next), static_cast<float>(t->next)};
         t->floor->mSent->add(s.handle, s.timestampNs, android::elapsedRealtimeNano());
         t->floor->mHandOff.task_runner()->PostTask(
             FROM_HERE, base::BindOnce(&TimerFloor::deliver, base::Unretained(t->floor), s));

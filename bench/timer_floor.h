@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "base/threading/thread.h"
-#include "base/time/time.h"
 #include "bench/bench_env.h"
 #include "bench/sample_times.h"
 
@@ -36,12 +35,18 @@ class TimerFloor {
         int64_t timestampNs;
         float value;
     };
+    // Due times are on the boot-time clock alone: two clocks read one after the other at the
+    // start would disagree by however long the thread was preempted between the two reads, and
+    // every sample would be stamped when its late tick ran rather than when it was due.
     struct Ticker {
         TimerFloor* floor;
         Stream stream;
-        base::TimeTicks start;  // of the first tick
-        int64_t startNs;        // the same on the boot-time clock
-        uint64_t next;          // timer thread only
+        int64_t startNs;  // the first tick, on the boot-time clock
+        uint64_t next;    // timer thread only
+
+        int64_t dueNs(uint64_t index) const {
+            return startNs + static_cast<int64_t>(static_cast<double>(index) * 1e9 / stream.hz);
+        }
     };
 
     static void schedule(Ticker* t);
