@@ -152,7 +152,7 @@ Run measure(pid_t pid, double seconds, const char* timerThread, const char* recv
 
 Run runFloor(const Load& load, double seconds, TimeLogs* logs) {
     android::sp<RecordingProxyCallback> proxy = new RecordingProxyCallback(&logs->received);
-    TimerFloor floor(load.streams, proxy.get(), &logs->sent);
+    TimerFloor floor(load.streams, fiveDevices(true).devices, proxy.get(), &logs->sent);
     return measure(getpid(), seconds, "floor-timer", "floor-handoff", logs,
                    [&] { return proxy->events(); });
 }

@@ -14,8 +14,9 @@ namespace kelvane::bench {
 
 using android::hardware::sensors::V2_1::SensorType;
 
-TimerFloor::TimerFloor(const std::vector<Stream>& streams, CountingProxyCallback* proxy,
-                       SampleTimeLog* sent)
+TimerFloor::TimerFloor(const std::vector<Stream>& streams,
+                       const std::vector<host::description::VirtualDevice>& devices,
+                       CountingProxyCallback* proxy, SampleTimeLog* sent)
     : mProxy(proxy), mSent(sent), mTimer("floor-timer"), mHandOff("floor-handoff") {
     mTimer.Start();
     mHandOff.Start();
@@ -28,7 +29,10 @@ TimerFloor::TimerFloor(const std::vector<Stream>& streams, CountingProxyCallback
     const int64_t nowNs = android::elapsedRealtimeNano();
     for (size_t i = 0; i < streams.size(); ++i) {
         const double offset = static_cast<double>(i) / (fastest * streams.size());
-        mTickers.push_back(Ticker{this, streams[i], nowNs + static_cast<int64_t>(offset * 1e9), 0});
+        const auto device = std::find_if(devices.begin(), devices.end(),
+                                         [&](const auto& d) { return d.id == streams[i].device; });
+        mTickers.push_back(Ticker{this, streams[i], nowNs + static_cast<int64_t>(offset * 1e9), 0,
+                                  std::make_unique<host::emulated::SampleGenerator>(*device)});
     }
     for (Ticker& t : mTickers) {
         mTimer.task_runner()->PostTask(FROM_HERE, base::BindOnce(&TimerFloor::schedule, &t));
@@ -51,7 +55,12 @@ void TimerFloor::schedule(Ticker* t) {
 void TimerFloor::tick(Ticker* t) {
     const int64_t nowNs = android::elapsedRealtimeNano();
     for (; t->dueNs(t->next) <= nowNs; ++t->next) {
-        const Sample s{t->stream.device, t->dueNs(t->next), static_cast<float>(t->next)};
+        const int64_t dueNs = t->dueNs(t->next);
+        const host::emulated::SampleGenerator::Sample& made = t->generator->next({}, dueNs);
+        auto raw = [&made](size_t i) {
+            return i < made.size() ? static_cast<float>((made.begin() + i)->second) : 0.0f;
+        };
+        const Sample s{t->stream.device, dueNs, raw(0), raw(1), raw(2)};
         t->floor->mSent->add(s.handle, s.timestampNs, android::elapsedRealtimeNano());
         t->floor->mHandOff.task_runner()->PostTask(
             FROM_HERE, base::BindOnce(&TimerFloor::deliver, base::Unretained(t->floor), s));
@@ -66,7 +75,9 @@ void TimerFloor::deliver(Sample s) {
     event.timestamp = s.timestampNs;
     event.sensorHandle = s.handle;
     event.sensorType = SensorType::ACCELEROMETER;
-    event.u.vec3.x = s.value;
+    event.u.vec3.x = s.x;
+    event.u.vec3.y = s.y;
+    event.u.vec3.z = s.z;
     mProxy->postEvents(mEvents, mProxy->createScopedWakelock(false));
 }
 
