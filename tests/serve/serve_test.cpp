@@ -225,6 +225,9 @@ TEST(ServeTest, ServesARecording) {
         ASSERT_TRUE(info);
         EXPECT_EQ(json::parse(info->body)["host"], "the emulated host of " + recording);
         Follower page(s);
+        // Subscribed before the sensor starts: at --speed 0 the replay is one batch of samples,
+        // which a page that subscribes after it never sees.
+        ASSERT_TRUE(page.waitFor("event: host"));
         s.client()->Post("/api/sensors/1/active", s.headers(), R"({"on":true})",
                          "application/json");
         EXPECT_TRUE(page.waitFor(R"("handle":1,"total":[1-9])"));
