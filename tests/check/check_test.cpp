@@ -4,15 +4,18 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "host/description/DescriptionReader.h"
+#include "host/description/DescriptionWriter.h"
 #include "tests/check/cts_faults.h"
 #include "tests/support/subprocess.h"
 
@@ -280,15 +283,22 @@ std::map<std::string, std::string> verdictsOf(const CheckRun& run) {
 // As if `recording` had been made on a loaded machine, whose streams began `seconds` later after
 // its host started: its host's start moves that much earlier; timestamps and send times stay.
 void startStreamsLater(const TempFile& recording, int seconds) {
-    std::ifstream in(recording.path());
-    json host = json::parse(in);
-    host["startBootTimeNs"] =
-        host["startBootTimeNs"].get<int64_t>() - seconds * int64_t{1000000000};
-    for (json& device : host["devices"]) {
-        json& samples = device["timedSamples"]["samples"];
-        samples[0][0] = samples[0][0].get<int64_t>() + seconds * 1000000;
+    kelvane::host::description::HostConfig host;
+    std::string error;
+    ASSERT_TRUE(kelvane::host::description::loadHostDescription(recording.path(), &host, &error))
+        << error;
+    ASSERT_TRUE(host.startBootTimeNs.has_value());
+    *host.startBootTimeNs -= seconds * int64_t{1000000000};
+    for (auto& device : host.devices) {
+        if (!device.timedSamples) continue;
+        auto later =
+            std::make_shared<kelvane::host::description::TimedSamples>(*device.timedSamples);
+        for (int64_t& at : later->atUs) at += seconds * int64_t{1000000};
+        device.timedSamples = std::move(later);
     }
-    std::ofstream(recording.path()) << host;
+    for (auto& entry : host.timeline) entry.at += std::chrono::seconds(seconds);
+    ASSERT_TRUE(kelvane::host::description::saveHostDescription(host, recording.path(), &error))
+        << error;
 }
 
 // A recording is data: played once before any rule streams, every rule that judges samples
