@@ -37,7 +37,8 @@ const iioScales = (() => {
   function labels(values) {
     const step = values.length > 1 ? Math.abs(values[1] - values[0]) : 1;
     const digits = Math.max(0, Math.min(6, -Math.floor(Math.log10(step) + 1e-9)));
-    return values.map((v) => v.toFixed(digits));
+    // A value that rounds to zero reads "0", never "-0" (a time axis's "now" is often -1e-15).
+    return values.map((v) => (Math.abs(v) < 0.5 * 10 ** -digits ? 0 : v).toFixed(digits));
   }
 
   // The automatic range of data from `min` to `max` in `unit`: padded, at least the unit's least
