@@ -1,6 +1,9 @@
 #include "StopSignals.h"
 
+#include <semaphore.h>
 #include <signal.h>
+
+#include <cerrno>
 
 #include <atomic>
 #include <cstdio>
@@ -13,16 +16,23 @@ namespace {
 std::atomic<int> gStopSignal{0};
 std::atomic<int> gStopCount{0};
 static_assert(std::atomic<int>::is_always_lock_free, "touched from a signal handler");
+// Posted once per stop signal (sem_post is async-signal-safe), for waitForStopSignal().
+sem_t gStopPosted;
 
 extern "C" void onStopSignal(int signal) {
+    const int savedErrno = errno;
     int none = 0;
     gStopSignal.compare_exchange_strong(none, signal);
     gStopCount.fetch_add(1);
+    sem_post(&gStopPosted);
+    errno = savedErrno;
 }
 
 }  // namespace
 
 void installStopHandlers() {
+    static const bool semaphoreReady = sem_init(&gStopPosted, 0, 0) == 0;
+    (void)semaphoreReady;
     for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction current = {};
         if (sigaction(signal, nullptr, &current) != 0 || current.sa_handler == SIG_IGN) continue;
@@ -36,6 +46,11 @@ void installStopHandlers() {
 int stopSignal() { return gStopSignal.load(); }
 
 int stopSignalCount() { return gStopCount.load(); }
+
+void waitForStopSignal() {
+    // A wait cut short by any signal (EINTR) looks at the flag again.
+    while (stopSignal() == 0) sem_wait(&gStopPosted);
+}
 
 const char* stopSignalName(int signal) {
     switch (signal) {

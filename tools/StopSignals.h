@@ -1,6 +1,6 @@
 // The signals that end a stream early: SIGINT (Ctrl-C), SIGTERM and SIGHUP (a closed terminal or
-// a dropped SSH session). They only raise a flag that the main thread polls, so the run still
-// deactivates its sensors, prints its summary and writes its recording.
+// a dropped SSH session). They only raise a flag that the main thread polls or waits for, so the
+// run still deactivates its sensors, prints its summary and writes its recording.
 //
 // A signal the tool was started with ignored (a script's background job, nohup) stays ignored.
 #pragma once
@@ -13,6 +13,9 @@ namespace kelvane::tools {
 void installStopHandlers();
 // The stop signal that arrived first, or 0. Any thread.
 int stopSignal();
+// Blocks until a stop signal has arrived (at once if one has). After installStopHandlers(); one
+// thread at a time.
+void waitForStopSignal();
 // How many stop signals arrived so far: a second one gives up what the first left to finish.
 int stopSignalCount();
 // "Ctrl-C", "SIGTERM", "SIGHUP": for "stopped by ...".

@@ -6,10 +6,8 @@
 #include <utils/SystemClock.h>
 
 #include <CLI/CLI.hpp>
-#include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <thread>
 
 #include "Command.h"
 #include "Diagnostics.h"
@@ -139,7 +137,7 @@ int ServeCommand::run(Session& session) {
     announce(session, server.port(), token);
     server.start();
 
-    while (stopSignal() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    waitForStopSignal();
 
     // The pages' streams and every connection end first; then nothing calls the library but
     // what switches the sensors off.
