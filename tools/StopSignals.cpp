@@ -3,9 +3,8 @@
 #include <semaphore.h>
 #include <signal.h>
 
-#include <cerrno>
-
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <initializer_list>
 
