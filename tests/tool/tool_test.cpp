@@ -295,8 +295,8 @@ TEST_F(ToolTest, UsageErrorsAreOneLineWithASuggestion) {
         const char* error;  // the whole of stderr
     } cases[] = {
         {{},
-         "no subcommand given: list, stream, flush, dump, check, serve, report, compare or help (iio-subhal "
-         "--help)"},
+         "no subcommand given: list, stream, flush, dump, check, serve, report, compare or help "
+         "(iio-subhal --help)"},
         {{"lst"}, "unknown subcommand \"lst\"; did you mean list? (iio-subhal --help)"},
         {{"stream", "--sensors", "1"},
          "stream: unknown option --sensors; did you mean --sensor? (iio-subhal help stream)"},
