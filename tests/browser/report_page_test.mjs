@@ -58,6 +58,23 @@ try {
   assert.ok(flat.y[1] - flat.y[0] <= 1 && flat.y[0] < flat.last && flat.last < flat.y[1],
     `a constant ${flat.last} m/s² on a small span around it: ${flat.y}`);
   await page.screenshot({ path: join(out, 'recording.png'), fullPage: true });
+  // The charts fill their card, two to a row on a wide window and one on a narrow one.
+  for (const [viewport, perRow] of [[{ width: 1400, height: 900 }, 2], [{ width: 700, height: 900 }, 1]]) {
+    await page.setViewport(viewport);
+    const firstRows = () => page.$$eval('.card .charts', (all) => all.map((c) => {
+      const charts = [...c.querySelectorAll('.uplot')];
+      const row = charts.filter((u) => u.offsetTop === charts[0].offsetTop);
+      return { width: c.clientWidth, charts: charts.length, row: row.length, drawn: row.reduce((sum, u) => sum + u.offsetWidth, 0) };
+    }));
+    await page.waitForFunction((n) => [...document.querySelectorAll('.card .charts')].every((c) => {
+      const charts = [...c.querySelectorAll('.uplot')];
+      return charts.filter((u) => u.offsetTop === charts[0].offsetTop).length === Math.min(n, charts.length);
+    }), { timeout: 10000 }, perRow);
+    for (const card of await firstRows()) {
+      assert.ok(card.drawn > 0.9 * card.width && card.drawn <= card.width, `${viewport.width} px: ${card.drawn} of ${card.width} px drawn`);
+    }
+  }
+  await page.screenshot({ path: join(out, 'recording-narrow.png'), fullPage: true });
   assert.deepEqual(page.errors, []);
 
   await page.goto(`file://${check}`);

@@ -59,31 +59,47 @@ function valueAxis(unit) {
   return { label: unit, size: 64, splits: (u, a, min, max) => iioScales.ticks(min, max), values: (u, splits) => iioScales.labels(splits) };
 }
 
+// Charts fill their card: two side by side while each still gets 480 px, else one per row. They
+// follow the window's width.
+const CHART_GAP_PX = 8;
+const drawnCharts = [];
+function chartWidth(charts) {
+  const width = charts.clientWidth;
+  return width >= 2 * 480 + CHART_GAP_PX ? Math.floor((width - CHART_GAP_PX) / 2) : width;
+}
+function fitted(u, charts) {
+  drawnCharts.push([u, charts]);
+  return u;
+}
+window.addEventListener('resize', () => {
+  for (const [u, charts] of drawnCharts) u.setSize({ width: chartWidth(charts), height: 200 });
+});
+
 function timeChart(parent, device, series, marks) {
   const [min, max] = iioScales.extent(series.v);
   const range = iioScales.autoRange(min, max, device.unit);
-  return new uPlot({
-    title: series.name, width: 560, height: 200,
+  return fitted(new uPlot({
+    title: series.name, width: chartWidth(parent), height: 200,
     scales: { x: { time: false }, y: { range: () => range } },
     series: [{ label: 's' }, { label: device.unit, stroke: '#2f6fd6', width: 1, points: { show: false } }],
     axes: [{ label: 'time since the recording started (s)' }, valueAxis(device.unit)],
     legend: { show: false },
     plugins: [markerPlugin(device.gaps, marks)],
-  }, [device.t, series.v], parent);
+  }, [device.t, series.v], parent), parent);
 }
 
 function histogramChart(parent, device) {
   const h = device.histogram;
   const xs = h.counts.map((_, i) => (i + 0.5) * h.binMs);
-  return new uPlot({
+  return fitted(new uPlot({
     title: `intervals (ms)${h.over ? `; ${count(h.over)} longer than ${fmt(h.binMs * h.counts.length, 3)} ms` : ''}`,
-    width: 560, height: 200,
+    width: chartWidth(parent), height: 200,
     scales: { x: { time: false } },
     series: [{ label: 'ms' }, { label: 'samples', fill: 'rgba(47, 111, 214, 0.35)', stroke: '#2f6fd6',
       paths: uPlot.paths.bars({ size: [0.95, 100] }), points: { show: false } }],
     axes: [{ label: `interval from ${device.intervalsFrom} (ms)` }, { label: 'samples', size: 64 }],
     legend: { show: false },
-  }, [xs, h.counts], parent);
+  }, [xs, h.counts], parent), parent);
 }
 
 function renderRecording() {
