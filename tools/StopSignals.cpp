@@ -30,8 +30,7 @@ extern "C" void onStopSignal(int signal) {
 }  // namespace
 
 void installStopHandlers() {
-    static const bool semaphoreReady = sem_init(&gStopPosted, 0, 0) == 0;
-    (void)semaphoreReady;
+    [[maybe_unused]] static const int once = sem_init(&gStopPosted, 0, 0);  // 0 cannot be refused
     for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction current = {};
         if (sigaction(signal, nullptr, &current) != 0 || current.sa_handler == SIG_IGN) continue;

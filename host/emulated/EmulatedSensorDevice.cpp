@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "base/bind.h"
@@ -255,10 +256,27 @@ void EmulatedSensorDevice::startTimer() {
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     mTicks.InvalidateWeakPtrs();
     mStreamRate = std::min(mFrequency, kFastestHz) * mConfig.faults.rateFactor;
-    mStreamStart = base::TimeTicks::Now();
-    mStreamStartNs = android::elapsedRealtimeNano();
+    markStreamStart();
     mNextIndex = 0;
     scheduleTick();
+}
+
+void EmulatedSensorDevice::markStreamStart() {
+    // The timer runs on TimeTicks (virtual in tests), timestamps on the boot-time clock. A thread
+    // preempted between the two reads would shift every timestamp of the stream by the stall, so
+    // the boot clock is read on both sides of the other, and the tightest of a few tries is kept.
+    constexpr int64_t kTightNs = 2000;
+    int64_t tightest = std::numeric_limits<int64_t>::max();
+    for (int attempt = 0; attempt < 4 && tightest > kTightNs; ++attempt) {
+        const int64_t beforeNs = android::elapsedRealtimeNano();
+        const base::TimeTicks ticks = base::TimeTicks::Now();
+        const int64_t afterNs = android::elapsedRealtimeNano();
+        if (afterNs - beforeNs < tightest) {
+            tightest = afterNs - beforeNs;
+            mStreamStart = ticks;
+            mStreamStartNs = beforeNs + tightest / 2;
+        }
+    }
 }
 
 void EmulatedSensorDevice::scheduleTick() {

@@ -92,6 +92,7 @@ class EmulatedSensorDevice : public common::HostSensorDevice {
     void startReading(chromeos::sensors::mojom::SensorDeviceSamplesObserverPtr observer) override;
     void stopReading() override;
     void startTimer();
+    void markStreamStart();
     void scheduleTick();
     void onTick();
     // Whether sample `index` of the stream is one the faults drop.
