@@ -12,9 +12,9 @@ namespace kelvane::testing {
 namespace {
 
 const char* const kSysPaths[] = {
-    "/sys/devices/platform/iio-accel/iio:device0", "/sys/devices/platform/iio-gyro/iio:device1",
-    "/sys/devices/platform/iio-light/iio:device2", "/sys/devices/platform/iio-magn/iio:device3",
-    "/sys/devices/platform/iio-gravity/iio:device4"};
+    "/sys/devices/platform/iio-accel/iio:device0",   "/sys/devices/platform/iio-gyro/iio:device1",
+    "/sys/devices/platform/iio-light/iio:device2",   "/sys/devices/platform/iio-magn/iio:device3",
+    "/sys/devices/platform/iio-gravity/iio:device4", "/sys/devices/platform/iio-trigger/trigger0"};
 
 // Raw axis values and timestamps of the scripted scans, per device. Extremes of each element's
 // width are there to catch sign, shift and mask mistakes.

@@ -35,7 +35,10 @@ class Board {
     Board(const Board&) = delete;
     Board& operator=(const Board&) = delete;
 
-    // Sysfs attribute of device N as a file holds it (newline included).
+    // The trigger that samples the gravity device, which has no sampling_frequency of its own.
+    static constexpr int kGravityTrigger = 5;
+
+    // Sysfs attribute of device N (or kGravityTrigger) as a file holds it (newline included).
     std::string attribute(int device, const std::string& name) const;
     // Takes device N away: its sysfs directory and node go.
     void remove(int device);

@@ -155,6 +155,8 @@ TEST_P(LibiioHostTest, PublishesTheBoardAndStreamsItsScansBitExact) {
 
     EXPECT_EQ(board.attribute(0, "sampling_frequency"), "50\n");
     EXPECT_EQ(board.attribute(1, "sampling_frequency"), "50\n");  // on the range's grid
+    // Gravity has no rate of its own: its trigger's is set.
+    EXPECT_EQ(board.attribute(Board::kGravityTrigger, "sampling_frequency"), "50\n");
     EXPECT_EQ(board.attribute(0, "current_timestamp_clock"), "boottime\n");
     EXPECT_TRUE(logs.contains("IioSensorDevice: frequency set to 50 Hz"));
     EXPECT_EQ(host->log().count(
