@@ -280,9 +280,11 @@ std::map<std::string, std::string> verdictsOf(const CheckRun& run) {
     return verdicts;
 }
 
-// As if `recording` had been made on a loaded machine, whose streams began `seconds` later after
-// its host started: its host's start moves that much earlier; timestamps and send times stay.
-void startStreamsLater(const TempFile& recording, int seconds) {
+// As if `recording` had been made on a loaded machine: its streams began `seconds` after its host
+// started (the host's start moves that much earlier; timestamps and send times stay), and its
+// gravity sensor (device 4 of the built-in host) was switched on and off 80 ms after the others.
+void asIfMadeUnderLoad(const TempFile& recording, int seconds) {
+    constexpr int32_t kGravityDevice = 4;
     kelvane::host::description::HostConfig host;
     std::string error;
     ASSERT_TRUE(kelvane::host::description::loadHostDescription(recording.path(), &host, &error))
@@ -293,7 +295,8 @@ void startStreamsLater(const TempFile& recording, int seconds) {
         if (!device.timedSamples) continue;
         auto later =
             std::make_shared<kelvane::host::description::TimedSamples>(*device.timedSamples);
-        for (int64_t& at : later->atUs) at += seconds * int64_t{1000000};
+        const int64_t switchedOffLaterUs = device.id == kGravityDevice ? 80000 : 0;
+        for (int64_t& at : later->atUs) at += seconds * int64_t{1000000} + switchedOffLaterUs;
         device.timedSamples = std::move(later);
     }
     for (auto& entry : host.timeline) entry.at += std::chrono::seconds(seconds);
@@ -308,7 +311,7 @@ void startStreamsLater(const TempFile& recording, int seconds) {
 TEST(CheckTest, AGoodRecordingPassesTheSameAtAnySpeed) {
     TempFile recording;
     record("", {"--rate", "50", "--duration", "2"}, recording);
-    startStreamsLater(recording, 5);
+    asIfMadeUnderLoad(recording, 5);
     std::map<std::string, std::string> verdicts[2];
     std::string ages[2];
     const char* speeds[] = {"1", "0"};

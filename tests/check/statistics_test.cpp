@@ -132,6 +132,28 @@ TEST(StreamStatisticsTest, EventCountWithoutFifo) {
               "879 events in 13 s at FASTEST, needs >= 880");
 }
 
+// One event in the first 2 s and one after; a stream that ended before one after was due, as a
+// recording cut at 2 s did (its last event 20 ms before the mark), is a SKIP, never a FAIL. This
+// failed a good 2 s recording whose other sensors, switched off a little later, ran past 2 s.
+TEST(StreamStatisticsTest, InitialValueNeedsTheStreamToRunPastTwoSecondsByTwoPeriods) {
+    const int64_t start = 1000 * kMs;
+    const std::vector<Sample> cut = steady(100, 20 * kMs);  // the last at 1.98 s
+    EXPECT_EQ(initialValue(cut, start, 2000 * kMs, 20 * kMs).verdict, Verdict::kSkip);
+    EXPECT_EQ(initialValue(cut, start, 2040 * kMs, 20 * kMs).detail,
+              "the stream ran 2.04 s, needs more than 2.04 s (2 s and two periods)");
+    // Past the mark by more than two periods, a stream with nothing after it fails.
+    EXPECT_EQ(initialValue(cut, start, 2500 * kMs, 20 * kMs).detail,
+              "100 events in the first 2 s, 0 events after, needs one of each");
+    EXPECT_EQ(initialValue(steady(110, 20 * kMs), start, 2500 * kMs, 20 * kMs).verdict,
+              Verdict::kPass);
+
+    // In a recording: samples that run to its end ran as long as they do; a sensor that went
+    // quiet long before the end ran as long as the recording.
+    EXPECT_EQ(recordedRunNs(cut, start, 2060 * kMs, 20 * kMs), 2000 * kMs);
+    EXPECT_EQ(recordedRunNs(cut, start, 6000 * kMs, 20 * kMs), 6000 * kMs);
+    EXPECT_EQ(recordedRunNs({}, start, 6000 * kMs, 20 * kMs), 6000 * kMs);
+}
+
 // The figures the report and the page show, from the same intervals the rules judge: a 100 Hz
 // stream with one dropped sample, one frozen timestamp, and jitter of +-1 ms every 10th event.
 TEST(StreamStatisticsTest, IntervalSummaryAgreesWithTheRules) {

@@ -445,7 +445,8 @@ class CtsRunner {
                     return stats::standardDeviation(mine, sensor.type, s.expected, mRun.hifi());
                 }));
         }
-        add(rules::kCtsInitialValue, initialValue(mine, recorded, startNs, streamNs));
+        add(rules::kCtsInitialValue,
+            initialValue(mine, recorded, startNs, streamNs, s.expected.periodNs));
     }
 
     // --quick is never stricter than the full run: the rules whose bounds depend on the stream's
@@ -478,10 +479,12 @@ class CtsRunner {
 
     // For a recording: within the first 2 s after its start, by the recorded send times.
     Outcome initialValue(const std::vector<Sample>& mine, const RecordedStream* recorded,
-                         int64_t startNs, int64_t streamNs) const {
-        if (recorded == nullptr) return stats::initialValue(mine, startNs, streamNs);
+                         int64_t startNs, int64_t streamNs, int64_t periodNs) const {
+        if (recorded == nullptr) return stats::initialValue(mine, startNs, streamNs, periodNs);
         if (!recorded->sendTimeProblem.empty()) return skip(recorded->sendTimeProblem);
-        return stats::initialValue(mine, recorded->startNs, recorded->recordingNs);
+        const int64_t ranNs =
+            stats::recordedRunNs(mine, recorded->startNs, recorded->recordingNs, periodNs);
+        return stats::initialValue(mine, recorded->startNs, ranNs, periodNs);
     }
 
     CheckRun& mRun;

@@ -240,10 +240,13 @@ Outcome standardDeviation(const std::vector<Sample>& samples, SensorType type,
     return worst <= bound ? pass(text) : fail(text);
 }
 
-Outcome initialValue(const std::vector<Sample>& samples, int64_t startNs, int64_t streamNs) {
+Outcome initialValue(const std::vector<Sample>& samples, int64_t startNs, int64_t streamNs,
+                     int64_t periodNs) {
     constexpr int64_t kInitialNs = 2 * kSecondNs;
-    if (streamNs <= kInitialNs) {
-        return skip(fmt("the stream ran %.3g s, needs more than 2 s", streamNs / 1e9));
+    const int64_t neededNs = kInitialNs + 2 * std::max<int64_t>(periodNs, 0);
+    if (streamNs <= neededNs) {
+        return skip(fmt("the stream ran %.3g s, needs more than %.3g s (2 s and two periods)",
+                        streamNs / 1e9, neededNs / 1e9));
     }
     size_t early = 0;
     size_t late = 0;
@@ -252,6 +255,14 @@ Outcome initialValue(const std::vector<Sample>& samples, int64_t startNs, int64_
     }
     const std::string text = events(early) + " in the first 2 s, " + events(late) + " after";
     return early > 0 && late > 0 ? pass(text) : fail(text + ", needs one of each");
+}
+
+int64_t recordedRunNs(const std::vector<Sample>& samples, int64_t startNs, int64_t recordingNs,
+                      int64_t periodNs) {
+    if (samples.empty()) return recordingNs;
+    const int64_t lastNs = samples.back().receivedNs - startNs;
+    const int64_t switchOffSpreadNs = std::max<int64_t>(2 * periodNs, kSecondNs / 4);
+    return recordingNs - lastNs <= switchOffSpreadNs ? lastNs + periodNs : recordingNs;
 }
 
 Outcome eventCount(size_t events, int64_t runNs, const Expectation& expected) {

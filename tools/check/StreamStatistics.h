@@ -82,8 +82,16 @@ Outcome magnitude(const std::vector<Sample>& samples, SensorType type);
 Outcome standardDeviation(const std::vector<Sample>& samples, SensorType type,
                           const Expectation& expected, bool hifi);
 // An event within the first 2 s after `startNs` and one after. `streamNs` is how long the
-// stream ran; the rule needs more than 2 s.
-Outcome initialValue(const std::vector<Sample>& samples, int64_t startNs, int64_t streamNs);
+// stream ran: one after is only due if that is past 2 s by two of its periods (`periodNs`), which
+// a recording that ends right at 2 s is not.
+Outcome initialValue(const std::vector<Sample>& samples, int64_t startNs, int64_t streamNs,
+                     int64_t periodNs);
+// How long a recorded sensor's stream ran after `startNs`, for the rules that need a stream's
+// length: the recording's `recordingNs`, unless the sensor's samples (by receive time) run to its
+// end, their last within two periods or 250 ms of it, the spread of sensors switched off one after
+// the other. Then it ran as long as its samples, one period past the last.
+int64_t recordedRunNs(const std::vector<Sample>& samples, int64_t startNs, int64_t recordingNs,
+                      int64_t periodNs);
 // Without a FIFO: N >= 0.8 (T - max(1 s, 0.4 s + 2 Pmax) - 1 s) / P over a run of T.
 Outcome eventCount(size_t events, int64_t runNs, const Expectation& expected);
 
