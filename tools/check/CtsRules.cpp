@@ -482,9 +482,8 @@ class CtsRunner {
                          int64_t startNs, int64_t streamNs, int64_t periodNs) const {
         if (recorded == nullptr) return stats::initialValue(mine, startNs, streamNs, periodNs);
         if (!recorded->sendTimeProblem.empty()) return skip(recorded->sendTimeProblem);
-        const int64_t ranNs =
-            stats::recordedRunNs(mine, recorded->startNs, recorded->recordingNs, periodNs);
-        return stats::initialValue(mine, recorded->startNs, ranNs, periodNs);
+        return stats::recordedInitialValue(mine, recorded->startNs, recorded->recordingNs,
+                                           periodNs);
     }
 
     CheckRun& mRun;

@@ -265,6 +265,12 @@ int64_t recordedRunNs(const std::vector<Sample>& samples, int64_t startNs, int64
     return recordingNs - lastNs <= switchOffSpreadNs ? lastNs + periodNs : recordingNs;
 }
 
+Outcome recordedInitialValue(const std::vector<Sample>& samples, int64_t startNs,
+                             int64_t recordingNs, int64_t periodNs) {
+    return initialValue(samples, startNs, recordedRunNs(samples, startNs, recordingNs, periodNs),
+                        periodNs);
+}
+
 Outcome eventCount(size_t events, int64_t runNs, const Expectation& expected) {
     const double pmax = slowestPeriodNs(expected.periodNs);
     const double settleNs = std::max(1e9, 0.4e9 + 2.0 * pmax);

@@ -92,6 +92,10 @@ Outcome initialValue(const std::vector<Sample>& samples, int64_t startNs, int64_
 // the other. Then it ran as long as its samples, one period past the last.
 int64_t recordedRunNs(const std::vector<Sample>& samples, int64_t startNs, int64_t recordingNs,
                       int64_t periodNs);
+// initialValue() of a recorded sensor, over the run recordedRunNs() gives it: what check, compare
+// and report judge a recording by.
+Outcome recordedInitialValue(const std::vector<Sample>& samples, int64_t startNs,
+                             int64_t recordingNs, int64_t periodNs);
 // Without a FIFO: N >= 0.8 (T - max(1 s, 0.4 s + 2 Pmax) - 1 s) / P over a run of T.
 Outcome eventCount(size_t events, int64_t runNs, const Expectation& expected);
 

@@ -65,10 +65,9 @@ void judgeEnding(DeviceFigures& d, const std::vector<int64_t>& sentUs,
     d.verdicts.emplace_back("cts.event-count", stats::eventCount(sentUs.size(), spanNs, expected));
     std::vector<stats::Sample> sent(sentUs.size());
     for (size_t i = 0; i < sentUs.size(); ++i) sent[i].receivedNs = sentUs[i] * 1000;
-    const int64_t startNs = span.startUs * 1000;
-    const int64_t ranNs = stats::recordedRunNs(sent, startNs, spanNs, expected.periodNs);
-    d.verdicts.emplace_back("cts.initial-value",
-                            stats::initialValue(sent, startNs, ranNs, expected.periodNs));
+    d.verdicts.emplace_back(
+        "cts.initial-value",
+        stats::recordedInitialValue(sent, span.startUs * 1000, spanNs, expected.periodNs));
 }
 
 // The suite's stream verdicts at the asked rate, as check gives them for a recording; an
